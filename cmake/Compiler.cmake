@@ -1,0 +1,55 @@
+# What every translation unit of the project is compiled with.
+
+if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  message(FATAL_ERROR
+    "Airflow is compiled by clang 19 (this is ${CMAKE_CXX_COMPILER_ID} ${CMAKE_CXX_COMPILER_VERSION}). "
+    "GCC destroys some temporaries twice in expressions with co_await, which no test can be trusted "
+    "to catch. Use a preset, for example: cmake --preset debug")
+endif()
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 17)
+  message(FATAL_ERROR "Airflow needs clang 17 or newer; this is ${CMAKE_CXX_COMPILER_VERSION}.")
+endif()
+
+set(CMAKE_CXX_STANDARD 23)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+# No fused multiply-add: the same plan and temperatures give the same bytes on every processor.
+add_compile_options(-ffp-contract=off)
+
+set(AIRFLOW_SANITIZE "" CACHE STRING "Sanitizers, as for -fsanitize=: address,undefined or thread")
+if(AIRFLOW_SANITIZE)
+  add_compile_options(-fsanitize=${AIRFLOW_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${AIRFLOW_SANITIZE})
+endif()
+
+option(AIRFLOW_COVERAGE "Instrument for source-based coverage" OFF)
+if(AIRFLOW_COVERAGE)
+  add_compile_options(-fprofile-instr-generate -fcoverage-mapping)
+  add_link_options(-fprofile-instr-generate)
+endif()
+
+# The project's own warnings; on targets, so that dependencies are not judged by them.
+add_library(airflow_warnings INTERFACE)
+target_compile_options(airflow_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+
+# One library for each room of the house (docs/architecture.md). `NEEDS` are the rooms it may use;
+# `LIBRARIES` the packages. A room that it does not name does not link.
+function(airflow_room name)
+  cmake_parse_arguments(ROOM "" "" "SOURCES;NEEDS;LIBRARIES" ${ARGN})
+  if(ROOM_SOURCES)
+    add_library(airflow_${name} STATIC ${ROOM_SOURCES})
+    set(scope PUBLIC)
+    target_link_libraries(airflow_${name} PRIVATE airflow_warnings)
+  else()
+    add_library(airflow_${name} INTERFACE)
+    set(scope INTERFACE)
+  endif()
+  target_include_directories(airflow_${name} ${scope} ${PROJECT_SOURCE_DIR}/src)
+  foreach(need IN LISTS ROOM_NEEDS)
+    target_link_libraries(airflow_${name} ${scope} airflow_${need})
+  endforeach()
+  target_link_libraries(airflow_${name} ${scope} ${ROOM_LIBRARIES})
+endfunction()

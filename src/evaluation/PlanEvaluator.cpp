@@ -1,0 +1,204 @@
+#include "evaluation/PlanEvaluator.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "evaluation/FanStopPolicy.h"
+
+namespace airflow::evaluation {
+
+namespace {
+
+using concurrency::Seconds;
+
+double clampPercent(double percent) {
+    if (!(percent > 0)) return 0;  // also when it is not a number
+    return percent > 100 ? 100 : percent;
+}
+
+double rpmAt(const sensors::Fan& fan, double percent) {
+    const auto min = static_cast<double>(fan.minRPM);
+    const auto max = static_cast<double>(fan.maxRPM);
+    return min + clampPercent(percent) * (max - min) / 100;
+}
+
+/// Raised to the minimum, then lowered to the maximum, which wins where they contradict.
+double clampRPM(const sensors::Fan& fan, double rpm) {
+    const auto min = static_cast<double>(fan.minRPM);
+    const auto max = static_cast<double>(fan.maxRPM);
+    const double raised = rpm >= min ? rpm : min;
+    return raised > max ? max : raised;
+}
+
+}  // namespace
+
+std::map<std::int64_t, FanDecision> PlanEvaluator::evaluate(
+    const plan::FanControlPlan& plan, const sensors::SensorSnapshot& snapshot, Date now) {
+    smooth(snapshot, plan.tuning.emaAlpha);
+    const Overrides overrides = applyRules(plan, now);
+    std::map<std::int64_t, FanDecision> decisions;
+    for (const plan::FanPlan& fanPlan : plan.fans) {
+        const auto fan = std::ranges::find(snapshot.fans, fanPlan.fanID, &sensors::Fan::id);
+        if (fan == snapshot.fans.end()) continue;
+        decisions[fanPlan.fanID] =
+            decide(fanPlan, *fan, overrides, plan.tuning.maxDeltaRPMPerTick, now);
+    }
+    return decisions;
+}
+
+std::optional<double> PlanEvaluator::hottest() const {
+    std::optional<double> hottest;
+    for (const auto& [id, celsius] : emaBySensor) {
+        if (!hottest || std::isnan(*hottest) || celsius > *hottest) hottest = celsius;
+    }
+    return hottest;
+}
+
+void PlanEvaluator::smooth(const sensors::SensorSnapshot& snapshot, double alpha) {
+    decltype(emaBySensor) smoothed;
+    for (const sensors::TempSensor& sensor : snapshot.temps) {
+        std::string id = sensor.id();
+        // An id that stands twice in a snapshot is smoothed twice, in order.
+        if (const auto again = smoothed.find(id); again != smoothed.end()) {
+            again->second = alpha * sensor.celsius + (1 - alpha) * again->second;
+            continue;
+        }
+        const auto before = emaBySensor.find(id);
+        const double celsius = before == emaBySensor.end()
+                                   ? sensor.celsius
+                                   : alpha * sensor.celsius + (1 - alpha) * before->second;
+        smoothed.emplace(std::move(id), celsius);
+    }
+    emaBySensor = std::move(smoothed);
+}
+
+PlanEvaluator::Overrides PlanEvaluator::applyRules(const plan::FanControlPlan& plan, Date now) {
+    Overrides overrides;
+    for (const plan::FanRule& rule : plan.rules) {
+        if (!rule.enabled) continue;
+        updateLatch(rule, temperature(rule.sensorID), now);
+        if (!ruleLatched.contains(rule.id)) continue;
+        if (rule.fanTarget.fanID) {
+            overrides.emplace(*rule.fanTarget.fanID, rule.targetPercent);
+            continue;
+        }
+        for (const plan::FanPlan& fan : plan.fans) overrides.emplace(fan.fanID, rule.targetPercent);
+    }
+    return overrides;
+}
+
+void PlanEvaluator::updateLatch(const plan::FanRule& rule, std::optional<double> watched,
+                                Date now) {
+    if (ruleLatched.contains(rule.id)) {
+        // Half a degree below the threshold at least: a rule must not flutter around it.
+        const double releaseLevel = std::min(rule.thresholdCelsius - 0.5, rule.releaseBelowCelsius);
+        if (watched && *watched < releaseLevel) {
+            ruleLatched.erase(rule.id);
+            ruleFiringSince.erase(rule.id);
+        }
+    } else if (watched && *watched > rule.thresholdCelsius) {
+        const Date start = ruleFiringSince.emplace(rule.id, now).first->second;
+        if (now - start >= Seconds(rule.dwellSeconds)) ruleLatched.insert(rule.id);
+    } else {
+        ruleFiringSince.erase(rule.id);
+    }
+}
+
+std::optional<double> PlanEvaluator::temperature(const std::optional<std::string>& sensorID) const {
+    if (!sensorID) return hottest();
+    const auto found = emaBySensor.find(*sensorID);
+    if (found == emaBySensor.end()) return std::nullopt;
+    return found->second;
+}
+
+FanDecision PlanEvaluator::decide(const plan::FanPlan& fanPlan, const sensors::Fan& fan,
+                                  const Overrides& overrides, double maxDelta, Date now) {
+    if (const auto forced = overrides.find(fan.id); forced != overrides.end()) {
+        return decidePercent(fan, forced->second, true, now);
+    }
+    if (const auto* fixed = std::get_if<plan::FixedRPM>(&fanPlan.mode.mode)) {
+        clearStop(fan.id);
+        return target(fan, fixed->rpm);
+    }
+    if (const auto* fixed = std::get_if<plan::FixedPercent>(&fanPlan.mode.mode)) {
+        return decidePercent(fan, clampPercent(fixed->percent), false, now);
+    }
+    if (const auto* curve = std::get_if<plan::FanCurve>(&fanPlan.mode.mode)) {
+        return decideCurve(*curve, fan, maxDelta, now);
+    }
+    return release(fan.id);
+}
+
+FanDecision PlanEvaluator::decidePercent(const sensors::Fan& fan, double requestedPercent,
+                                         bool isRuleOverride, Date now) {
+    if (auto stop = stopDecision(fan.id, requestedPercent, isRuleOverride, now)) {
+        return stopped(fan.id, *stop);
+    }
+    return target(fan, rpmAt(fan, requestedPercent));
+}
+
+FanDecision PlanEvaluator::decideCurve(const plan::FanCurve& curve, const sensors::Fan& fan,
+                                       double maxDelta, Date now) {
+    const auto celsius = temperature(curve.sourceSensorID);
+    if (!celsius) return release(fan.id);
+    const double percent = curve.percentAt(*celsius);
+    if (auto stop = stopDecision(fan.id, percent, false, now)) return stopped(fan.id, *stop);
+    double rpm = rpmAt(fan, percent);
+    if (const auto last = lastTargetByFan.find(fan.id); last != lastTargetByFan.end()) {
+        rpm = std::max(rpm, last->second - maxDelta);
+        rpm = std::min(rpm, last->second + maxDelta);
+    }
+    return target(fan, rpm);
+}
+
+FanDecision PlanEvaluator::release(std::int64_t fanID) {
+    lastTargetByFan.erase(fanID);
+    clearStop(fanID);
+    return ReleaseToAuto{};
+}
+
+FanDecision PlanEvaluator::target(const sensors::Fan& fan, double rpm) {
+    const double final = clampRPM(fan, rpm);
+    lastTargetByFan[fan.id] = final;
+    return Target{final};
+}
+
+/// The last target is forgotten, so that a curve's first target after a restart is not held back.
+FanDecision PlanEvaluator::stopped(std::int64_t fanID, FanDecision decision) {
+    lastTargetByFan.erase(fanID);
+    return decision;
+}
+
+void PlanEvaluator::clearStop(std::int64_t fanID) {
+    zeroSince.erase(fanID);
+    resumeSince.erase(fanID);
+    stoppedFans.erase(fanID);
+}
+
+std::optional<FanDecision> PlanEvaluator::stopDecision(std::int64_t fanID, double requestedPercent,
+                                                       bool isRuleOverride, Date now) {
+    if (!(requestedPercent > 0)) {
+        resumeSince.erase(fanID);
+        const Date start = zeroSince.emplace(fanID, now).first->second;
+        const bool isStopped = stoppedFans.contains(fanID);
+        if (!isStopped && now - start < FanStopPolicy::stopDwellSeconds) return std::nullopt;
+        stoppedFans.insert(fanID);
+        return IdleStopped{};
+    }
+    zeroSince.erase(fanID);
+    if (!stoppedFans.contains(fanID)) return std::nullopt;
+    if (isRuleOverride) {
+        clearStop(fanID);
+        return std::nullopt;
+    }
+    if (requestedPercent < FanStopPolicy::resumePercent) {
+        resumeSince.erase(fanID);
+        return IdleStopped{};
+    }
+    const Date start = resumeSince.emplace(fanID, now).first->second;
+    if (now - start < FanStopPolicy::resumeDwellSeconds) return IdleStopped{};
+    clearStop(fanID);
+    return std::nullopt;
+}
+
+}  // namespace airflow::evaluation

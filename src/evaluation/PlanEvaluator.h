@@ -1,0 +1,70 @@
+// PlanEvaluator: from a plan and a snapshot to a decision for each planned fan. Does no input or
+// output and reads no clock.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "concurrency/Date.h"
+#include "evaluation/FanDecision.h"
+#include "plan/FanControlPlan.h"
+#include "sensors/SensorSnapshot.h"
+
+namespace airflow::evaluation {
+
+/// A plain value: copies evaluate on independently. What it remembers of rules and fans that left
+/// the plan stays until reset().
+struct PlanEvaluator {
+    using Date = concurrency::Date;
+
+    std::map<std::string, double, std::less<>> emaBySensor;  ///< smoothed °C by sensor id
+    std::map<std::int64_t, double> lastTargetByFan;          ///< RPM; absent while stopped
+    std::map<plan::UUID, Date> ruleFiringSince;  ///< when the watched value rose above the threshold
+    std::set<plan::UUID> ruleLatched;            ///< rules that override now
+    std::map<std::int64_t, Date> zeroSince;      ///< when the request first was <= 0 %
+    std::map<std::int64_t, Date> resumeSince;    ///< when a stopped fan's request was high enough
+    std::set<std::int64_t> stoppedFans;
+
+    bool operator==(const PlanEvaluator&) const = default;
+
+    /// One decision for each planned fan that the snapshot has. `now` is the wall clock's.
+    std::map<std::int64_t, FanDecision> evaluate(const plan::FanControlPlan& plan,
+                                                 const sensors::SensorSnapshot& snapshot,
+                                                 Date now);
+
+    /// Forgets everything, so that the next plan starts afresh.
+    void reset() { *this = {}; }
+
+    /// The largest smoothed temperature, °C; nothing without sensors. A temperature that is not a
+    /// number counts only when there is no other: one broken sensor must not hide a hot one.
+    [[nodiscard]] std::optional<double> hottest() const;
+
+    /// The zero-speed policy: idleStopped while the fan is to stand still, nothing while it runs.
+    /// `requestedPercent` that is not a number is no request, the same as 0.
+    std::optional<FanDecision> stopDecision(std::int64_t fanID, double requestedPercent,
+                                            bool isRuleOverride, Date now);
+
+private:
+    using Overrides = std::map<std::int64_t, double>;  ///< forced percentage by fan
+
+    void smooth(const sensors::SensorSnapshot& snapshot, double alpha);
+    Overrides applyRules(const plan::FanControlPlan& plan, Date now);
+    void updateLatch(const plan::FanRule& rule, std::optional<double> watched, Date now);
+    [[nodiscard]] std::optional<double> temperature(
+        const std::optional<std::string>& sensorID) const;
+    FanDecision decide(const plan::FanPlan& fanPlan, const sensors::Fan& fan,
+                       const Overrides& overrides, double maxDelta, Date now);
+    FanDecision decideCurve(const plan::FanCurve& curve, const sensors::Fan& fan, double maxDelta,
+                            Date now);
+    FanDecision decidePercent(const sensors::Fan& fan, double requestedPercent,
+                              bool isRuleOverride, Date now);
+    FanDecision release(std::int64_t fanID);
+    FanDecision target(const sensors::Fan& fan, double rpm);
+    FanDecision stopped(std::int64_t fanID, FanDecision decision);
+    void clearStop(std::int64_t fanID);
+};
+
+}  // namespace airflow::evaluation

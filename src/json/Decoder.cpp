@@ -1,0 +1,124 @@
+#include "json/Decoder.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include <fmt/format.h>
+
+namespace airflow::json {
+
+namespace {
+
+std::string_view nameOf(Document::Kind kind) {
+    switch (kind) {
+        case Document::Kind::null: return "null";
+        case Document::Kind::boolean: return "a boolean";
+        case Document::Kind::integer:
+        case Document::Kind::natural:
+        case Document::Kind::real: return "a number";
+        case Document::Kind::text: return "a string";
+        case Document::Kind::array: return "an array";
+        case Document::Kind::object: return "an object";
+    }
+    return "something else";
+}
+
+}  // namespace
+
+Decoder::Decoder(const Document& document, std::optional<DecodingError>& error)
+    : document(&document), error(&error) {}
+
+double Decoder::number() const {
+    switch (kind()) {
+        case Document::Kind::integer: return static_cast<double>(node().integer);
+        case Document::Kind::natural: return static_cast<double>(node().natural);
+        case Document::Kind::real: return node().real;
+        default: expected("a number"); return 0;
+    }
+}
+
+std::int64_t Decoder::integer() const {
+    constexpr double limit = 9223372036854775808.0;  // 2^63, the first that does not fit
+    switch (kind()) {
+        case Document::Kind::integer: return node().integer;
+        case Document::Kind::natural:
+            if (std::in_range<std::int64_t>(node().natural)) {
+                return static_cast<std::int64_t>(node().natural);
+            }
+            fail(fmt::format("The number {} does not fit a signed 64-bit integer.",
+                             node().natural));
+            return 0;
+        case Document::Kind::real: {
+            const double real = node().real;
+            if (std::trunc(real) != real) fail(fmt::format("The number {} is not whole.", real));
+            else if (real >= -limit && real < limit) return static_cast<std::int64_t>(real);
+            else fail(fmt::format("The number {} does not fit a signed 64-bit integer.", real));
+            return 0;
+        }
+        default: expected("a whole number"); return 0;
+    }
+}
+
+bool Decoder::boolean() const {
+    if (kind() == Document::Kind::boolean) return node().boolean;
+    expected("a boolean");
+    return false;
+}
+
+std::string Decoder::text() const {
+    if (kind() == Document::Kind::text) return std::string(document->text(node()));
+    expected("a string");
+    return {};
+}
+
+void Decoder::anyObject() const { (void)opens(Document::Kind::object); }  // the error is the answer
+
+std::optional<std::string_view> Decoder::soleCase(
+    std::initializer_list<std::string_view> cases) const {
+    if (!opens(Document::Kind::object)) return std::nullopt;
+    std::optional<std::string_view> sole;
+    int count = 0;
+    for (const std::string_view name : cases) {
+        if (!find(name)) continue;
+        sole = name;
+        ++count;
+    }
+    if (count == 1) return sole;
+    fail("Invalid number of keys found, expected one.");
+    return std::nullopt;
+}
+
+void Decoder::fail(std::string description) const {
+    if (failed()) return;
+    *error = DecodingError{
+        .codingPath = codingPath(), .description = std::move(description), .position = {}};
+}
+
+bool Decoder::opens(Document::Kind wanted) const {
+    if (failed()) return false;
+    if (kind() == wanted) return true;
+    expected(nameOf(wanted));
+    return false;
+}
+
+std::optional<std::size_t> Decoder::find(std::string_view wanted) const {
+    std::optional<std::size_t> last;
+    for (std::size_t at = index + 1; at < node().end; at = document->node(at).end) {
+        if (document->key(document->node(at)) == wanted) last = at;
+    }
+    return last;
+}
+
+void Decoder::expected(std::string_view what) const {
+    fail(fmt::format("Expected {} but found {}.", what, nameOf(kind())));
+}
+
+std::string Decoder::codingPath() const {
+    if (!parent) return {};
+    std::string path = parent->codingPath();
+    if (parent->kind() == Document::Kind::array) return path + fmt::format("[{}]", position);
+    if (!path.empty()) path += '.';
+    return path.append(key);
+}
+
+}  // namespace airflow::json
