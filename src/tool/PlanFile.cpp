@@ -1,0 +1,42 @@
+#include "tool/PlanFile.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+
+#include "json/Decoder.h"
+#include "json/Document.h"
+#include "tool/Text.h"
+
+namespace airflow::tool {
+
+namespace {
+
+/// The file's bytes, or the system's reason why it cannot be read. One byte more than `limit` is
+/// enough to know that a file is too large.
+std::expected<std::string, std::string> readFile(const std::string& path, std::size_t limit) {
+    errno = 0;
+    std::ifstream file(path, std::ios::binary);
+    std::string bytes(limit + 1, '\0');
+    if (file.is_open()) file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    if (!file.is_open() || file.bad()) return std::unexpected(std::string(std::strerror(errno)));
+    bytes.resize(static_cast<std::size_t>(file.gcount()));
+    return bytes;
+}
+
+}  // namespace
+
+std::expected<plan::FanControlPlan, std::string> readPlan(const std::string& path) {
+    const json::Limits limits;
+    const auto bytes = readFile(path, limits.bytes);
+    if (!bytes) {
+        return std::unexpected(fmt::format("{}: cannot be read: {}", path, bytes.error()));
+    }
+    auto plan = json::decode<plan::FanControlPlan>(*bytes, limits);
+    if (!plan) return std::unexpected(printable(plan.error().describe(path)));
+    return std::move(*plan);
+}
+
+}  // namespace airflow::tool

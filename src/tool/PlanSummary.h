@@ -1,0 +1,14 @@
+// PlanSummary: a plan in the words of a person.
+#pragma once
+
+#include <string>
+
+#include "plan/FanControlPlan.h"
+
+namespace airflow::tool {
+
+/// Some lines, each indented by two blanks: fans and what each does, rules in priority order,
+/// tuning, and whatever in the plan is unlikely to be meant.
+[[nodiscard]] std::string summarise(const plan::FanControlPlan& plan);
+
+}  // namespace airflow::tool

@@ -1,0 +1,21 @@
+// Text for people: numbers as they would write them, names that cannot upset a terminal.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace airflow::tool {
+
+/// The shortest text of a number: 45, 0.3.
+[[nodiscard]] std::string plain(double number);
+
+/// The text with every control character replaced by U+FFFD, so that a name from a file cannot
+/// move the cursor or change colours.
+[[nodiscard]] std::string printable(std::string_view text);
+
+/// The text, cut or filled with blanks to `columns` characters; a cut text ends in "…". Counts
+/// code points, which is right for all names that sensors and people use in practice.
+[[nodiscard]] std::string padded(std::string_view text, std::size_t columns);
+
+}  // namespace airflow::tool

@@ -1,0 +1,37 @@
+#include <gtest/gtest.h>
+
+#include "tool/Text.h"
+
+namespace airflow::tool {
+namespace {
+
+TEST(Text, plainNumbersHaveNoTrailingZeros) {
+    EXPECT_EQ(plain(45), "45");
+    EXPECT_EQ(plain(0.3), "0.3");
+    EXPECT_EQ(plain(-12.5), "-12.5");
+}
+
+TEST(Text, controlCharactersCannotReachATerminal) {
+    EXPECT_EQ(printable("a\x1B[31mb\n"), "a\xEF\xBF\xBD[31mb\xEF\xBF\xBD");
+    EXPECT_EQ(printable("\x7F"), "\xEF\xBF\xBD");
+    EXPECT_EQ(printable("\x1F"), "\xEF\xBF\xBD");
+    EXPECT_EQ(printable(" ~"), " ~");
+    EXPECT_EQ(printable("\xC2\x9B"
+                        "31m"),
+              "\xEF\xBF\xBD"
+              "31m");  // C1's one-character CSI
+    EXPECT_EQ(printable("\xC2\xA0\xC2\xB0"), "\xC2\xA0\xC2\xB0");
+    EXPECT_EQ(printable("\xC2"), "\xC2");
+}
+
+TEST(Text, paddingCountsCharactersAndNotBytes) {
+    EXPECT_EQ(padded("ab", 4), "ab  ");
+    EXPECT_EQ(padded("°C", 4), "°C  ");
+    EXPECT_EQ(padded("abcd", 4), "abcd");
+    EXPECT_EQ(padded("abcde", 4), "abc…");
+    EXPECT_EQ(padded("°°°°°", 4), "°°°…");
+    EXPECT_EQ(padded("", 2), "  ");
+}
+
+}  // namespace
+}  // namespace airflow::tool

@@ -1,0 +1,56 @@
+#include <gmock/gmock.h>
+
+#include "ToolRun.h"
+
+namespace airflow::tool {
+namespace {
+
+using testing::HasSubstr;
+
+TEST(Tool, printsTheBuildIdentity) {
+    const auto run = runTool({"--version"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.out, "1.0.3+6\n");
+}
+
+TEST(Tool, helpNamesEveryCommand) {
+    const auto run = runTool({"--help"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_THAT(run.out, HasSubstr("check"));
+    EXPECT_THAT(run.out, HasSubstr("replay"));
+}
+
+TEST(Tool, everyCommandHasHelp) {
+    const auto check = runTool({"check", "--help"});
+    EXPECT_EQ(check.status, 0);
+    EXPECT_THAT(check.out, HasSubstr("PLAN"));
+    const auto replay = runTool({"replay", "--help"});
+    EXPECT_EQ(replay.status, 0);
+    EXPECT_THAT(replay.out, HasSubstr("--trace"));
+    EXPECT_THAT(replay.out, HasSubstr("--format"));
+}
+
+TEST(Tool, wrongUsageIsStatusTwoAndExplained) {
+    const std::vector<std::vector<std::string>> wrong{
+        {},
+        {"melt"},
+        {"--melt"},
+        {"check"},
+        {"check", "--melt", "a.json"},
+        {"replay"},
+        {"replay", "a.json"},
+        {"replay", "--trace", "t.jsonl"},
+        {"replay", "a.json", "--trace"},
+        {"replay", "a.json", "--trace", "t.jsonl", "--format", "xml"},
+        {"replay", "a.json", "b.json", "--trace", "t.jsonl"},
+    };
+    for (const auto& arguments : wrong) {
+        const auto run = runTool(arguments);
+        EXPECT_EQ(run.status, 2) << testing::PrintToString(arguments);
+        EXPECT_EQ(run.out, "") << testing::PrintToString(arguments);
+        EXPECT_NE(run.err, "") << testing::PrintToString(arguments);
+    }
+}
+
+}  // namespace
+}  // namespace airflow::tool
