@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include "evaluation/FanStopPolicy.h"
 
@@ -55,21 +56,16 @@ std::optional<double> PlanEvaluator::hottest() const {
 }
 
 void PlanEvaluator::smooth(const sensors::SensorSnapshot& snapshot, double alpha) {
-    decltype(emaBySensor) smoothed;
+    std::vector<const double*> current;  // the entries of this snapshot's sensors
     for (const sensors::TempSensor& sensor : snapshot.temps) {
-        std::string id = sensor.id();
-        // An id that stands twice in a snapshot is smoothed twice, in order.
-        if (const auto again = smoothed.find(id); again != smoothed.end()) {
-            again->second = alpha * sensor.celsius + (1 - alpha) * again->second;
-            continue;
-        }
-        const auto before = emaBySensor.find(id);
-        const double celsius = before == emaBySensor.end()
-                                   ? sensor.celsius
-                                   : alpha * sensor.celsius + (1 - alpha) * before->second;
-        smoothed.emplace(std::move(id), celsius);
+        const auto [entry, isNew] = emaBySensor.try_emplace(sensor.id(), sensor.celsius);
+        if (!isNew) entry->second = alpha * sensor.celsius + (1 - alpha) * entry->second;
+        current.push_back(&entry->second);
     }
-    emaBySensor = std::move(smoothed);
+    std::ranges::sort(current);
+    std::erase_if(emaBySensor, [&current](const auto& entry) {
+        return !std::ranges::binary_search(current, &entry.second);
+    });
 }
 
 PlanEvaluator::Overrides PlanEvaluator::applyRules(const plan::FanControlPlan& plan, Date now) {
