@@ -1,13 +1,14 @@
-// BuildIdentity: which build of the daemon this is. A client compares it with its own.
+// BuildIdentity: which build of the daemon this is. Clients compare the text byte for byte.
 #pragma once
 
+#include <cstdint>
 #include <string_view>
 
 namespace airflow::daemon::BuildIdentity {
 
 inline constexpr std::string_view version = "1.0.3";
-inline constexpr int build = 6;
-/// Version and build as the daemon prints and answers them.
+inline constexpr std::int64_t build = 6;
+/// Version, plus sign, build.
 inline constexpr std::string_view text = "1.0.3+6";
 
 }  // namespace airflow::daemon::BuildIdentity

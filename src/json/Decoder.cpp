@@ -1,7 +1,9 @@
 #include "json/Decoder.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
+#include <system_error>
 
 #include <fmt/format.h>
 
@@ -107,6 +109,18 @@ std::optional<std::size_t> Decoder::find(std::string_view wanted) const {
         if (document->key(document->node(at)) == wanted) last = at;
     }
     return last;
+}
+
+std::int64_t Decoder::integerKey() const {
+    std::int64_t number = 0;
+    const char* const end = key.data() + key.size();
+    const auto [stop, status] = std::from_chars(key.data(), end, number);
+    if (status == std::errc::invalid_argument || stop != end) {
+        fail(fmt::format("Expected a whole number as the key but found \"{}\".", key));
+    } else if (status == std::errc::result_out_of_range) {
+        fail(fmt::format("The key {} does not fit a signed 64-bit integer.", key));
+    }
+    return number;
 }
 
 void Decoder::expected(std::string_view what) const {

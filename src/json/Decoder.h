@@ -31,7 +31,9 @@ public:
     [[nodiscard]] std::int64_t integer() const;
     [[nodiscard]] bool boolean() const;
     [[nodiscard]] std::string text() const;
-    /// Any value of a type that this decoder or the type itself knows how to decode.
+    /// Any value of a type that this decoder or the type itself knows how to decode. A map is an
+    /// object whose keys are whole numbers in decimal; of keys for the same number, such as "0" and
+    /// "00", the last counts.
     template <typename T>
     [[nodiscard]] T value() const;
 
@@ -72,6 +74,8 @@ private:
     /// False, with an error, unless this is an object (or array) and nothing has failed yet.
     [[nodiscard]] bool opens(Document::Kind expected) const;
     [[nodiscard]] std::optional<std::size_t> find(std::string_view wanted) const;
+    /// This member's key as a number: digits, behind a minus sign if negative.
+    [[nodiscard]] std::int64_t integerKey() const;
     void expected(std::string_view what) const;
     [[nodiscard]] std::string codingPath() const;
 
@@ -107,6 +111,10 @@ template <typename T>
 inline constexpr bool isVector = false;
 template <typename T>
 inline constexpr bool isVector<std::vector<T>> = true;
+template <typename T>
+inline constexpr bool isIndexMap = false;
+template <typename T>
+inline constexpr bool isIndexMap<std::map<std::int64_t, T>> = true;
 }  // namespace detail
 
 template <typename T>
@@ -121,6 +129,13 @@ T Decoder::value() const {
             elements.push_back(element.value<typename T::value_type>());
         });
         return elements;
+    } else if constexpr (detail::isIndexMap<T>) {
+        T members;
+        forEachMember([&members](std::string_view, const Decoder& member) {
+            const std::int64_t index = member.integerKey();
+            members.insert_or_assign(index, member.value<typename T::mapped_type>());
+        });
+        return members;
     } else {
         return failed() ? T{} : T::decode(*this);
     }

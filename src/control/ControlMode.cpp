@@ -1,0 +1,43 @@
+#include "control/ControlMode.h"
+
+#include <string_view>
+
+namespace airflow::control {
+
+namespace {
+
+std::string_view nameOf(ControlMode mode) {
+    switch (mode) {
+        case ControlMode::automatic:
+            return "automatic";
+        case ControlMode::fullBlast:
+            return "fullBlast";
+        case ControlMode::manual:
+            return "manual";
+        case ControlMode::curve:
+            break;
+    }
+    return "curve";
+}
+
+ControlMode modeNamed(std::string_view name) {
+    if (name == "fullBlast") return ControlMode::fullBlast;
+    if (name == "manual") return ControlMode::manual;
+    if (name == "curve") return ControlMode::curve;
+    return ControlMode::automatic;
+}
+
+}  // namespace
+
+ControlMode ControlMode::decode(const json::Decoder& decoder) {
+    const auto name = decoder.soleCase({"automatic", "fullBlast", "manual", "curve"});
+    if (!name) return {};
+    decoder.member(*name, [](const json::Decoder& payload) { payload.anyObject(); });
+    return modeNamed(*name);
+}
+
+void ControlMode::encode(json::Writer& writer) const {
+    writer.emptyCase(nameOf(mode));
+}
+
+}  // namespace airflow::control

@@ -1,0 +1,28 @@
+#include "control/ControlState.h"
+
+namespace airflow::control {
+
+const ControlState& ControlState::idle() {
+    static const ControlState state;
+    return state;
+}
+
+ControlState ControlState::decode(const json::Decoder& decoder) {
+    return {.perFanMode = decoder.required<std::map<std::int64_t, ControlMode>>("perFanMode"),
+            .targets = decoder.required<std::map<std::int64_t, std::int64_t>>("targets"),
+            .isHolding = decoder.required<bool>("isHolding"),
+            .lastError = decoder.optional<std::string>("lastError"),
+            .stoppedFans = decoder.optional<std::vector<std::int64_t>>("stoppedFans")};
+}
+
+void ControlState::encode(json::Writer& writer) const {
+    writer.object([&] {
+        writer.member("perFanMode", perFanMode);
+        writer.member("targets", targets);
+        writer.member("isHolding", isHolding);
+        writer.member("lastError", lastError);
+        writer.member("stoppedFans", stoppedFans);
+    });
+}
+
+}  // namespace airflow::control
