@@ -1,9 +1,8 @@
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
+#include <algorithm>
 #include <cmath>
-#include <cstddef>
-#include <initializer_list>
 #include <limits>
 #include <ostream>
 #include <string>

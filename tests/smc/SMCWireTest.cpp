@@ -1,0 +1,225 @@
+// The records on the wire, byte for byte.
+//
+// Each is written in the order of its fields: key | version, gap | power limits | size, type and
+// attributes of the key, gap, padding | result, status, selector, gap | index | value.
+#include <gmock/gmock.h>
+
+#include <string>
+
+#include "smc/SMCRequests.h"
+#include "smc/ScriptedUserClient.h"
+
+namespace airflow::smc {
+namespace {
+
+using test::Answer;
+using test::Record;
+using test::record;
+using test::ScriptedUserClient;
+using testing::ElementsAre;
+
+class SMCWire : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(requests.open()); }
+    void TearDown() override { EXPECT_THAT(client.misuse, ElementsAre()); }
+
+    void answer(std::string_view hexadecimal) {
+        client.script.push_back(Answer{.reply = record(hexadecimal)});
+    }
+
+    ScriptedUserClient client;
+    SMCRequests requests{client};
+};
+
+constexpr std::string_view byteKeyInfo = R"(
+    00000000 000000000000 0000 00000000000000000000000000000000
+    01000000 20386975 D4 00 0000 00 00 00 00 00000000
+    0000000000000000000000000000000000000000000000000000000000000000)";
+
+constexpr std::string_view floatKeyInfo = R"(
+    00000000 000000000000 0000 00000000000000000000000000000000
+    04000000 20746C66 D4 00 0000 00 00 00 00 00000000
+    0000000000000000000000000000000000000000000000000000000000000000)";
+
+constexpr std::string_view success = R"(
+    00000000 000000000000 0000 00000000000000000000000000000000
+    00000000 00000000 00 00 0000 00 00 00 00 00000000
+    0000000000000000000000000000000000000000000000000000000000000000)";
+
+// What asks for the size and type of "F0Md".
+const Record modeKeyInfoRequest = record(R"(
+    644D3046 000000000000 0000 00000000000000000000000000000000
+    00000000 00000000 00 00 0000 00 00 09 00 00000000
+    0000000000000000000000000000000000000000000000000000000000000000)");
+
+// What asks for the size and type of "F0Tg".
+const Record targetKeyInfoRequest = record(R"(
+    67543046 000000000000 0000 00000000000000000000000000000000
+    00000000 00000000 00 00 0000 00 00 09 00 00000000
+    0000000000000000000000000000000000000000000000000000000000000000)");
+
+TEST_F(SMCWire, aReadAsksForSizeAndTypeAndThenForTheValueByItsSize) {
+    answer(floatKeyInfo);
+    answer(R"(
+        00000000 000000000000 0000 00000000000000000000000000000000
+        00000000 00000000 00 00 0000 00 00 00 00 00000000
+        00401C45 00000000000000000000000000000000000000000000000000000000)");
+
+    EXPECT_EQ(requests.readValue("F0Tg"), SMCValue::floating(2500.0));
+    EXPECT_THAT(client.requests, ElementsAre(targetKeyInfoRequest, record(R"(
+        67543046 000000000000 0000 00000000000000000000000000000000
+        04000000 00000000 00 00 0000 00 00 05 00 00000000
+        0000000000000000000000000000000000000000000000000000000000000000)")));
+}
+
+TEST_F(SMCWire, aWriteOfAByteCarriesTheSizeAndTypeOfTheKey) {
+    answer(byteKeyInfo);
+    answer(success);
+
+    EXPECT_EQ(requests.writeUInt8("F0Md", 1), 0);
+    EXPECT_THAT(client.requests, ElementsAre(modeKeyInfoRequest, record(R"(
+        644D3046 000000000000 0000 00000000000000000000000000000000
+        01000000 20386975 00 00 0000 00 00 06 00 00000000
+        0100000000000000000000000000000000000000000000000000000000000000)")));
+}
+
+TEST_F(SMCWire, aWriteOfAFloatCarriesTheSizeAndTypeOfTheKey) {
+    answer(floatKeyInfo);
+    answer(success);
+
+    EXPECT_EQ(requests.writeFloat("F0Tg", 2500.0), 0);
+    EXPECT_THAT(client.requests, ElementsAre(targetKeyInfoRequest, record(R"(
+        67543046 000000000000 0000 00000000000000000000000000000000
+        04000000 20746C66 00 00 0000 00 00 06 00 00000000
+        00401C4500000000000000000000000000000000000000000000000000000000)")));
+}
+
+TEST_F(SMCWire, theSizeAndTypeOfAWriteAreTheKeysAndNotTheEncodings) {
+    answer(R"(
+        00000000 000000000000 0000 00000000000000000000000000000000
+        02000000 32657066 C4 00 0000 00 00 00 00 00000000
+        0000000000000000000000000000000000000000000000000000000000000000)");
+    answer(success);
+
+    EXPECT_EQ(requests.writeFloat("F0Tg", 2500.0), 0);
+    EXPECT_EQ(client.requests.back(), record(R"(
+        67543046 000000000000 0000 00000000000000000000000000000000
+        02000000 32657066 00 00 0000 00 00 06 00 00000000
+        00401C4500000000000000000000000000000000000000000000000000000000)"));
+}
+
+TEST_F(SMCWire, anEnumerationAsksForTheCountAndThenForEachIndex) {
+    // "#KEY" is two; the SMC puts "F0Md" first and, at index 1, "TC0P" with the value 42.5.
+    answer(R"(
+        00000000 000000000000 0000 00000000000000000000000000000000
+        04000000 32336975 84 00 0000 00 00 00 00 00000000
+        0000000000000000000000000000000000000000000000000000000000000000)");
+    answer(R"(
+        00000000 000000000000 0000 00000000000000000000000000000000
+        00000000 00000000 00 00 0000 00 00 00 00 00000000
+        0000000200000000000000000000000000000000000000000000000000000000)");
+    answer(R"(
+        644D3046 000000000000 0000 00000000000000000000000000000000
+        00000000 00000000 00 00 0000 00 00 00 00 00000000
+        0000000000000000000000000000000000000000000000000000000000000000)");
+    answer(R"(
+        50304354 000000000000 0000 00000000000000000000000000000000
+        00000000 00000000 00 00 0000 00 00 00 00 00000000
+        0000000000000000000000000000000000000000000000000000000000000000)");
+    answer(R"(
+        00000000 000000000000 0000 00000000000000000000000000000000
+        02000000 38377073 84 00 0000 00 00 00 00 00000000
+        0000000000000000000000000000000000000000000000000000000000000000)");
+    answer(R"(
+        00000000 000000000000 0000 00000000000000000000000000000000
+        00000000 00000000 00 00 0000 00 00 00 00 00000000
+        2A80000000000000000000000000000000000000000000000000000000000000)");
+
+    EXPECT_THAT(requests.discoverTempKeys(), ElementsAre("TC0P"));
+    EXPECT_THAT(client.requests, ElementsAre(record(R"(
+        59454B23 000000000000 0000 00000000000000000000000000000000
+        00000000 00000000 00 00 0000 00 00 09 00 00000000
+        0000000000000000000000000000000000000000000000000000000000000000)"),
+                                             record(R"(
+        59454B23 000000000000 0000 00000000000000000000000000000000
+        04000000 00000000 00 00 0000 00 00 05 00 00000000
+        0000000000000000000000000000000000000000000000000000000000000000)"),
+                                             record(R"(
+        00000000 000000000000 0000 00000000000000000000000000000000
+        00000000 00000000 00 00 0000 00 00 08 00 00000000
+        0000000000000000000000000000000000000000000000000000000000000000)"),
+                                             record(R"(
+        00000000 000000000000 0000 00000000000000000000000000000000
+        00000000 00000000 00 00 0000 00 00 08 00 01000000
+        0000000000000000000000000000000000000000000000000000000000000000)"),
+                                             record(R"(
+        50304354 000000000000 0000 00000000000000000000000000000000
+        00000000 00000000 00 00 0000 00 00 09 00 00000000
+        0000000000000000000000000000000000000000000000000000000000000000)"),
+                                             record(R"(
+        50304354 000000000000 0000 00000000000000000000000000000000
+        02000000 00000000 00 00 0000 00 00 05 00 00000000
+        0000000000000000000000000000000000000000000000000000000000000000)")));
+}
+
+TEST_F(SMCWire, everyFieldOfAReplyIsWhereTheDriverPutsIt) {
+    answer(R"(
+        44434241 0102 0304 0605 0000 0807 0A09 0E0D0C0B 1211100F 16151413
+        1A191817 1E1D1C1B 1F 00 2120 22 23 24 00 28272625
+        292A2B2C2D2E2F303132333435363738393A3B3C3D3E3F404142434445464748)");
+
+    const auto reply = requests.call(SMCParamStruct{});
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->key, 0x41424344u);
+    EXPECT_EQ(reply->vers.major, 0x01);
+    EXPECT_EQ(reply->vers.minor, 0x02);
+    EXPECT_EQ(reply->vers.build, 0x03);
+    EXPECT_EQ(reply->vers.reserved, 0x04);
+    EXPECT_EQ(reply->vers.release, 0x0506);
+    EXPECT_EQ(reply->pLimitData.version, 0x0708);
+    EXPECT_EQ(reply->pLimitData.length, 0x090A);
+    EXPECT_EQ(reply->pLimitData.cpuPLimit, 0x0B0C0D0Eu);
+    EXPECT_EQ(reply->pLimitData.gpuPLimit, 0x0F101112u);
+    EXPECT_EQ(reply->pLimitData.memPLimit, 0x13141516u);
+    EXPECT_EQ(reply->keyInfo.dataSize, 0x1718191Au);
+    EXPECT_EQ(reply->keyInfo.dataType, 0x1B1C1D1Eu);
+    EXPECT_EQ(reply->keyInfo.dataAttributes, 0x1F);
+    EXPECT_EQ(reply->keyInfo.padding, 0x2021);
+    EXPECT_EQ(reply->result, 0x22);
+    EXPECT_EQ(reply->status, 0x23);
+    EXPECT_EQ(reply->data8, 0x24);
+    EXPECT_EQ(reply->data32, 0x25262728u);
+    EXPECT_EQ(reply->bytes.front(), 0x29);
+    EXPECT_EQ(reply->bytes.back(), 0x48);
+}
+
+TEST_F(SMCWire, nothingOfAReplyButSizeAndTypeReachesTheNextRequest) {
+    answer(R"(
+        FFFFFFFF FFFFFFFFFFFF FFFF FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFF
+        01000000 20386975 FF FF FFFF 00 FF FF FF FFFFFFFF
+        FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFF)");
+    answer(success);
+
+    EXPECT_EQ(requests.writeUInt8("F0Md", 0), 0);
+    EXPECT_EQ(client.requests.back(), record(R"(
+        644D3046 000000000000 0000 00000000000000000000000000000000
+        01000000 20386975 00 00 0000 00 00 06 00 00000000
+        0000000000000000000000000000000000000000000000000000000000000000)"));
+}
+
+TEST(SMCParamStruct, selectorsAndResultsHaveTheDriversNumbers) {
+    EXPECT_EQ(static_cast<int>(SMCParamStruct::Selector::ypcEvent), 2);
+    EXPECT_EQ(static_cast<int>(SMCParamStruct::Selector::readKey), 5);
+    EXPECT_EQ(static_cast<int>(SMCParamStruct::Selector::writeKey), 6);
+    EXPECT_EQ(static_cast<int>(SMCParamStruct::Selector::getKeyByIndex), 8);
+    EXPECT_EQ(static_cast<int>(SMCParamStruct::Selector::getKeyInfo), 9);
+    EXPECT_EQ(static_cast<int>(SMCParamStruct::ResultCode::success), 0);
+    EXPECT_EQ(static_cast<int>(SMCParamStruct::ResultCode::keyNotFound), 132);
+}
+
+TEST(SMCParamStruct, aNewRecordIsAllZero) {
+    EXPECT_EQ(test::recordOf({}), Record{});
+}
+
+}  // namespace
+}  // namespace airflow::smc
