@@ -8,14 +8,10 @@ namespace {
 
 std::string_view nameOf(ControlMode mode) {
     switch (mode) {
-        case ControlMode::automatic:
-            return "automatic";
-        case ControlMode::fullBlast:
-            return "fullBlast";
-        case ControlMode::manual:
-            return "manual";
-        case ControlMode::curve:
-            break;
+        case ControlMode::automatic: return "automatic";
+        case ControlMode::fullBlast: return "fullBlast";
+        case ControlMode::manual: return "manual";
+        case ControlMode::curve: break;
     }
     return "curve";
 }

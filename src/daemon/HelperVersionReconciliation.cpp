@@ -6,14 +6,12 @@ HelperVersionDecision HelperVersionReconciliation::decide(HelperVersionProbe pro
                                                           std::int64_t upgradeAttemptsSoFar,
                                                           std::int64_t maxUpgradeAttempts) {
     switch (probe) {
-        case HelperVersionProbe::matched:
-            return HelperVersionDecision::proceed;
+        case HelperVersionProbe::matched: return HelperVersionDecision::proceed;
         case HelperVersionProbe::mismatched:
             return upgradeAttemptsSoFar < maxUpgradeAttempts
                        ? HelperVersionDecision::triggerUpgradeSwap
                        : HelperVersionDecision::stale;
-        case HelperVersionProbe::noReply:
-            break;
+        case HelperVersionProbe::noReply: break;
     }
     return HelperVersionDecision::stale;
 }
@@ -26,8 +24,7 @@ HelperVersionDecision HelperVersionReconciler::next(HelperVersionProbe probe,
         case HelperVersionDecision::proceed:
             classification = HelperVersionClassification::matched;
             break;
-        case HelperVersionDecision::triggerUpgradeSwap:
-            break;
+        case HelperVersionDecision::triggerUpgradeSwap: break;
         case HelperVersionDecision::stale:
             classification = HelperVersionClassification::stale;
             break;

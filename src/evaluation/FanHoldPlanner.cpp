@@ -14,8 +14,10 @@ FanHoldActions FanHoldPlanner::actions(const std::map<std::int64_t, FanDecision>
     for (const auto& [fan, decision] : decisions) {
         if (std::holds_alternative<ReleaseToAuto>(decision)) continue;
         wanted.insert(fan);
-        if (const auto* target = std::get_if<Target>(&decision)) result.targets[fan] = target->rpm;
-        else result.stoppedFans.push_back(fan);
+        if (const auto* target = std::get_if<Target>(&decision))
+            result.targets[fan] = target->rpm;
+        else
+            result.stoppedFans.push_back(fan);
     }
     result.isGlobalIdle = result.targets.empty() && !result.stoppedFans.empty();
     std::ranges::set_difference(wanted, claimedFans, std::back_inserter(result.toClaim));

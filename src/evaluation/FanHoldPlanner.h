@@ -12,11 +12,11 @@ namespace airflow::evaluation {
 
 /// Lists are ascending, so that the order of writes is the same every time.
 struct FanHoldActions {
-    std::vector<std::int64_t> toClaim;        ///< wanted in forced mode, not yet claimed
-    std::vector<std::int64_t> toRelease;      ///< claimed, no longer wanted
-    std::map<std::int64_t, double> targets;   ///< RPM for every wanted fan; 0 for a stopped one
-    bool forceTestEnabled = false;            ///< at least one fan is wanted in forced mode
-    std::vector<std::int64_t> stoppedFans;    ///< decided idleStopped
+    std::vector<std::int64_t> toClaim;       ///< wanted in forced mode, not yet claimed
+    std::vector<std::int64_t> toRelease;     ///< claimed, no longer wanted
+    std::map<std::int64_t, double> targets;  ///< RPM for every wanted fan; 0 for a stopped one
+    bool forceTestEnabled = false;           ///< at least one fan is wanted in forced mode
+    std::vector<std::int64_t> stoppedFans;   ///< decided idleStopped
     bool isGlobalIdle = false;  ///< at least one fan is stopped, and no fan has a target
 
     bool operator==(const FanHoldActions&) const = default;

@@ -33,8 +33,9 @@ double clampRPM(const sensors::Fan& fan, double rpm) {
 
 }  // namespace
 
-std::map<std::int64_t, FanDecision> PlanEvaluator::evaluate(
-    const plan::FanControlPlan& plan, const sensors::SensorSnapshot& snapshot, Date now) {
+std::map<std::int64_t, FanDecision> PlanEvaluator::evaluate(const plan::FanControlPlan& plan,
+                                                            const sensors::SensorSnapshot& snapshot,
+                                                            Date now) {
     smooth(snapshot, plan.tuning.emaAlpha);
     const Overrides overrides = applyRules(plan, now);
     std::map<std::int64_t, FanDecision> decisions;

@@ -22,18 +22,18 @@ struct PlanEvaluator {
 
     std::map<std::string, double, std::less<>> emaBySensor;  ///< smoothed °C by sensor id
     std::map<std::int64_t, double> lastTargetByFan;          ///< RPM; absent while stopped
-    std::map<plan::UUID, Date> ruleFiringSince;  ///< when the watched value rose above the threshold
-    std::set<plan::UUID> ruleLatched;            ///< rules that override now
-    std::map<std::int64_t, Date> zeroSince;      ///< when the request first was <= 0 %
-    std::map<std::int64_t, Date> resumeSince;    ///< when a stopped fan's request was high enough
+    std::map<plan::UUID, Date>
+        ruleFiringSince;                       ///< when the watched value rose above the threshold
+    std::set<plan::UUID> ruleLatched;          ///< rules that override now
+    std::map<std::int64_t, Date> zeroSince;    ///< when the request first was <= 0 %
+    std::map<std::int64_t, Date> resumeSince;  ///< when a stopped fan's request was high enough
     std::set<std::int64_t> stoppedFans;
 
     bool operator==(const PlanEvaluator&) const = default;
 
     /// One decision for each planned fan that the snapshot has. `now` is the wall clock's.
     std::map<std::int64_t, FanDecision> evaluate(const plan::FanControlPlan& plan,
-                                                 const sensors::SensorSnapshot& snapshot,
-                                                 Date now);
+                                                 const sensors::SensorSnapshot& snapshot, Date now);
 
     /// Forgets everything, so that the next plan starts afresh.
     void reset() { *this = {}; }
@@ -59,8 +59,8 @@ private:
                        const Overrides& overrides, double maxDelta, Date now);
     FanDecision decideCurve(const plan::FanCurve& curve, const sensors::Fan& fan, double maxDelta,
                             Date now);
-    FanDecision decidePercent(const sensors::Fan& fan, double requestedPercent,
-                              bool isRuleOverride, Date now);
+    FanDecision decidePercent(const sensors::Fan& fan, double requestedPercent, bool isRuleOverride,
+                              Date now);
     FanDecision release(std::int64_t fanID);
     FanDecision target(const sensors::Fan& fan, double rpm);
     FanDecision stopped(std::int64_t fanID, FanDecision decision);

@@ -1,11 +1,10 @@
 #include "json/Decoder.h"
 
-#include <algorithm>
+#include <fmt/format.h>
+
 #include <charconv>
 #include <cmath>
 #include <system_error>
-
-#include <fmt/format.h>
 
 namespace airflow::json {
 
@@ -17,12 +16,22 @@ std::string_view nameOf(Document::Kind kind) {
         case Document::Kind::boolean: return "a boolean";
         case Document::Kind::integer:
         case Document::Kind::natural:
+        case Document::Kind::huge:
         case Document::Kind::real: return "a number";
         case Document::Kind::text: return "a string";
         case Document::Kind::array: return "an array";
         case Document::Kind::object: return "an object";
     }
     return "something else";
+}
+
+/// A key as a path shows it: a document's own keys may be as long as the document.
+std::string shortened(std::string_view key) {
+    constexpr std::size_t limit = 64;
+    if (key.size() <= limit) return std::string(key);
+    std::size_t end = limit;
+    while ((static_cast<unsigned char>(key[end]) & 0xC0) == 0x80) --end;  // inside a character
+    return std::string(key.substr(0, end)) + "...";
 }
 
 }  // namespace
@@ -34,6 +43,7 @@ double Decoder::number() const {
     switch (kind()) {
         case Document::Kind::integer: return static_cast<double>(node().integer);
         case Document::Kind::natural: return static_cast<double>(node().natural);
+        case Document::Kind::huge:
         case Document::Kind::real: return node().real;
         default: expected("a number"); return 0;
     }
@@ -41,20 +51,23 @@ double Decoder::number() const {
 
 std::int64_t Decoder::integer() const {
     constexpr double limit = 9223372036854775808.0;  // 2^63, the first that does not fit
+    const auto unfit = [this](auto number) {
+        fail(fmt::format("The number {} does not fit a signed 64-bit integer.", number));
+        return std::int64_t{0};
+    };
     switch (kind()) {
         case Document::Kind::integer: return node().integer;
         case Document::Kind::natural:
-            if (std::in_range<std::int64_t>(node().natural)) {
-                return static_cast<std::int64_t>(node().natural);
-            }
-            fail(fmt::format("The number {} does not fit a signed 64-bit integer.",
-                             node().natural));
-            return 0;
+            if (!std::in_range<std::int64_t>(node().natural)) return unfit(node().natural);
+            return static_cast<std::int64_t>(node().natural);
+        case Document::Kind::huge: return unfit(node().real);
         case Document::Kind::real: {
             const double real = node().real;
-            if (std::trunc(real) != real) fail(fmt::format("The number {} is not whole.", real));
-            else if (real >= -limit && real < limit) return static_cast<std::int64_t>(real);
-            else fail(fmt::format("The number {} does not fit a signed 64-bit integer.", real));
+            if (std::trunc(real) == real) {
+                return real >= -limit && real < limit ? static_cast<std::int64_t>(real)
+                                                      : unfit(real);
+            }
+            fail(fmt::format("The number {} is not whole.", real));
             return 0;
         }
         default: expected("a whole number"); return 0;
@@ -73,7 +86,9 @@ std::string Decoder::text() const {
     return {};
 }
 
-void Decoder::anyObject() const { (void)opens(Document::Kind::object); }  // the error is the answer
+void Decoder::anyObject() const {
+    (void)opens(Document::Kind::object);
+}  // the error is the answer
 
 std::optional<std::string_view> Decoder::soleCase(
     std::initializer_list<std::string_view> cases) const {
@@ -132,7 +147,7 @@ std::string Decoder::codingPath() const {
     std::string path = parent->codingPath();
     if (parent->kind() == Document::Kind::array) return path + fmt::format("[{}]", position);
     if (!path.empty()) path += '.';
-    return path.append(key);
+    return path + shortened(key);
 }
 
 }  // namespace airflow::json

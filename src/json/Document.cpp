@@ -1,11 +1,11 @@
 #include "json/Document.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <utility>
-
-#include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace airflow::json {
 
@@ -25,20 +25,28 @@ DecodingError malformed(std::string_view text, std::size_t offset, std::string d
 }
 
 /// The parser's own reason, without its prefix, its position (we give our own) and its quotation
-/// of the text, which may be long and need not be UTF-8.
-std::string reasonOf(std::string_view message) {
-    if (message.contains("number overflow")) return "number out of range of a 64-bit float";
+/// of `token`, which may be long, need not be UTF-8 and may imitate anything.
+std::string reasonOf(std::string_view message, std::string_view token) {
     if (const auto prefix = message.find(": "); prefix != std::string_view::npos) {
         message.remove_prefix(prefix + 2);
     }
-    const auto quotation = message.find("; last read: '");
-    if (quotation == std::string_view::npos) return std::string(message);
-    std::string reason(message.substr(0, quotation));
-    if (const auto expected = message.rfind("; expected "); expected > quotation &&
-                                                            expected != std::string_view::npos) {
-        reason += message.substr(expected);
-    }
-    return reason;
+    constexpr std::string_view quotation = "; last read: '";
+    const auto quoted = message.find(quotation);
+    if (quoted == std::string_view::npos) return std::string(message);
+    const auto behind = quoted + quotation.size() + token.size() + 1;
+    return std::string(message.substr(0, quoted)).append(message.substr(behind));
+}
+
+/// How many bytes before the parser's place the error stands: at the start of a token that is
+/// complete but unexpected, at the last byte read of any other. The end of the text counts as one.
+std::size_t lengthOfUnexpected(std::string_view reason, std::string_view token) {
+    // The parser keeps the token of numbers and strings alone.
+    if (reason.contains("unexpected number literal")) return token.size();
+    if (reason.contains("unexpected string literal")) return token.size();
+    if (reason.contains("unexpected true literal")) return std::string_view("true").size();
+    if (reason.contains("unexpected false literal")) return std::string_view("false").size();
+    if (reason.contains("unexpected null literal")) return std::string_view("null").size();
+    return 1;
 }
 
 /// Where the bracket stands that opens one level more than `depth`.
@@ -47,12 +55,16 @@ std::size_t offsetBeyondDepth(std::string_view text, std::size_t depth) {
     bool quoted = false;
     for (std::size_t offset = 0; offset < text.size(); ++offset) {
         const char character = text[offset];
-        if (quoted && character == '\\') ++offset;
-        else if (character == '"') quoted = !quoted;
-        else if (quoted) continue;
+        if (quoted && character == '\\')
+            ++offset;
+        else if (character == '"')
+            quoted = !quoted;
+        else if (quoted)
+            continue;
         else if (character == '{' || character == '[') {
             if (open++ == depth) return offset;
-        } else if (character == '}' || character == ']') --open;
+        } else if (character == '}' || character == ']')
+            --open;
     }
     return text.size();
 }
@@ -82,15 +94,20 @@ public:
         return true;
     }
     bool number_integer(number_integer_t value) {
-        append(Kind::integer).integer = value;
+        // The parser calls this for numbers with a minus sign: a zero was "-0".
+        if (value == 0)
+            append(Kind::real).real = -0.0;
+        else
+            append(Kind::integer).integer = value;
         return true;
     }
     bool number_unsigned(number_unsigned_t value) {
         append(Kind::natural).natural = value;
         return true;
     }
-    bool number_float(number_float_t value, const string_t&) {
-        append(Kind::real).real = value;
+    bool number_float(number_float_t value, const string_t& token) {
+        const bool isInteger = token.find_first_of(".eE") == string_t::npos;
+        append(isInteger ? Kind::huge : Kind::real).real = value;
         return true;
     }
     bool string(const string_t& value) {
@@ -111,10 +128,12 @@ public:
     bool start_array(std::size_t) { return begin(Kind::array); }
     bool end_object() { return end(); }
     bool end_array() { return end(); }
-    bool parse_error(std::size_t bytesRead, const std::string&,
+    bool parse_error(std::size_t bytesRead, const std::string& token,
                      const nlohmann::detail::exception& exception) {
-        errorOffset = bytesRead == 0 ? 0 : bytesRead - 1;
-        reason = reasonOf(exception.what());
+        const bool outOfRange = exception.id == 406;
+        reason = outOfRange ? "number out of range of a 64-bit float"
+                            : reasonOf(exception.what(), token);
+        errorOffset = bytesRead - (outOfRange ? token.size() : lengthOfUnexpected(reason, token));
         return false;
     }
 

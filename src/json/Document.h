@@ -21,7 +21,17 @@ struct Limits {
 
 class Document {
 public:
-    enum class Kind : std::uint8_t { null, boolean, integer, natural, real, text, array, object };
+    enum class Kind : std::uint8_t {
+        null,
+        boolean,
+        integer,  ///< negative, without fraction or exponent
+        natural,  ///< not negative, without fraction or exponent
+        huge,     ///< without fraction or exponent, beyond 64 bits
+        real,     ///< with a fraction or an exponent, or minus zero
+        text,
+        array,
+        object
+    };
 
     /// One value. An array or object is followed by what it holds, up to `end`. Texts and keys lie
     /// in the document's text store, since nodes move while they are read.
@@ -34,9 +44,9 @@ public:
         std::size_t textLength = 0;
         union {
             bool boolean;
-            std::int64_t integer = 0;  ///< negative numbers without fraction or exponent
-            std::uint64_t natural;     ///< the others
-            double real;               ///< numbers with a fraction, an exponent, or beyond 64 bits
+            std::int64_t integer = 0;
+            std::uint64_t natural;
+            double real;  ///< the nearest to a number that is real or huge
         };
     };
 

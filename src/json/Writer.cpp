@@ -1,11 +1,11 @@
 #include "json/Writer.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <iterator>
-
-#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace airflow::json {
@@ -41,7 +41,9 @@ void Writer::write(std::int64_t number) {
     text.append(std::begin(digits), end);
 }
 
-void Writer::write(bool boolean) { text += boolean ? "true" : "false"; }
+void Writer::write(bool boolean) {
+    text += boolean ? "true" : "false";
+}
 
 void Writer::write(std::string_view value) {
     if (needsNoEscape(value)) {

@@ -43,8 +43,10 @@ CurveInterpolation decodeInterpolation(const json::Decoder& curve) {
     auto interpolation = CurveInterpolation::linear;
     curve.member("interpolation", [&interpolation](const json::Decoder& decoder) {
         const std::string text = decoder.text();
-        if (text == "monotone") interpolation = CurveInterpolation::monotone;
-        else if (text != "linear") decoder.fail("Expected \"linear\" or \"monotone\".");
+        if (text == "monotone")
+            interpolation = CurveInterpolation::monotone;
+        else if (text != "linear")
+            decoder.fail("Expected \"linear\" or \"monotone\".");
     });
     return interpolation;
 }

@@ -112,6 +112,10 @@ struct Broken {
     const char* error;  ///< behind the path
 };
 
+void PrintTo(const Broken& broken, std::ostream* out) {
+    *out << broken.name;
+}
+
 class BrokenExample : public testing::TestWithParam<Broken> {};
 
 TEST_P(BrokenExample, isRefusedWithPlaceAndReason) {
