@@ -140,7 +140,7 @@ constexpr std::array brokenExamples{
     Broken{"not-whole", ": fans[0].fanID: The number 1.5 is not whole."},
     Broken{"nul-byte", ":2:1: a NUL byte is not allowed"},
     Broken{"null-required", ": fans[0].mode.fixedRPM._0: Expected a number but found null."},
-    Broken{"number-too-large", ":1:56: number out of range of a 64-bit float"},
+    Broken{"number-too-large", ":1:52: number out of range of a 64-bit float"},
     Broken{"payload-missing", ": fans[0].mode.fixedPercent: The required key \"_0\" is missing."},
     Broken{"trailing-bytes", ":2:1: "},
     Broken{"trailing-comma", ":3:1: "},
