@@ -1,8 +1,9 @@
 #include "json/Decoder.h"
 
-#include <fmt/format.h>
-
+#include <algorithm>
 #include <cmath>
+
+#include <fmt/format.h>
 
 namespace airflow::json {
 
@@ -10,21 +11,15 @@ namespace {
 
 std::string_view nameOf(Document::Kind kind) {
     switch (kind) {
-        case Document::Kind::null:
-            return "null";
-        case Document::Kind::boolean:
-            return "a boolean";
+        case Document::Kind::null: return "null";
+        case Document::Kind::boolean: return "a boolean";
         case Document::Kind::integer:
         case Document::Kind::natural:
         case Document::Kind::huge:
-        case Document::Kind::real:
-            return "a number";
-        case Document::Kind::text:
-            return "a string";
-        case Document::Kind::array:
-            return "an array";
-        case Document::Kind::object:
-            return "an object";
+        case Document::Kind::real: return "a number";
+        case Document::Kind::text: return "a string";
+        case Document::Kind::array: return "an array";
+        case Document::Kind::object: return "an object";
     }
     return "something else";
 }
@@ -45,45 +40,36 @@ Decoder::Decoder(const Document& document, std::optional<DecodingError>& error)
 
 double Decoder::number() const {
     switch (kind()) {
-        case Document::Kind::integer:
-            return static_cast<double>(node().integer);
-        case Document::Kind::natural:
-            return static_cast<double>(node().natural);
+        case Document::Kind::integer: return static_cast<double>(node().integer);
+        case Document::Kind::natural: return static_cast<double>(node().natural);
         case Document::Kind::huge:
-        case Document::Kind::real:
-            return node().real;
-        default:
-            expected("a number");
-            return 0;
+        case Document::Kind::real: return node().real;
+        default: expected("a number"); return 0;
     }
 }
 
 std::int64_t Decoder::integer() const {
     constexpr double limit = 9223372036854775808.0;  // 2^63, the first that does not fit
-    const auto unfit = [this](auto number) {
-        fail(fmt::format("The number {} does not fit a signed 64-bit integer.", number));
-        return std::int64_t{0};
-    };
     switch (kind()) {
-        case Document::Kind::integer:
-            return node().integer;
+        case Document::Kind::integer: return node().integer;
         case Document::Kind::natural:
-            if (!std::in_range<std::int64_t>(node().natural)) return unfit(node().natural);
-            return static_cast<std::int64_t>(node().natural);
+            if (std::in_range<std::int64_t>(node().natural)) {
+                return static_cast<std::int64_t>(node().natural);
+            }
+            fail(fmt::format("The number {} does not fit a signed 64-bit integer.",
+                             node().natural));
+            return 0;
         case Document::Kind::huge:
-            return unfit(node().real);
+            fail(fmt::format("The number {} does not fit a signed 64-bit integer.", node().real));
+            return 0;
         case Document::Kind::real: {
             const double real = node().real;
-            if (std::trunc(real) == real) {
-                return real >= -limit && real < limit ? static_cast<std::int64_t>(real)
-                                                      : unfit(real);
-            }
-            fail(fmt::format("The number {} is not whole.", real));
+            if (std::trunc(real) != real) fail(fmt::format("The number {} is not whole.", real));
+            else if (real >= -limit && real < limit) return static_cast<std::int64_t>(real);
+            else fail(fmt::format("The number {} does not fit a signed 64-bit integer.", real));
             return 0;
         }
-        default:
-            expected("a whole number");
-            return 0;
+        default: expected("a whole number"); return 0;
     }
 }
 
@@ -99,9 +85,7 @@ std::string Decoder::text() const {
     return {};
 }
 
-void Decoder::anyObject() const {
-    (void)opens(Document::Kind::object);
-}  // the error is the answer
+void Decoder::anyObject() const { (void)opens(Document::Kind::object); }  // the error is the answer
 
 std::optional<std::string_view> Decoder::soleCase(
     std::initializer_list<std::string_view> cases) const {

@@ -7,8 +7,10 @@ RuleFanTarget RuleFanTarget::decode(const json::Decoder& decoder) {
     if (!name) return {};
     RuleFanTarget target;
     decoder.member(*name, [&](const json::Decoder& payload) {
-        if (*name == "fan") target = fan(payload.required<std::int64_t>("_0"));
-        else payload.anyObject();
+        if (*name == "fan")
+            target = fan(payload.required<std::int64_t>("_0"));
+        else
+            payload.anyObject();
     });
     return target;
 }

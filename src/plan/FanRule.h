@@ -25,8 +25,8 @@ struct RuleFanTarget {
 };
 
 struct FanRule {
-    UUID id;           ///< the evaluator keys latch and timer by it
-    std::string name;  ///< for people
+    UUID id;                              ///< the evaluator keys latch and timer by it
+    std::string name;                     ///< for people
     std::optional<std::string> sensorID;  ///< watched sensor; absent: the hottest one
     double thresholdCelsius = 0;          ///< fires strictly above
     /// A latched rule lets go below this, and in any case not before threshold - 0.5 °C.

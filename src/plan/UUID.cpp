@@ -60,6 +60,8 @@ UUID UUID::decode(const json::Decoder& decoder) {
     return uuid.value_or(UUID{});
 }
 
-void UUID::encode(json::Writer& writer) const { writer.write(text()); }
+void UUID::encode(json::Writer& writer) const {
+    writer.write(text());
+}
 
 }  // namespace airflow::plan
