@@ -1,6 +1,7 @@
 #include "plan/FanCurve.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <string_view>
 
@@ -13,13 +14,23 @@ double interpolate(const CurvePoint& a, const CurvePoint& b, double celsius) {
     return a.percent + (celsius - a.celsius) / (b.celsius - a.celsius) * (b.percent - a.percent);
 }
 
-/// The points by temperature; equal temperatures keep their order in the document.
+/// By temperature; equal temperatures keep their order in the document, in which the points lie.
+/// What is not a number comes last, because a sort needs an order of everything.
+bool isBefore(const CurvePoint* a, const CurvePoint* b) {
+    if (std::isnan(a->celsius) != std::isnan(b->celsius)) return std::isnan(b->celsius);
+    if (a->celsius < b->celsius || b->celsius < a->celsius) return a->celsius < b->celsius;
+    return a < b;
+}
+
+bool isSorted(const std::vector<CurvePoint>& points) {
+    return std::ranges::is_sorted(
+        points, [](const CurvePoint& a, const CurvePoint& b) { return isBefore(&a, &b); });
+}
+
 std::vector<CurvePoint> sorted(const std::vector<CurvePoint>& points) {
     std::vector<const CurvePoint*> order;
     for (const CurvePoint& point : points) order.push_back(&point);
-    std::ranges::sort(order, [](const CurvePoint* a, const CurvePoint* b) {
-        return a->celsius != b->celsius ? a->celsius < b->celsius : a < b;
-    });
+    std::ranges::sort(order, isBefore);
     std::vector<CurvePoint> result;
     for (const CurvePoint* point : order) result.push_back(*point);
     return result;
@@ -36,7 +47,7 @@ double lookUp(const std::vector<CurvePoint>& points, double celsius) {
             return interpolate(points[i - 1], points[i], celsius);
         }
     }
-    return interpolate(first, last, celsius);  // a temperature that is not a number
+    return interpolate(first, last, celsius);  // something is not a number
 }
 
 CurveInterpolation decodeInterpolation(const json::Decoder& curve) {
@@ -55,8 +66,8 @@ CurveInterpolation decodeInterpolation(const json::Decoder& curve) {
 
 double FanCurve::percentAt(double celsius) const {
     if (points.empty()) return 0;
-    const bool isSorted = std::ranges::is_sorted(points, {}, &CurvePoint::celsius);
-    const double percent = isSorted ? lookUp(points, celsius) : lookUp(sorted(points), celsius);
+    const double percent =
+        isSorted(points) ? lookUp(points, celsius) : lookUp(sorted(points), celsius);
     if (percent <= 0) return 0;
     return percent > 100 ? 100 : percent;
 }

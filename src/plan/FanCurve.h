@@ -15,7 +15,7 @@ namespace airflow::plan {
 struct CurvePoint {
     UUID id;             ///< the client edits points by it
     double celsius = 0;  ///< °C
-    double percent = 0;  ///< any number; what percent(at) answers is kept in [0, 100]
+    double percent = 0;  ///< any number; what percentAt answers is kept in [0, 100]
 
     bool operator==(const CurvePoint&) const = default;
 
@@ -37,6 +37,7 @@ struct FanCurve {
     /// The percentage at a temperature in °C, in [0, 100]; 0 without points. Flat before the
     /// coolest point and behind the hottest. Not a number where the arithmetic has no answer (a
     /// temperature that is not a number, points too far apart for a double): no request at all.
+    /// A point whose temperature is not a number counts as the hottest; documents hold none.
     [[nodiscard]] double percentAt(double celsius) const;
 
     static FanCurve decode(const json::Decoder& decoder);

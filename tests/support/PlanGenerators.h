@@ -72,11 +72,12 @@ inline rc::Gen<char32_t> codePoints() {
                          U'\uFFFF'));
 }
 
-/// Up to about eight of them, however large the test's size, and each of full size.
+/// Up to `most` of them, however large the test's size, and each of full size.
 template <typename T>
-rc::Gen<std::vector<T>> fewOf(rc::Gen<T> elements) {
-    return rc::gen::scale(
-        0.08, rc::gen::container<std::vector<T>>(rc::gen::resize(rc::kNominalSize, elements)));
+rc::Gen<std::vector<T>> fewOf(rc::Gen<T> elements, int most = 8) {
+    const auto full = rc::gen::resize(rc::kNominalSize, std::move(elements));
+    return rc::gen::scale(most / double{rc::kNominalSize},
+                          rc::gen::container<std::vector<T>>(full));
 }
 
 inline rc::Gen<std::string> unicodeTexts() {
@@ -135,7 +136,7 @@ struct Arbitrary<airflow::plan::FanCurve> {
         using namespace airflow::tests;
         return gen::build<FanCurve>(
             gen::set(&FanCurve::sourceSensorID, optionally(unicodeTexts())),
-            gen::set(&FanCurve::points, fewOf(gen::arbitrary<airflow::plan::CurvePoint>())),
+            gen::set(&FanCurve::points, fewOf(gen::arbitrary<airflow::plan::CurvePoint>(), 6)),
             gen::set(&FanCurve::interpolation,
                      gen::element(CurveInterpolation::linear, CurveInterpolation::monotone)));
     }
@@ -206,8 +207,8 @@ struct Arbitrary<airflow::plan::FanControlPlan> {
         using airflow::plan::FanControlPlan;
         using airflow::tests::fewOf;
         return gen::build<FanControlPlan>(
-            gen::set(&FanControlPlan::fans, fewOf(gen::arbitrary<airflow::plan::FanPlan>())),
-            gen::set(&FanControlPlan::rules, fewOf(gen::arbitrary<airflow::plan::FanRule>())),
+            gen::set(&FanControlPlan::fans, fewOf(gen::arbitrary<airflow::plan::FanPlan>(), 4)),
+            gen::set(&FanControlPlan::rules, fewOf(gen::arbitrary<airflow::plan::FanRule>(), 4)),
             gen::set(&FanControlPlan::tuning));
     }
 };
