@@ -1,6 +1,7 @@
 #include "plan/FanCurve.h"
 
 #include <algorithm>
+#include <compare>
 #include <cstddef>
 #include <string_view>
 
@@ -13,12 +14,22 @@ double interpolate(const CurvePoint& a, const CurvePoint& b, double celsius) {
     return a.percent + (celsius - a.celsius) / (b.celsius - a.celsius) * (b.percent - a.percent);
 }
 
+/// An order of all points, those among them whose temperature is not a number.
+std::weak_ordering byTemperature(const CurvePoint& a, const CurvePoint& b) {
+    return std::weak_order(a.celsius, b.celsius);
+}
+
+bool isCooler(const CurvePoint& a, const CurvePoint& b) {
+    return byTemperature(a, b) < 0;
+}
+
 /// The points by temperature; equal temperatures keep their order in the document.
 std::vector<CurvePoint> sorted(const std::vector<CurvePoint>& points) {
     std::vector<const CurvePoint*> order;
     for (const CurvePoint& point : points) order.push_back(&point);
     std::ranges::sort(order, [](const CurvePoint* a, const CurvePoint* b) {
-        return a->celsius != b->celsius ? a->celsius < b->celsius : a < b;
+        const auto order = byTemperature(*a, *b);
+        return order != 0 ? order < 0 : a < b;
     });
     std::vector<CurvePoint> result;
     for (const CurvePoint* point : order) result.push_back(*point);
@@ -43,8 +54,10 @@ CurveInterpolation decodeInterpolation(const json::Decoder& curve) {
     auto interpolation = CurveInterpolation::linear;
     curve.member("interpolation", [&interpolation](const json::Decoder& decoder) {
         const std::string text = decoder.text();
-        if (text == "monotone") interpolation = CurveInterpolation::monotone;
-        else if (text != "linear") decoder.fail("Expected \"linear\" or \"monotone\".");
+        if (text == "monotone")
+            interpolation = CurveInterpolation::monotone;
+        else if (text != "linear")
+            decoder.fail("Expected \"linear\" or \"monotone\".");
     });
     return interpolation;
 }
@@ -53,7 +66,7 @@ CurveInterpolation decodeInterpolation(const json::Decoder& curve) {
 
 double FanCurve::percentAt(double celsius) const {
     if (points.empty()) return 0;
-    const bool isSorted = std::ranges::is_sorted(points, {}, &CurvePoint::celsius);
+    const bool isSorted = std::ranges::is_sorted(points, isCooler);
     const double percent = isSorted ? lookUp(points, celsius) : lookUp(sorted(points), celsius);
     if (percent <= 0) return 0;
     return percent > 100 ? 100 : percent;

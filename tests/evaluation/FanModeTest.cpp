@@ -184,6 +184,12 @@ TEST_F(FanMode, aCurveAtAnInfiniteTemperatureIsAtItsEnd) {
     EXPECT_EQ(decisionAt(0), rpm(4200));
 }
 
+TEST_F(FanMode, aCurvePointThatIsNotANumberLeavesTheOthersInOrder) {
+    ask(curve({{80, 80}, {notANumber, 0}, {20, 20}}));
+    read(50);
+    EXPECT_EQ(decisionAt(0), rpm(3000));
+}
+
 TEST_F(FanMode, theMaximumWinsOverAMinimumAboveIt) {
     snapshot.fans = {fan(0, 3000, 2000)};
     read(50);
