@@ -67,7 +67,11 @@ public:
 
 private:
     Decoder(const Decoder& parent, std::size_t index, std::string_view key, std::size_t position)
-        : document(parent.document), error(parent.error), parent(&parent), index(index), key(key),
+        : document(parent.document),
+          error(parent.error),
+          parent(&parent),
+          index(index),
+          key(key),
           position(position) {}
 
     [[nodiscard]] const Document::Node& node() const { return document->node(index); }
@@ -119,10 +123,14 @@ inline constexpr bool isIndexMap<std::map<std::int64_t, T>> = true;
 
 template <typename T>
 T Decoder::value() const {
-    if constexpr (std::same_as<T, double>) return number();
-    else if constexpr (std::same_as<T, std::int64_t>) return integer();
-    else if constexpr (std::same_as<T, bool>) return boolean();
-    else if constexpr (std::same_as<T, std::string>) return text();
+    if constexpr (std::same_as<T, double>)
+        return number();
+    else if constexpr (std::same_as<T, std::int64_t>)
+        return integer();
+    else if constexpr (std::same_as<T, bool>)
+        return boolean();
+    else if constexpr (std::same_as<T, std::string>)
+        return text();
     else if constexpr (detail::isVector<T>) {
         T elements;
         forEachElement([&elements](const Decoder& element) {

@@ -85,16 +85,11 @@ struct FanUnderTest {
 
     static Mode modeFor(const FanStep& step) {
         switch (step.ask) {
-            case Ask::curve:
-                return degreesAsPercent();
-            case Ask::automatic:
-                return Mode::automatic();
-            case Ask::fixedSpeed:
-                return Mode::fixedRPM(2000);
-            case Ask::missingSensor:
-                return degreesAsPercent("SMC-X");
-            default:
-                return Mode::fixedPercent(step.percent);
+            case Ask::curve: return degreesAsPercent();
+            case Ask::automatic: return Mode::automatic();
+            case Ask::fixedSpeed: return Mode::fixedRPM(2000);
+            case Ask::missingSensor: return degreesAsPercent("SMC-X");
+            default: return Mode::fixedPercent(step.percent);
         }
     }
 };
@@ -102,21 +97,12 @@ struct FanUnderTest {
 /// What the model makes of a step.
 std::optional<FanDecision> decide(FanModel& model, const FanStep& step, double now) {
     switch (step.ask) {
-        case Ask::fanAbsent:
-            return std::nullopt;
+        case Ask::fanAbsent: return std::nullopt;
         case Ask::automatic:
-        case Ask::missingSensor:
-            model.state = FanModel::State::running;
-            return released;
-        case Ask::fixedSpeed:
-            model.state = FanModel::State::running;
-            return rpm(2000);
-        case Ask::rule:
-            model.force(step.percent, now);
-            break;
-        default:
-            model.request(step.percent, now);
-            break;
+        case Ask::missingSensor: model.state = FanModel::State::running; return released;
+        case Ask::fixedSpeed: model.state = FanModel::State::running; return rpm(2000);
+        case Ask::rule: model.force(step.percent, now); break;
+        default: model.request(step.percent, now); break;
     }
     if (model.isStopped()) return stopped;
     return rpm(1000 + 40 * std::clamp(step.percent, 0.0, 100.0));
