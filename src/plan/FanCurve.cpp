@@ -28,8 +28,8 @@ std::vector<CurvePoint> sorted(const std::vector<CurvePoint>& points) {
     std::vector<const CurvePoint*> order;
     for (const CurvePoint& point : points) order.push_back(&point);
     std::ranges::sort(order, [](const CurvePoint* a, const CurvePoint* b) {
-        const auto order = byTemperature(*a, *b);
-        return order != 0 ? order < 0 : a < b;
+        const auto temperatures = byTemperature(*a, *b);
+        return temperatures != 0 ? temperatures < 0 : a < b;
     });
     std::vector<CurvePoint> result;
     for (const CurvePoint* point : order) result.push_back(*point);
@@ -54,10 +54,8 @@ CurveInterpolation decodeInterpolation(const json::Decoder& curve) {
     auto interpolation = CurveInterpolation::linear;
     curve.member("interpolation", [&interpolation](const json::Decoder& decoder) {
         const std::string text = decoder.text();
-        if (text == "monotone")
-            interpolation = CurveInterpolation::monotone;
-        else if (text != "linear")
-            decoder.fail("Expected \"linear\" or \"monotone\".");
+        if (text == "monotone") interpolation = CurveInterpolation::monotone;
+        else if (text != "linear") decoder.fail("Expected \"linear\" or \"monotone\".");
     });
     return interpolation;
 }
