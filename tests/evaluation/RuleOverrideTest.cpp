@@ -102,6 +102,19 @@ TEST_F(RuleOverride, anEarlierRuleForOneFanLeavesTheOtherFansToALaterOne) {
     EXPECT_THAT(tick(0), UnorderedElementsAre(Pair(0, rpm(4200)), Pair(1, rpm(1800))));
 }
 
+TEST_F(RuleOverride, anEarlierRuleForAllFansWinsOverALaterOneForOneFan) {
+    ask(Mode::automatic());
+    plan.rules = {rule({.id = 1, .percent = 20}), rule({.id = 2, .percent = 80, .fan = 0})};
+    EXPECT_EQ(decisionAt(0), rpm(1800));
+}
+
+TEST_F(RuleOverride, theEarlierOfTwoRulesForTheSameFanWins) {
+    ask(Mode::automatic());
+    plan.rules = {rule({.id = 1, .percent = 20, .fan = 0}),
+                  rule({.id = 2, .percent = 80, .fan = 0})};
+    EXPECT_EQ(decisionAt(0), rpm(1800));
+}
+
 TEST_F(RuleOverride, anEarlierRuleThatIsNotLatchedGivesWay) {
     ask(Mode::automatic());
     plan.rules = {rule({.id = 1, .above = 95, .percent = 20}), rule({.id = 2, .percent = 80})};
