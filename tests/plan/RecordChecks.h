@@ -3,22 +3,14 @@
 
 #include <gtest/gtest.h>
 
-#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "json/Decoder.h"
+#include "json/Texts.h"
 #include "json/Writer.h"
 #include "plan/UUID.h"
-
-namespace airflow::json {
-
-inline void PrintTo(const DecodingError& error, std::ostream* stream) {
-    *stream << error.describe("\"" + error.codingPath + "\"");
-}
-
-}  // namespace airflow::json
 
 namespace airflow::plan::tests {
 
