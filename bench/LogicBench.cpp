@@ -1,6 +1,7 @@
 // What the control logic costs: one decode, one tick, one replayed line.
 #include <benchmark/benchmark.h>
 
+#include <array>
 #include <sstream>
 #include <string>
 
@@ -8,6 +9,8 @@
 #include "evaluation/PlanEvaluator.h"
 #include "json/Decoder.h"
 #include "json/Writer.h"
+#include "smc/FourCharCode.h"
+#include "smc/SMCValue.h"
 #include "tool/Replay.h"
 #include "tool/ReplayOutput.h"
 #include "tool/Trace.h"
@@ -91,6 +94,21 @@ void evaluateAndPlan(benchmark::State& state) {
     }
 }
 BENCHMARK(evaluateAndPlan);
+
+void decodeSMC(benchmark::State& state) {
+    smc::SMCBytes bytes{};
+    bytes[1] = 0x7F;
+    const std::array types{smc::fourCharCode("flt "), smc::fourCharCode("ui8 "),
+                           smc::fourCharCode("ui16"), smc::fourCharCode("ui32"),
+                           smc::fourCharCode("fpe2"), smc::fourCharCode("sp78")};
+    for ([[maybe_unused]] const auto& step : state) {
+        for (const std::uint32_t type : types) {
+            benchmark::DoNotOptimize(smc::decodeSMCValue(bytes, 4, type));
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(types.size()));
+}
+BENCHMARK(decodeSMC);
 
 /// A trace with every field on every line.
 std::string sampleTrace(int ticks) {

@@ -22,18 +22,17 @@ struct PlanEvaluator {
 
     std::map<std::string, double, std::less<>> emaBySensor;  ///< smoothed °C by sensor id
     std::map<std::int64_t, double> lastTargetByFan;          ///< RPM; absent while stopped
-    std::map<plan::UUID, Date>
-        ruleFiringSince;                       ///< when the watched value rose above the threshold
-    std::set<plan::UUID> ruleLatched;          ///< rules that override now
-    std::map<std::int64_t, Date> zeroSince;    ///< when the request first was <= 0 %
+    std::map<plan::UUID, Date> ruleFiringSince;              ///< above the threshold since
+    std::set<plan::UUID> ruleLatched;                        ///< rules that override now
+    std::map<std::int64_t, Date> zeroSince;                  ///< when the request first was <= 0 %
     std::map<std::int64_t, Date> resumeSince;  ///< when a stopped fan's request was high enough
     std::set<std::int64_t> stoppedFans;
 
     bool operator==(const PlanEvaluator&) const = default;
 
     /// One decision for each planned fan that the snapshot has. `now` is the wall clock's.
-    std::map<std::int64_t, FanDecision> evaluate(const plan::FanControlPlan& plan,
-                                                 const sensors::SensorSnapshot& snapshot, Date now);
+    [[nodiscard]] std::map<std::int64_t, FanDecision> evaluate(
+        const plan::FanControlPlan& plan, const sensors::SensorSnapshot& snapshot, Date now);
 
     /// Forgets everything, so that the next plan starts afresh.
     void reset() { *this = {}; }
@@ -44,8 +43,9 @@ struct PlanEvaluator {
 
     /// The zero-speed policy: idleStopped while the fan is to stand still, nothing while it runs.
     /// `requestedPercent` that is not a number is no request, the same as 0.
-    std::optional<FanDecision> stopDecision(std::int64_t fanID, double requestedPercent,
-                                            bool isRuleOverride, Date now);
+    [[nodiscard]] std::optional<FanDecision> stopDecision(std::int64_t fanID,
+                                                          double requestedPercent,
+                                                          bool isRuleOverride, Date now);
 
 private:
     using Overrides = std::map<std::int64_t, double>;  ///< forced percentage by fan

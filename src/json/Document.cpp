@@ -178,8 +178,7 @@ std::expected<void, DecodingError> Document::parse(std::string_view text, const 
     if (text.size() > limits.bytes) {
         return std::unexpected(DecodingError{
             .codingPath = {},
-            .description = fmt::format("the document has {} bytes, more than the limit of {}",
-                                       text.size(), limits.bytes),
+            .description = fmt::format("the document has more than {} bytes", limits.bytes),
             .position = {}});
     }
     if (text.starts_with("\xEF\xBB\xBF")) {

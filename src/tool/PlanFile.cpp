@@ -32,7 +32,8 @@ std::expected<plan::FanControlPlan, std::string> readPlan(const std::string& pat
     const json::Limits limits;
     const auto bytes = readFile(path, limits.bytes);
     if (!bytes) {
-        return std::unexpected(fmt::format("{}: cannot be read: {}", path, bytes.error()));
+        return std::unexpected(
+            fmt::format("{}: cannot be read: {}", printable(path), bytes.error()));
     }
     auto plan = json::decode<plan::FanControlPlan>(*bytes, limits);
     if (!plan) return std::unexpected(printable(plan.error().describe(path)));

@@ -27,7 +27,9 @@ struct ModeDescription {
     std::string operator()(const plan::FanCurve& curve) const {
         if (curve.points.empty()) return "a curve without points: 0 % at any temperature";
         std::vector<std::string> points;
-        for (const plan::CurvePoint& point : curve.points) {
+        auto sorted = curve.points;
+        std::ranges::sort(sorted, {}, &plan::CurvePoint::celsius);
+        for (const plan::CurvePoint& point : sorted) {
             points.push_back(
                 fmt::format("{} °C → {} %", plain(point.celsius), plain(point.percent)));
         }
@@ -64,6 +66,10 @@ void appendOddities(const plan::FanControlPlan& plan, std::string& text) {
         note(
             fmt::format("rule \"{}\" targets fan {}, which the plan does not list: it does nothing",
                         printable(rule.name), *fanID));
+    }
+    if (plan.tuning.maxDeltaRPMPerTick <= 0) {
+        note(fmt::format("maxDeltaRPMPerTick {} is not above 0: curves cannot move their fans",
+                         plain(plan.tuning.maxDeltaRPMPerTick)));
     }
     if (plan.tuning.emaAlpha <= 0 || plan.tuning.emaAlpha > 1) {
         note(fmt::format("emaAlpha {} is outside (0, 1]: temperatures will not follow the sensors",

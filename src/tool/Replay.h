@@ -25,7 +25,7 @@ class Replay {
 public:
     explicit Replay(plan::FanControlPlan plan) : plan(std::move(plan)) {}
 
-    ReplayTick step(const sensors::SensorSnapshot& snapshot, concurrency::Date now);
+    [[nodiscard]] ReplayTick step(const sensors::SensorSnapshot& snapshot, concurrency::Date now);
 
     [[nodiscard]] const evaluation::PlanEvaluator& memory() const { return evaluator; }
 

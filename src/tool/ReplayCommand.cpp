@@ -12,6 +12,7 @@
 #include "tool/PlanFile.h"
 #include "tool/Replay.h"
 #include "tool/ReplayOutput.h"
+#include "tool/Text.h"
 #include "tool/Trace.h"
 
 namespace airflow::tool {
@@ -19,7 +20,7 @@ namespace airflow::tool {
 namespace {
 
 std::expected<void, std::string> replayTrace(Replay& replay, TraceReader& trace,
-                                             ReplayOutput& output) {
+                                             ReplayOutput& output, std::ostream& out) {
     for (;;) {
         const auto tick = trace.next();
         if (!tick) return std::unexpected(tick.error());
@@ -27,6 +28,7 @@ std::expected<void, std::string> replayTrace(Replay& replay, TraceReader& trace,
         const TraceTick& now = **tick;
         const ReplayTick result = replay.step(now.snapshot, now.snapshot.timestamp);
         if (auto written = output.write(now, result, replay.memory()); !written) return written;
+        if (!trace.hasMoreAtHand()) out.flush();  // a live trace: show what is known by now
     }
 }
 
@@ -45,7 +47,7 @@ int replay(const std::string& planPath, const std::string& tracePath, ReplayForm
         errno = 0;
         file.open(tracePath, std::ios::binary);
         if (!file.is_open()) {
-            err << tracePath << ": cannot be read: " << std::strerror(errno) << '\n';
+            err << printable(tracePath) << ": cannot be read: " << std::strerror(errno) << '\n';
             return 1;
         }
     }
@@ -56,13 +58,9 @@ int replay(const std::string& planPath, const std::string& tracePath, ReplayForm
         output = std::make_unique<ReplayJSONLines>(out);
     TraceReader trace(isStandardInput ? in : file, isStandardInput ? "standard input" : tracePath);
     Replay replay(*plan);
-    const auto done = replayTrace(replay, trace, *output);
-    out.flush();
-    if (!done)
-        err << done.error() << '\n';
-    else if (!out)
-        err << "the output cannot be written\n";
-    return done && out ? 0 : 1;
+    const auto done = replayTrace(replay, trace, *output, out);
+    if (!done) err << done.error() << '\n';
+    return done ? 0 : 1;
 }
 
 }  // namespace airflow::tool

@@ -4,6 +4,7 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include "tool/Text.h"
 
@@ -43,7 +44,9 @@ void encodeActions(json::Writer& writer, const evaluation::FanHoldActions& actio
 
 struct DecisionText {
     std::string operator()(const evaluation::Target& target) const {
-        return fmt::format("{:.0f} RPM", target.rpm);
+        const bool isUsual = std::abs(target.rpm) < 1e5;
+        return isUsual ? fmt::format("{:.0f} RPM", target.rpm)
+                       : fmt::format("{:.0e} RPM", target.rpm);
     }
     std::string operator()(const evaluation::ReleaseToAuto&) const { return "Auto"; }
     std::string operator()(const evaluation::IdleStopped&) const { return "stopped"; }
@@ -52,13 +55,15 @@ struct DecisionText {
 /// The sensor whose smoothed temperature is the largest, and that temperature.
 std::string hottestText(const sensors::SensorSnapshot& snapshot,
                         const evaluation::PlanEvaluator& memory) {
+    if (memory.emaBySensor.empty()) return padded("no temperatures", sensorColumns + 11);
     const auto hottest = memory.hottest();
     for (const sensors::TempSensor& sensor : snapshot.temps) {
         if (memory.emaBySensor.at(sensor.id()) != hottest) continue;
-        return fmt::format("{} {:>7.2f} °C", padded(printable(sensor.name), sensorColumns),
-                           *hottest);
+        const auto number = std::abs(*hottest) < 1e4 ? fmt::format("{:.2f}", *hottest)
+                                                     : fmt::format("{:.1e}", *hottest);
+        return fmt::format("{} {:>7} °C", padded(printable(sensor.name), sensorColumns), number);
     }
-    return padded("no temperatures", sensorColumns + 11);
+    return padded("not a number", sensorColumns + 11);
 }
 
 }  // namespace
@@ -91,14 +96,14 @@ ReplayTable::ReplayTable(std::ostream& out, const plan::FanControlPlan& plan) : 
     }
     for (const plan::FanRule& rule : plan.rules) ruleNames.push_back(printable(rule.name));
     std::string header =
-        fmt::format("{:>9}  {}", "time (s)", padded("hottest (smoothed)", sensorColumns + 11));
+        fmt::format("{:>12}  {}", "time (s)", padded("hottest (smoothed)", sensorColumns + 11));
     for (const std::int64_t fan : fans) header += fmt::format("  fan {:<{}}", fan, fanColumns - 4);
     out << header << "  events\n";
 }
 
 std::expected<void, std::string> ReplayTable::write(const TraceTick& tick, const ReplayTick& result,
                                                     const evaluation::PlanEvaluator& memory) {
-    std::string line = fmt::format("{:>9.1f}  {}", tick.time, hottestText(tick.snapshot, memory));
+    std::string line = fmt::format("{:>12.1f}  {}", tick.time, hottestText(tick.snapshot, memory));
     for (const std::int64_t fan : fans) {
         const auto decision = result.decisions.find(fan);
         const bool absent = decision == result.decisions.end();

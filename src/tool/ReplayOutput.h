@@ -22,16 +22,18 @@ public:
     virtual ~ReplayOutput() = default;
 
     /// Writes the line of one tick, or says why it has no written form.
-    virtual std::expected<void, std::string> write(const TraceTick& tick, const ReplayTick& result,
-                                                   const evaluation::PlanEvaluator& memory) = 0;
+    [[nodiscard]] virtual std::expected<void, std::string> write(
+        const TraceTick& tick, const ReplayTick& result,
+        const evaluation::PlanEvaluator& memory) = 0;
 };
 
 /// One JSON object a tick, with all digits that numbers need to read back exactly.
 class ReplayJSONLines final : public ReplayOutput {
 public:
     explicit ReplayJSONLines(std::ostream& out) : out(out) {}
-    std::expected<void, std::string> write(const TraceTick& tick, const ReplayTick& result,
-                                           const evaluation::PlanEvaluator& memory) override;
+    [[nodiscard]] std::expected<void, std::string> write(
+        const TraceTick& tick, const ReplayTick& result,
+        const evaluation::PlanEvaluator& memory) override;
 
 private:
     std::ostream& out;
@@ -43,8 +45,9 @@ class ReplayTable final : public ReplayOutput {
 public:
     /// Writes the header line.
     ReplayTable(std::ostream& out, const plan::FanControlPlan& plan);
-    std::expected<void, std::string> write(const TraceTick& tick, const ReplayTick& result,
-                                           const evaluation::PlanEvaluator& memory) override;
+    [[nodiscard]] std::expected<void, std::string> write(
+        const TraceTick& tick, const ReplayTick& result,
+        const evaluation::PlanEvaluator& memory) override;
 
 private:
     [[nodiscard]] std::string events(const ReplayTick& result) const;

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 namespace airflow::tool {
 
 namespace {
@@ -10,13 +12,23 @@ bool startsCodePoint(char byte) {
     return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80;
 }
 
-/// C0 controls and DEL, and the C1 controls, whose UTF-8 form is C2 80 to C2 9F.
-bool isControl(std::string_view text, std::size_t at) {
-    const auto byte = static_cast<unsigned char>(text[at]);
-    if (byte < 0x20 || byte == 0x7F) return true;
-    if (byte != 0xC2 || at + 1 == text.size()) return false;
-    const auto next = static_cast<unsigned char>(text[at + 1]);
-    return next >= 0x80 && next < 0xA0;
+/// How many bytes the control character has that stands at the beginning of `text`; 0 for anything
+/// else. Controls are C0, DEL, C1 (C2 80 to C2 9F in UTF-8), the line and paragraph separators, and
+/// the marks that turn the direction of writing (E2 80 8E to 8F and A8 to AE, E2 81 A6 to A9).
+std::size_t controlLength(std::string_view text) {
+    const auto byte = [text](std::size_t at) {
+        return at < text.size() ? static_cast<unsigned char>(text[at]) : 0U;
+    };
+    const auto isWithin = [](unsigned value, unsigned low, unsigned high) {
+        return value >= low && value <= high;
+    };
+    if (byte(0) < 0x20 || byte(0) == 0x7F) return 1;
+    if (byte(0) == 0xC2 && isWithin(byte(1), 0x80, 0x9F)) return 2;
+    if (byte(0) != 0xE2) return 0;
+    const bool turns =
+        (byte(1) == 0x80 && (isWithin(byte(2), 0x8E, 0x8F) || isWithin(byte(2), 0xA8, 0xAE))) ||
+        (byte(1) == 0x81 && isWithin(byte(2), 0xA6, 0xA9));
+    return turns ? 3 : 0;
 }
 
 }  // namespace
@@ -27,13 +39,13 @@ std::string plain(double number) {
 
 std::string printable(std::string_view text) {
     std::string result;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        if (!isControl(text, at)) {
-            result += text[at];
-            continue;
-        }
-        result += "\xEF\xBF\xBD";
-        if (text[at] == '\xC2') ++at;
+    while (!text.empty()) {
+        const std::size_t length = controlLength(text);
+        if (length == 0)
+            result += text.front();
+        else
+            result += "\xEF\xBF\xBD";
+        text.remove_prefix(std::max<std::size_t>(length, 1));
     }
     return result;
 }

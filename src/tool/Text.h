@@ -11,7 +11,7 @@ namespace airflow::tool {
 [[nodiscard]] std::string plain(double number);
 
 /// The text with every control character replaced by U+FFFD, so that a name from a file cannot
-/// move the cursor or change colours.
+/// move the cursor, change colours or turn the direction of writing.
 [[nodiscard]] std::string printable(std::string_view text);
 
 /// The text, cut or filled with blanks to `columns` characters; a cut text ends in "…". Counts

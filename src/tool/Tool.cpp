@@ -2,7 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <map>
+#include <memory>
 #include <ostream>
 #include <utility>
 
@@ -28,7 +28,7 @@ void addReplay(CLI::App& app, Streams streams, int& status) {
     struct Options {
         std::string plan;
         std::string trace;
-        ReplayFormat format = ReplayFormat::table;
+        std::string format = "table";
     };
     CLI::App* const command = app.add_subcommand(
         "replay", "Run a plan over recorded temperatures; one line for each line of the trace");
@@ -39,13 +39,12 @@ void addReplay(CLI::App& app, Streams streams, int& status) {
     command
         ->add_option("--format", options->format,
                      "table (for people, the default) or jsonl (one JSON object a tick)")
-        ->transform(CLI::CheckedTransformer(
-                        std::map<std::string, ReplayFormat>{{"table", ReplayFormat::table},
-                                                            {"jsonl", ReplayFormat::jsonLines}})
-                        .description(""));
+        ->check(CLI::IsMember({"table", "jsonl"}));
     command->callback([=, &status] {
-        status = replay(options->plan, options->trace, options->format, streams.in, streams.out,
-                        streams.err);
+        const bool isTable = options->format == "table";
+        status = replay(options->plan, options->trace,
+                        isTable ? ReplayFormat::table : ReplayFormat::jsonLines, streams.in,
+                        streams.out, streams.err);
     });
 }
 
@@ -63,9 +62,12 @@ int runTool(std::vector<std::string> arguments, Streams streams) {
         app.parse(std::move(arguments));
     } catch (const CLI::ParseError& error) {
         const bool isAnswer = app.exit(error, streams.out, streams.err) == 0;
-        return isAnswer ? 0 : 2;
+        if (!isAnswer) return 2;
     }
-    return status;
+    streams.out.flush();
+    if (streams.out) return status;
+    streams.err << "the output cannot be written\n";
+    return 1;
 }
 
 }  // namespace airflow::tool

@@ -94,7 +94,7 @@ std::expected<std::optional<TraceTick>, std::string> TraceReader::next() {
 std::string TraceReader::describe(const json::DecodingError& error) const {
     if (!error.position) return printable(error.describe(fmt::format("{}:{}", name, line)));
     return printable(
-        fmt::format("{}:{}:{}: {}", name, line, error.position->column, error.description));
+        fmt::format("{}:{}: column {}: {}", name, line, error.position->column, error.description));
 }
 
 }  // namespace airflow::tool

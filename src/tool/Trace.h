@@ -30,6 +30,8 @@ public:
 
     /// The next line; nothing at the end. After an error there is nothing more to read.
     [[nodiscard]] std::expected<std::optional<TraceTick>, std::string> next();
+    /// Whether the input has bytes that can be read without waiting.
+    [[nodiscard]] bool hasMoreAtHand() const { return input.rdbuf()->in_avail() > 0; }
 
 private:
     [[nodiscard]] std::string describe(const json::DecodingError& error) const;

@@ -88,8 +88,7 @@ TEST(DocumentLimits, textsOfUpToAMebibyteAreRead) {
     EXPECT_TRUE(reads("\"" + repeat("a", mebibyte - 3) + "\""));
     EXPECT_TRUE(reads("\"" + repeat("a", mebibyte - 2) + "\""));
     EXPECT_EQ(errorOf("\"" + repeat("a", mebibyte - 1) + "\""),
-              (DecodingError{"", "the document has 1048577 bytes, more than the limit of 1048576",
-                             std::nullopt}));
+              (DecodingError{"", "the document has more than 1048576 bytes", std::nullopt}));
 }
 
 TEST(DocumentLimits, blanksCountAsBytes) {
@@ -99,13 +98,12 @@ TEST(DocumentLimits, blanksCountAsBytes) {
 
 TEST(DocumentLimits, theSizeIsJudgedBeforeTheText) {
     EXPECT_EQ(errorOf(std::string(mebibyte + 1, '\0')).description,
-              "the document has 1048577 bytes, more than the limit of 1048576");
+              "the document has more than 1048576 bytes");
 }
 
 TEST(DocumentLimits, anotherSizeCanBeAskedFor) {
     EXPECT_TRUE(reads("1234", {.bytes = 4}));
-    EXPECT_EQ(errorOf("12345", {.bytes = 4}).description,
-              "the document has 5 bytes, more than the limit of 4");
+    EXPECT_EQ(errorOf("12345", {.bytes = 4}).description, "the document has more than 4 bytes");
 }
 
 TEST(DocumentLimits, aMebibyteOfValuesIsRead) {

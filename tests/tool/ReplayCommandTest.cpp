@@ -62,24 +62,25 @@ TEST_F(ReplayCommand, writesOneObjectForEachTick) {
 TEST_F(ReplayCommand, theTableShowsDecisionsAndWhatHappened) {
     const auto run = replay("table", tick("0.0", "61.5") + tick("10", "81") + tick("11.5", "60"));
     EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.out,
-              " time (s)  hottest (smoothed)                 fan 0       fan 1       fan 2       "
-              "fan 9     "
-              "  events\n"
-              "      0.0  TCMz                     61.50 °C  1800 RPM    Auto        1200 RPM    "
-              "absent    "
-              "  fan 0 claimed, fan 2 claimed\n"
-              "     10.0  TCMz                     81.00 °C  1800 RPM    2798 RPM    stopped     "
-              "absent    "
-              "  \"Hot\" latched, fan 1 claimed\n"
-              "     11.5  TCMz                     60.00 °C  1800 RPM    Auto        stopped     "
-              "absent    "
-              "  \"Hot\" let go, fan 1 back to Auto\n");
+    EXPECT_EQ(
+        run.out,
+        "    time (s)  hottest (smoothed)                 fan 0       fan 1       fan 2       "
+        "fan 9     "
+        "  events\n"
+        "         0.0  TCMz                     61.50 °C  1800 RPM    Auto        1200 RPM    "
+        "absent    "
+        "  fan 0 claimed, fan 2 claimed\n"
+        "        10.0  TCMz                     81.00 °C  1800 RPM    2798 RPM    stopped     "
+        "absent    "
+        "  \"Hot\" latched, fan 1 claimed\n"
+        "        11.5  TCMz                     60.00 °C  1800 RPM    Auto        stopped     "
+        "absent    "
+        "  \"Hot\" let go, fan 1 back to Auto\n");
 }
 
 TEST_F(ReplayCommand, theTableIsTheDefault) {
     const auto run = runTool({"replay", plan, "--trace", "-"}, tick("0", "61.5"));
-    EXPECT_THAT(run.out, StartsWith(" time (s)"));
+    EXPECT_THAT(run.out, StartsWith("    time (s)"));
 }
 
 TEST_F(ReplayCommand, aTraceWithoutTemperaturesIsReplayed) {
@@ -101,7 +102,7 @@ TEST_F(ReplayCommand, aTraceOnDiskIsNamedInItsErrors) {
     const auto run = runTool({"replay", plan, "--trace", trace, "--format", "jsonl"});
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(std::ranges::count(run.out, '\n'), 1);
-    EXPECT_THAT(run.err, StartsWith(trace + ":2:10: "));
+    EXPECT_THAT(run.err, StartsWith(trace + ":2: column 10: "));
 }
 
 TEST_F(ReplayCommand, aMissingTraceOrPlanIsAnError) {

@@ -22,6 +22,8 @@ TEST(Text, controlCharactersCannotReachATerminal) {
               "31m");  // C1's one-character CSI
     EXPECT_EQ(printable("\xC2\xA0\xC2\xB0"), "\xC2\xA0\xC2\xB0");
     EXPECT_EQ(printable("\xC2"), "\xC2");
+    EXPECT_EQ(printable("a\u202Eb\u200Fc\u2066d\u2028e"), "a\uFFFDb\uFFFDc\uFFFDd\uFFFDe");
+    EXPECT_EQ(printable("\u2014\u2026\u2030\u206A"), "\u2014\u2026\u2030\u206A");
 }
 
 TEST(Text, paddingCountsCharactersAndNotBytes) {

@@ -30,6 +30,24 @@ TEST(Tool, everyCommandHasHelp) {
     EXPECT_THAT(replay.out, HasSubstr("--format"));
 }
 
+TEST(Tool, aWrongFormatIsToldWhichThereAre) {
+    const auto run = runTool({"replay", "a.json", "--trace", "t.jsonl", "--format", "xml"});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_THAT(run.err, HasSubstr("xml"));
+    EXPECT_THAT(run.err, HasSubstr("table"));
+    EXPECT_THAT(run.err, HasSubstr("jsonl"));
+    EXPECT_EQ(runTool({"replay", "a.json", "--trace", "t.jsonl", "--format", "1"}).status, 2);
+}
+
+TEST(Tool, outputThatCannotBeWrittenIsAnError) {
+    std::istringstream in;
+    std::ostringstream out;
+    std::ostringstream err;
+    out.setstate(std::ios::badbit);
+    EXPECT_EQ(runTool({"--version"}, {in, out, err}), 1);
+    EXPECT_EQ(err.str(), "the output cannot be written\n");
+}
+
 TEST(Tool, wrongUsageIsStatusTwoAndExplained) {
     const std::vector<std::vector<std::string>> wrong{
         {},

@@ -72,8 +72,8 @@ TEST(Trace, saysWhatIsWrongAndWhere) {
                       R"("category":7}]})"),
               "t.jsonl:1: temps[0].category: Expected a string but found a number.");
     EXPECT_EQ(errorOf("[]"), "t.jsonl:1: Expected an object but found an array.");
-    EXPECT_THAT(errorOf("{\"time\" 0}"), testing::StartsWith("t.jsonl:1:9: "));
-    EXPECT_THAT(errorOf("\n"), testing::StartsWith("t.jsonl:1:1: "));
+    EXPECT_THAT(errorOf("{\"time\" 0}"), testing::StartsWith("t.jsonl:1: column 9: "));
+    EXPECT_THAT(errorOf("\n"), testing::StartsWith("t.jsonl:1: column 1: "));
 }
 
 TEST(Trace, endsWithAndWithoutALastNewline) {
