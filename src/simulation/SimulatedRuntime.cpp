@@ -1,0 +1,205 @@
+#include "simulation/SimulatedRuntime.h"
+
+#include <utility>
+
+namespace airflow::simulation {
+
+using concurrency::Date;
+using concurrency::Duration;
+using concurrency::Executor;
+using concurrency::Instant;
+using concurrency::Job;
+using concurrency::Promise;
+using concurrency::require;
+using concurrency::Seconds;
+using concurrency::Suspended;
+using concurrency::TimerQueue;
+
+namespace {
+
+/// SplitMix64: the same numbers with every standard library.
+SimulatedRuntime::Chooser chooserFor(std::uint64_t seed) {
+    if (seed == 0) return {};
+    return [state = seed](std::size_t candidates) mutable {
+        std::uint64_t mixed = (state += 0x9E3779B97F4A7C15U);
+        mixed = (mixed ^ (mixed >> 30U)) * 0xBF58476D1CE4E5B9U;
+        mixed = (mixed ^ (mixed >> 27U)) * 0x94D049BB133111EBU;
+        return static_cast<std::size_t>((mixed ^ (mixed >> 31U)) % candidates);
+    };
+}
+
+/// Where a task waits. One that has no place yet was posted to its executor and not run.
+std::string describe(const Promise& task) {
+    const std::string executor = " on executor " + task.executor->name() + "\n";
+    if (task.place.line() == 0) return "    queued" + executor;
+    const std::string_view path = task.place.file_name();
+    return "    at " + std::string(path.substr(path.rfind('/') + 1)) + ":" +
+           std::to_string(task.place.line()) + " in " + task.place.function_name() + executor;
+}
+
+}  // namespace
+
+class SimulatedRuntime::SimulatedExecutor final : public Executor {
+public:
+    SimulatedExecutor(SimulatedRuntime& owner, std::string_view name, std::uint64_t number)
+        : Executor(name), id(number), runtime(owner) {}
+    // What is still queued here is freed with its root.
+    ~SimulatedExecutor() override {
+        if (isReady) runtime.ready.remove(*this);
+    }
+
+    void post(Job& job) noexcept override {
+        if (runtime.isStopped) return;
+        if (&job == blocker) {
+            blocker = nullptr;
+            jobs.pushFront(job);
+        } else {
+            jobs.pushBack(job);
+        }
+        becomeReady();
+    }
+
+    /// Lets no job run before `job` is posted.
+    void blockUntilPosted(const Job& job) noexcept {
+        blocker = &job;
+        if (std::exchange(isReady, false)) runtime.ready.remove(*this);
+    }
+
+    /// Runs the next job; requires that this was just taken from the ready queue. The job may
+    /// destroy this executor, so all bookkeeping comes first.
+    void runNext() noexcept {
+        isReady = false;
+        Job& job = jobs.take();
+        becomeReady();
+        runJob(job);
+    }
+
+    void forgetReady() noexcept { isReady = false; }
+
+    SimulatedExecutor* next = nullptr;  ///< in the ready queue
+    const std::uint64_t id;
+
+private:
+    void becomeReady() noexcept {
+        if (isReady || blocker || jobs.empty()) return;
+        isReady = true;
+        runtime.ready.pushBack(*this);
+    }
+
+    SimulatedRuntime& runtime;
+    concurrency::LinkedQueue<Job> jobs;
+    const Job* blocker = nullptr;  ///< the job whose blocking sleep is not over
+    bool isReady = false;
+};
+
+SimulatedRuntime::SimulatedRuntime(std::uint64_t seed) : SimulatedRuntime(chooserFor(seed)) {}
+
+SimulatedRuntime::SimulatedRuntime(Chooser chooser) : choose(std::move(chooser)) {
+    using namespace std::chrono;
+    dateAtStart = sys_days(2026y / January / 1);
+}
+
+SimulatedRuntime::~SimulatedRuntime() {
+    abandon();
+}
+
+std::shared_ptr<Executor> SimulatedRuntime::makeExecutor(std::string_view name) {
+    return std::make_shared<SimulatedExecutor>(*this, name, ++executorCount);
+}
+
+Date SimulatedRuntime::date() const noexcept {
+    return dateAtStart + Seconds(time.time_since_epoch());
+}
+
+void SimulatedRuntime::setDate(Date date) noexcept {
+    dateAtStart = date - Seconds(time.time_since_epoch());
+}
+
+TimerQueue::Key SimulatedRuntime::addSleeper(Instant deadline, Suspended sleeper) {
+    return timers.add(deadline, sleeper);
+}
+
+Suspended SimulatedRuntime::removeSleeper(TimerQueue::Key key) {
+    return timers.remove(key);
+}
+
+bool SimulatedRuntime::block(Duration duration, Suspended sleeper) {
+    static_cast<SimulatedExecutor*>(sleeper.executor)->blockUntilPosted(*sleeper.job);
+    addSleeper(time + duration, sleeper);
+    return true;
+}
+
+void SimulatedRuntime::stop() noexcept {
+    isStopped = true;
+    timers.clear();
+    while (!ready.empty()) ready.take().forgetReady();
+}
+
+bool SimulatedRuntime::runOneJob() {
+    while (const Suspended sleeper = timers.popDue(time)) sleeper.resume();
+    if (ready.empty()) return false;
+    if (++jobsAtThisTime > jobLimit) fail("time stands still while tasks spin");
+    const bool isChosen = choose && ready.size() > 1;
+    SimulatedExecutor& executor = ready.take(isChosen ? choose(ready.size()) : 0);
+    record(executor.id);
+    executor.runNext();
+    return true;
+}
+
+void SimulatedRuntime::moveTimeTo(Instant instant) {
+    require(instant >= time, "time never goes back");
+    time = instant;
+    jobsAtThisTime = 0;
+    record(static_cast<std::uint64_t>(time.time_since_epoch().count()));
+}
+
+void SimulatedRuntime::settle() {
+    require(!Executor::isAnyCurrent(), "no job drives the runtime that it runs in");
+    jobsAtThisTime = 0;
+    while (runOneJob()) {
+    }
+}
+
+void SimulatedRuntime::advance(Duration duration) {
+    const Instant end = time + duration;
+    settle();
+    while (timers.next() <= end) {
+        moveTimeTo(timers.next());
+        settle();
+    }
+    moveTimeTo(end);
+}
+
+void SimulatedRuntime::leap(Duration duration) {
+    moveTimeTo(time + duration);
+    settle();
+}
+
+void SimulatedRuntime::runUntil(const bool& isDone, Duration limit) {
+    require(!Executor::isAnyCurrent(), "no job drives the runtime that it runs in");
+    const Instant end = time + limit;
+    jobsAtThisTime = 0;
+    while (!isDone) {
+        if (runOneJob()) continue;
+        if (timers.empty()) fail("nothing can ever happen again");
+        if (timers.next() > end) fail("the task takes too long");
+        moveTimeTo(timers.next());
+    }
+    settle();
+}
+
+std::string SimulatedRuntime::pending() const {
+    std::string lines;
+    pendingRoots().forEach([&lines](const Promise& root) {
+        lines += root.executor->name() + (root.awaited ? ":\n" : ": has not started\n");
+        for (const Promise* task = root.awaited; task; task = task->awaited)
+            lines += describe(*task);
+    });
+    return lines;
+}
+
+void SimulatedRuntime::fail(std::string reason) const {
+    throw Stuck("Stuck: " + reason + ". Pending:\n" + pending());
+}
+
+}  // namespace airflow::simulation
