@@ -44,6 +44,12 @@ TEST(SMCError, errorsAreEqualWhenCaseAndPayloadAre) {
     EXPECT_EQ(SMCError::keyNotFound("F0Md"), SMCError::keyNotFound("F0Md"));
     EXPECT_NE(SMCError::keyNotFound("F0Md"), SMCError::keyNotFound("F1Md"));
     EXPECT_NE(SMCError::smcError("F0Md", 1), SMCError::smcError("F0Md", 2));
+    EXPECT_EQ(SMCError::openFailed(-1), SMCError::openFailed(-1));
+    EXPECT_NE(SMCError::openFailed(-1), SMCError::openFailed(1));
+    EXPECT_EQ(SMCError::ioReturn("call", 1), SMCError::ioReturn("call", 1));
+    EXPECT_NE(SMCError::ioReturn("call", 1), SMCError::ioReturn("call", 2));
+    EXPECT_NE(SMCError::ioReturn("call", 1), SMCError::ioReturn("open", 1));
+    EXPECT_EQ(SMCError::driverNotFound(), SMCError::driverNotFound());
     EXPECT_NE(SMCError::driverNotFound(), SMCError::notPrivileged());
 }
 

@@ -2,141 +2,20 @@
 
 #include <string>
 
+#include "smc/ClosedSMC.h"
 #include "smc/FourCharCode.h"
-#include "smc/SMCRequests.h"
-#include "smc/ScriptedUserClient.h"
 
 namespace airflow::smc {
 namespace {
 
 using test::Answer;
-using test::Key;
-using test::ScriptedUserClient;
+using test::failure;
+using test::internalError;
+using test::notPrivileged;
+using test::OpenSMC;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 using namespace std::string_literals;
-
-constexpr auto internalError = static_cast<KernelReturn>(0xE00002BC);
-constexpr auto notPrivileged = static_cast<KernelReturn>(0xE00002C1);
-
-template <typename T>
-std::string failure(const std::expected<T, SMCError>& outcome) {
-    return outcome ? "no failure" : outcome.error().description();
-}
-
-class SMCRequestsTest : public testing::Test {
-protected:
-    SMCRequestsTest() {
-        client.keys = {
-            {.name = "FNum", .type = "ui8 ", .bytes = {2}},
-            {.name = "F0Md", .type = "ui8 ", .bytes = {0}},
-            {.name = "F0Tg", .type = "flt ", .bytes = {0x00, 0x00, 0xC8, 0x42}},
-        };
-    }
-    void TearDown() override { EXPECT_THAT(client.misuse, IsEmpty()); }
-
-    ScriptedUserClient client;
-    SMCRequests requests{client};
-};
-
-class OpenSMC : public SMCRequestsTest {
-protected:
-    void SetUp() override { ASSERT_TRUE(requests.open()); }
-};
-
-// Opening and closing.
-
-TEST_F(SMCRequestsTest, startsClosedAndTouchesNothing) {
-    EXPECT_EQ(requests.connection(), 0u);
-    EXPECT_THAT(client.services, IsEmpty());
-    EXPECT_THAT(client.connections, IsEmpty());
-}
-
-TEST_F(SMCRequestsTest, openingKeepsTheHandleAndReleasesTheService) {
-    EXPECT_TRUE(requests.open());
-    EXPECT_THAT(client.connections, ElementsAre(requests.connection()));
-    EXPECT_THAT(client.services, IsEmpty());
-    EXPECT_EQ(client.releases, 1u);
-}
-
-TEST_F(SMCRequestsTest, openingWithoutADriverFails) {
-    client.classes.clear();
-    EXPECT_EQ(failure(requests.open()), "AppleSMC IOKit service not found");
-    EXPECT_EQ(requests.connection(), 0u);
-    EXPECT_EQ(client.releases, 0u);
-}
-
-TEST_F(SMCRequestsTest, theDriverIsFoundByItsClassOnly) {
-    client.classes = {"AppleSMCKeysEndpoint", "appleSMC", "IOService"};
-    EXPECT_EQ(requests.open().error(), SMCError::driverNotFound());
-}
-
-TEST_F(SMCRequestsTest, aDriverThatDoesNotOpenIsReportedAndItsServiceReleased) {
-    client.openReturn = static_cast<KernelReturn>(0xE00002E2);
-    EXPECT_EQ(failure(requests.open()), "IOServiceOpen failed: -536870174");
-    EXPECT_EQ(requests.connection(), 0u);
-    EXPECT_THAT(client.services, IsEmpty());
-    EXPECT_EQ(client.releases, 1u);
-}
-
-TEST_F(SMCRequestsTest, missingPrivilegeToOpenIsAnOrdinaryFailureToOpen) {
-    client.openReturn = notPrivileged;
-    EXPECT_EQ(failure(requests.open()), "IOServiceOpen failed: -536870207");
-}
-
-TEST_F(SMCRequestsTest, aFailedOpeningCanBeTriedAgain) {
-    client.openReturn = internalError;
-    EXPECT_FALSE(requests.open());
-    client.openReturn = 0;
-    EXPECT_TRUE(requests.open());
-    EXPECT_EQ(requests.readValue("FNum"), SMCValue::uint(2));
-}
-
-TEST_F(OpenSMC, closingTwiceIsHarmless) {
-    requests.close();
-    EXPECT_EQ(requests.connection(), 0u);
-    requests.close();
-    EXPECT_EQ(requests.connection(), 0u);
-    EXPECT_EQ(client.closes, 1u);
-    EXPECT_THAT(client.connections, IsEmpty());
-}
-
-TEST_F(SMCRequestsTest, closingWhatWasNeverOpenedIsHarmless) {
-    requests.close();
-    EXPECT_EQ(client.closes, 0u);
-}
-
-TEST_F(OpenSMC, openingAgainLeavesOneConnection) {
-    const std::uint32_t first = requests.connection();
-    EXPECT_TRUE(requests.open());
-    EXPECT_NE(requests.connection(), first);
-    EXPECT_THAT(client.connections, ElementsAre(requests.connection()));
-}
-
-TEST_F(OpenSMC, openingAgainInVainLeavesTheConnectionAsItWas) {
-    client.openReturn = internalError;
-    EXPECT_FALSE(requests.open());
-    EXPECT_EQ(requests.readValue("FNum"), SMCValue::uint(2));
-}
-
-TEST_F(SMCRequestsTest, destructionDoesNotClose) {
-    {
-        SMCRequests shortLived(client);
-        ASSERT_TRUE(shortLived.open());
-    }
-    EXPECT_EQ(client.closes, 0u);
-    EXPECT_EQ(client.connections.size(), 1u);
-}
-
-TEST_F(SMCRequestsTest, whatIsAskedOfAClosedConnectionFails) {
-    EXPECT_EQ(failure(requests.readValue("FNum")),
-              "IOConnectCallStructMethod failed: kern_return_t=0x10000003");
-    EXPECT_EQ(requests.tryReadValue("FNum"), std::nullopt);
-    EXPECT_EQ(failure(requests.writeUInt8("F0Md", 1)),
-              "IOConnectCallStructMethod failed: kern_return_t=0x10000003");
-    EXPECT_THAT(requests.discoverTempKeys(), IsEmpty());
-}
 
 // Single requests.
 
