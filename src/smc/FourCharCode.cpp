@@ -2,13 +2,13 @@
 
 #include <fmt/format.h>
 
-#include "smc/Precondition.h"
+#include "concurrency/Require.h"
 
 namespace airflow::smc {
 
 void refuseFourCharCode(std::string_view text) {
-    stopProcess(fmt::format("a four-character code must be four bytes long, \"{}\" is {}", text,
-                            text.size()));
+    concurrency::stopProcess(fmt::format(
+        "a four-character code must be four bytes long, \"{}\" is {}", text, text.size()));
 }
 
 std::string toString(std::uint32_t code) {

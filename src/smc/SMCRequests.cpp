@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "concurrency/Require.h"
 #include "smc/FourCharCode.h"
-#include "smc/Precondition.h"
 
 namespace airflow::smc {
 
@@ -127,7 +127,8 @@ std::uint32_t SMCRequests::keyCount() {
     const double claimed = tryReadValue("#KEY").value_or(SMCValue::raw()).numeric().value_or(0);
     const bool isInteger64 = claimed >= -0x1p63 && claimed < 0x1p63;
     if (!isInteger64) {
-        stopProcess(fmt::format("#KEY must hold a 64-bit count of keys, it holds {}", claimed));
+        concurrency::stopProcess(
+            fmt::format("#KEY must hold a 64-bit count of keys, it holds {}", claimed));
     }
     const auto count = static_cast<std::int64_t>(claimed);
     return static_cast<std::uint32_t>(std::clamp<std::int64_t>(count, 0, enumerationLimit));
