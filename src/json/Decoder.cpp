@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <system_error>
@@ -89,6 +90,12 @@ std::string Decoder::text() const {
 void Decoder::anyObject() const {
     (void)opens(Document::Kind::object);
 }  // the error is the answer
+
+void Decoder::onlyKeys(std::initializer_list<std::string_view> known) const {
+    forEachMember([known](std::string_view name, const Decoder& member) {
+        if (std::ranges::find(known, name) == known.end()) member.fail("Unknown key.");
+    });
+}
 
 std::optional<std::string_view> Decoder::soleCase(
     std::initializer_list<std::string_view> cases) const {

@@ -45,6 +45,8 @@ public:
     [[nodiscard]] std::optional<T> optional(std::string_view key) const;
     /// Requires that this is an object; nothing is asked of its members.
     void anyObject() const;
+    /// Reports an error at the first member whose key is none of these.
+    void onlyKeys(std::initializer_list<std::string_view> known) const;
     /// The one key of this object that is in `cases`; other keys are not counted. Nothing, and an
     /// error, unless there is exactly one.
     [[nodiscard]] std::optional<std::string_view> soleCase(

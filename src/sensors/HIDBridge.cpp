@@ -1,6 +1,8 @@
 #include "sensors/HIDBridge.h"
 
+#include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <utility>
 
 namespace airflow::sensors {
@@ -47,8 +49,10 @@ concurrency::Task<std::vector<RawReading>> HIDBridge::sampleTemperatures(
     const std::chrono::microseconds interval(intervalMicroseconds);
     std::vector<RawReading> readings;
     if (!isAvailable()) co_return readings;
+    readings.reserve(services.size());
     for (const Service& service : services) {
         readings.push_back({.label = service.label, .samples = {}});
+        readings.back().samples.reserve(static_cast<std::size_t>(std::max(rounds, 0)));
     }
     for (int round = 0; round < rounds; ++round) {
         if (round > 0) co_await runtime.blockingSleep(interval);

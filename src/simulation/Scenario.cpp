@@ -1,0 +1,227 @@
+#include "simulation/Scenario.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include "simulation/ScenarioDecoding.h"
+
+namespace airflow::simulation {
+
+using namespace decoding;
+
+namespace {
+
+constexpr double longestSilence = 30;  // seconds after the last event of a scenario
+
+TemperatureChange::Values decodeValues(const Decoder& decoder) {
+    TemperatureChange::Values values;
+    decoder.forEachMember([&values](std::string_view name, const Decoder& value) {
+        values.emplace_back(name, value.isNull() ? std::nullopt : std::optional(value.number()));
+    });
+    return values;
+}
+
+TemperatureChange decodeChange(const Decoder& decoder) {
+    decoder.onlyKeys({"at", "hid", "smc"});
+    TemperatureChange change{.at = requiredSeconds(decoder, "at")};
+    decoder.forEachMember([&change](std::string_view name, const Decoder& member) {
+        if (name == "hid" && member.isNull())
+            change.hidesHID = true;
+        else if (name == "hid")
+            change.hid = decodeValues(member);
+        if (name == "smc") change.smc = decodeTemperatures(member);
+    });
+    return change;
+}
+
+Thermal decodeThermal(const Decoder& decoder) {
+    decoder.onlyKeys({"load", "ambient"});
+    Thermal thermal;
+    thermal.ambient = decoder.optional<double>("ambient").value_or(thermal.ambient);
+    decoder.member("load", [&thermal](const Decoder& load) {
+        load.forEachElement([&thermal](const Decoder& step) {
+            step.onlyKeys({"at", "watts"});
+            const Duration at = requiredSeconds(step, "at");
+            if (!thermal.load.empty() && at < thermal.load.back().first) {
+                step.fail("Loads are listed in order of time.");
+            }
+            thermal.load.emplace_back(at, step.required<double>("watts"));
+        });
+    });
+    return thermal;
+}
+
+FirmwareChange decodeFirmwareChange(const Decoder& decoder) {
+    decoder.onlyKeys({"at", "key", "value"});
+    FirmwareChange change{.at = requiredSeconds(decoder, "at")};
+    decoder.member("key", [&change](const Decoder& key) { change.key = fourCharacters(key); });
+    change.value = decoder.required<double>("value");
+    return change;
+}
+
+constexpr std::array<std::pair<Call::Method, std::string_view>, 10> methodNames{{
+    {Call::Method::setManualRPM, "setManualRPM"},
+    {Call::Method::setPercent, "setPercent"},
+    {Call::Method::fullBlast, "fullBlast"},
+    {Call::Method::automatic, "automatic"},
+    {Call::Method::applyConfig, "applyConfig"},
+    {Call::Method::restoreAuto, "restoreAuto"},
+    {Call::Method::heartbeat, "heartbeat"},
+    {Call::Method::readState, "readState"},
+    {Call::Method::helperVersion, "helperVersion"},
+    {Call::Method::shutdownForUpgrade, "shutdownForUpgrade"},
+}};
+
+Call::Method decodeMethod(const Decoder& decoder) {
+    const std::string name = decoder.text();
+    const auto found =
+        std::ranges::find(methodNames, name, [](const auto& row) { return row.second; });
+    if (found != methodNames.end()) return found->first;
+    decoder.fail("There is no command of this name.");
+    return {};
+}
+
+}  // namespace
+
+std::string_view nameOf(Call::Method method) {
+    return std::ranges::find(methodNames, method, [](const auto& row) { return row.first; })
+        ->second;
+}
+
+namespace {
+
+/// A call, and the name of the file that its plan is in, if it is in one.
+std::pair<Call, std::string> decodeCall(const Decoder& decoder) {
+    std::pair<Call, std::string> result{{.at = requiredSeconds(decoder, "at")}, {}};
+    Call& call = result.first;
+    decoder.member("call", [&](const Decoder& name) { call.method = decodeMethod(name); });
+    switch (call.method) {
+        case Call::Method::setManualRPM:
+            decoder.onlyKeys({"at", "call", "fan", "rpm"});
+            call.fan = decoder.required<std::int64_t>("fan");
+            call.rpm = decoder.required<std::int64_t>("rpm");
+            break;
+        case Call::Method::setPercent:
+            decoder.onlyKeys({"at", "call", "fan", "percent"});
+            call.fan = decoder.required<std::int64_t>("fan");
+            call.percent = decoder.required<double>("percent");
+            break;
+        case Call::Method::applyConfig:
+            decoder.onlyKeys({"at", "call", "plan"});
+            decoder.member("plan", [&](const Decoder& plan) {
+                const bool isFile = plan.kind() == json::Document::Kind::text;
+                if (isFile)
+                    result.second = plan.text();
+                else
+                    call.plan = plan.value<plan::FanControlPlan>();
+            });
+            break;
+        default: decoder.onlyKeys({"at", "call"});
+    }
+    return result;
+}
+
+Event decodeOtherEvent(const Decoder& decoder) {
+    bool isJump = false;
+    ifPresent(decoder, "wallClockJump", [&isJump](const Decoder&) { isJump = true; });
+    const Duration at = requiredSeconds(decoder, "at");
+    if (isJump) {
+        decoder.onlyKeys({"at", "wallClockJump"});
+        return WallClockJump{.at = at, .seconds = decoder.required<double>("wallClockJump")};
+    }
+    decoder.onlyKeys({"at", "heartbeatEvery", "until"});
+    Heartbeats beats{.at = at};
+    decoder.member("heartbeatEvery", [&beats](const Decoder& every) {
+        beats.every = seconds(every);
+        if (beats.every == Duration::zero()) every.fail("Expected more than 0 seconds.");
+    });
+    beats.until = requiredSeconds(decoder, "until");
+    return beats;
+}
+
+void decodeEvent(const Decoder& decoder, Scenario& scenario) {
+    bool isCall = false;
+    ifPresent(decoder, "call", [&isCall](const Decoder&) { isCall = true; });
+    if (!isCall) {
+        scenario.events.push_back(decodeOtherEvent(decoder));
+        return;
+    }
+    auto [call, file] = decodeCall(decoder);
+    if (!file.empty()) scenario.planFiles.emplace_back(scenario.events.size(), std::move(file));
+    scenario.events.emplace_back(std::move(call));
+}
+
+template <typename T, typename Decode>
+void decodeList(const Decoder& decoder, std::string_view key, std::vector<T>& list,
+                Decode decodeElement) {
+    ifPresent(decoder, key, [&](const Decoder& member) {
+        member.forEachElement(
+            [&](const Decoder& element) { list.push_back(decodeElement(element)); });
+    });
+}
+
+}  // namespace
+
+Scenario Scenario::decode(const Decoder& decoder) {
+    decoder.onlyKeys({"machine", "temperatures", "thermal", "faults", "firmware", "events",
+                      "jitter", "euid", "duration"});
+    Scenario scenario;
+    decoder.member("machine", [&](const Decoder& machine) {
+        scenario.machine = MachineDescription::decode(machine);
+    });
+    decodeList(decoder, "temperatures", scenario.temperatures, decodeChange);
+    ifPresent(decoder, "thermal",
+              [&](const Decoder& thermal) { scenario.thermal = decodeThermal(thermal); });
+    decodeList(decoder, "faults", scenario.faults, Fault::decode);
+    decodeList(decoder, "firmware", scenario.firmware, decodeFirmwareChange);
+    ifPresent(decoder, "events", [&](const Decoder& events) {
+        events.forEachElement([&](const Decoder& event) { decodeEvent(event, scenario); });
+    });
+    scenario.jitter = decoder.optional<double>("jitter").value_or(scenario.jitter);
+    ifPresent(decoder, "euid", [&](const Decoder& euid) {
+        scenario.effectiveUserID = bounded<std::uint32_t>(euid, 0, UINT32_MAX);
+    });
+    ifPresent(decoder, "duration",
+              [&](const Decoder& duration) { scenario.duration = seconds(duration); });
+    return scenario;
+}
+
+std::expected<Scenario, json::DecodingError> Scenario::parse(std::string_view text,
+                                                             const ReadFile& readFile) {
+    auto scenario = json::decode<Scenario>(text);
+    if (!scenario) return scenario;
+    for (const auto& [index, name] : std::exchange(scenario->planFiles, {})) {
+        const auto at = [place = fmt::format("events[{}].plan", index)](std::string why) {
+            return json::DecodingError{
+                .codingPath = place, .description = std::move(why), .position = {}};
+        };
+        const auto file = readFile(name);
+        if (!file) return std::unexpected(at(fmt::format("{}: {}", name, file.error())));
+        auto plan = json::decode<plan::FanControlPlan>(*file);
+        if (!plan) return std::unexpected(at(plan.error().describe(name)));
+        std::get<Call>(scenario->events[index]).plan = std::move(*plan);
+    }
+    return scenario;
+}
+
+Duration Scenario::length() const {
+    if (duration) return *duration;
+    Duration last{};
+    const auto reaches = [&last](Duration moment) { last = std::max(last, moment); };
+    for (const TemperatureChange& change : temperatures) reaches(change.at);
+    for (const FirmwareChange& change : firmware) reaches(change.at);
+    if (thermal && !thermal->load.empty()) reaches(thermal->load.back().first);
+    for (const Fault& fault : faults) {
+        reaches(fault.until == Duration::max() ? fault.from : fault.until);
+    }
+    for (const Event& event : events) {
+        std::visit([&](const auto& each) { reaches(each.at); }, event);
+        if (const auto* beats = std::get_if<Heartbeats>(&event)) reaches(beats->until);
+    }
+    return last + Duration(std::llround(longestSilence * 1e9));
+}
+
+}  // namespace airflow::simulation

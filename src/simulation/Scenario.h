@@ -1,0 +1,111 @@
+// Scenario: a machine, what happens to it, and what clients ask of the controller, as JSON.
+#pragma once
+
+#include <cstdint>
+#include <expected>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "concurrency/Clock.h"
+#include "json/Decoder.h"
+#include "plan/FanControlPlan.h"
+#include "simulation/Fault.h"
+#include "simulation/MachineDescription.h"
+#include "simulation/ThermalModel.h"
+
+namespace airflow::simulation {
+
+/// From a moment on, sensors read this. A sensor without a value has vanished.
+struct TemperatureChange {
+    using Values = std::vector<std::pair<std::string, std::optional<double>>>;
+
+    concurrency::Duration at{};
+    bool hidesHID = false;  ///< no HID services at all, until the next change names some
+    Values hid{};
+    Temperatures smc{};
+};
+
+struct Thermal {
+    ThermalModel::Load load{};
+    double ambient = 24;  ///< °C
+};
+
+/// The machine itself changes a key.
+struct FirmwareChange {
+    concurrency::Duration at{};
+    std::string key{};
+    double value = 0;
+};
+
+/// One command, by the name that the command surface gives it.
+struct Call {
+    enum class Method : std::uint8_t {
+        setManualRPM,
+        setPercent,
+        fullBlast,
+        automatic,
+        applyConfig,
+        restoreAuto,
+        heartbeat,
+        readState,
+        helperVersion,
+        shutdownForUpgrade,
+    };
+
+    concurrency::Duration at{};
+    Method method = Method::heartbeat;
+    std::int64_t fan = 0;
+    std::int64_t rpm = 0;
+    double percent = 0;
+    plan::FanControlPlan plan{};
+};
+
+/// Heartbeats at `at`, `at` + `every`, and so on, up to and with `until`.
+struct Heartbeats {
+    concurrency::Duration at{};
+    concurrency::Duration every{};
+    concurrency::Duration until{};
+};
+
+struct WallClockJump {
+    concurrency::Duration at{};
+    double seconds = 0;
+};
+
+using Event = std::variant<Call, Heartbeats, WallClockJump>;
+
+struct Scenario {
+    MachineDescription machine{};
+    std::vector<TemperatureChange> temperatures{};
+    std::optional<Thermal> thermal{};
+    std::vector<Fault> faults{};
+    std::vector<FirmwareChange> firmware{};
+    std::vector<Event> events{};
+    double jitter = 0.05;
+    std::uint32_t effectiveUserID = 0;
+    std::optional<concurrency::Duration> duration{};
+
+    static Scenario decode(const json::Decoder& decoder);
+
+    /// Reads the text of the file of that name beside the scenario, or says why it cannot.
+    using ReadFile = std::function<std::expected<std::string, std::string>(const std::string&)>;
+    /// The scenario in `text`; plans that are given by a file's name are read by `readFile`. An
+    /// unknown key is an error, since a misspelt fault would make a scenario harmless.
+    [[nodiscard]] static std::expected<Scenario, json::DecodingError> parse(
+        std::string_view text, const ReadFile& readFile);
+
+    /// As long as it says; otherwise until 30 s after the last thing that happens.
+    [[nodiscard]] concurrency::Duration length() const;
+
+    /// Names of plan files, with the events that want them; empty once they are read.
+    std::vector<std::pair<std::size_t, std::string>> planFiles{};
+};
+
+/// The name of a method in scenarios and answers.
+[[nodiscard]] std::string_view nameOf(Call::Method method);
+
+}  // namespace airflow::simulation

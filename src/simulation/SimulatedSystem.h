@@ -1,0 +1,67 @@
+// SimulatedSystem: a simulated Mac, and above it everything that runs on a real one, in virtual
+// time.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "control/LocalFanController.h"
+#include "sensors/HIDBridge.h"
+#include "sensors/HIDFunctions.h"
+#include "sensors/LogSink.h"
+#include "sensors/SensorReader.h"
+#include "simulation/LatentSMC.h"
+#include "simulation/MachineDescription.h"
+#include "simulation/SimulatedMac.h"
+#include "simulation/SimulatedRuntime.h"
+#include "smc/SMCConnection.h"
+
+namespace airflow::simulation {
+
+/// Keeps the lines that are written to it, and tells a listener, if there is one.
+class KeptLines final : public sensors::LogSink {
+public:
+    void write(std::string_view line) override {
+        lines.emplace_back(line);
+        if (listener) listener(line);
+    }
+
+    std::vector<std::string> lines;
+    std::function<void(std::string_view)> listener;
+};
+
+class SimulatedSystem {
+public:
+    struct Options {
+        std::uint64_t seed = 0;  ///< of schedule and jitter; 0: executors take turns
+        double jitter = 0.05;    ///< °C, of HID samples
+        std::uint32_t effectiveUserID = 0;
+    };
+
+    /// The connection to the SMC is open, and no controller operation has run.
+    SimulatedSystem(MachineDescription machine, Options options);
+    explicit SimulatedSystem(MachineDescription machine)
+        : SimulatedSystem(std::move(machine), Options{}) {}
+    SimulatedSystem(const SimulatedSystem&) = delete;
+    SimulatedSystem& operator=(const SimulatedSystem&) = delete;
+    ~SimulatedSystem();
+
+    /// Virtual time since the machine was switched on.
+    [[nodiscard]] concurrency::Duration elapsed() const { return runtime.now().time_since_epoch(); }
+
+    SimulatedRuntime runtime;
+    SimulatedMac mac;
+    KeptLines standardError;
+    std::uint32_t effectiveUserID;
+    smc::SMCConnection connection;
+    LatentSMC smc;
+    sensors::HIDFunctions hidFunctions;
+    sensors::HIDBridge bridge;
+    sensors::SensorReader sensors;
+    std::shared_ptr<control::LocalFanController> controller;
+};
+
+}  // namespace airflow::simulation

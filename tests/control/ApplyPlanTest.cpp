@@ -1,0 +1,201 @@
+// Putting a plan in force: the order of what happens, and what becomes of fans that refuse.
+#include "HoldBench.h"
+
+namespace airflow::control {
+namespace {
+
+class ApplyPlan : public testing::Test {
+protected:
+    ControlResult apply(const std::vector<std::pair<std::int64_t, Mode>>& fans) {
+        return bench.run(bench.controller().applyPlan(planOf(fans)));
+    }
+
+    ControllerBench bench{steadyMachine(), withoutJitter};
+};
+
+TEST_F(ApplyPlan, claimsTakesASnapshotAndThenHolds) {
+    const auto requests = watchRequests(bench);
+    EXPECT_EQ(apply({{0, rpm(3000)}}), ControlResult::applied());
+    EXPECT_THAT(*requests,
+                ElementsAre("Ftst=1",                                // nothing to give back
+                            "F0Md", "F0Md=1",                        // claimed
+                            "FNum", "F0Ac", "F0Mn", "F0Mx", "F0Md",  // the snapshot
+                            "F1Ac", "F1Mn", "F1Mx", "F1Md",          //
+                            "Ftst=1", "F0Md=1", "F0Tg=3000", "F0Md"));
+    EXPECT_THAT(told(bench.published), ElementsAre("holding"));
+    const std::map<std::int64_t, std::int64_t> targets{{0, 3000}};
+    EXPECT_EQ(bench.published.back().targets, targets);
+}
+
+TEST_F(ApplyPlan, isRefusedToAProcessThatIsNotRootAndChangesNothing) {
+    (void)apply({{0, rpm(3000)}});
+    forget(bench);
+    bench.system.effectiveUserID = 501;
+    EXPECT_EQ(apply({{1, rpm(4000)}}), ControlResult::notPrivileged());
+    EXPECT_EQ(bench.run(bench.controller().setManual(1, 4000)), ControlResult::notPrivileged());
+    EXPECT_THAT(bench.writes, IsEmpty());
+    EXPECT_THAT(bench.reads, IsEmpty());
+    EXPECT_THAT(bench.published, IsEmpty());
+    EXPECT_EQ(bench.run(bench.controller().fullBlast()), ControlResult::notPrivileged());
+    EXPECT_THAT(bench.reads, ElementsAre("FNum"));
+
+    bench.advance(2s);  // the plan in force is still the first
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=1", "F0Tg=3000"));
+}
+
+TEST_F(ApplyPlan, claimsInTheOrderOfThePlanAndHoldsInTheOrderOfTheFans) {
+    EXPECT_EQ(apply({{1, rpm(4000)}, {0, rpm(3000)}}), ControlResult::applied());
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F1Md=1", "F0Md=1", "Ftst=1", "F0Md=1",
+                                          "F0Tg=3000", "F1Md=1", "F1Tg=4000"));
+}
+
+TEST_F(ApplyPlan, leavesAutomaticEntriesAlone) {
+    EXPECT_EQ(apply({{0, Mode::automatic()}, {1, rpm(4000)}}), ControlResult::applied());
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F1Md=1", "Ftst=1", "F1Md=1", "F1Tg=4000"));
+}
+
+TEST_F(ApplyPlan, doesNotClaimAgainWhatIsClaimed) {
+    (void)apply({{0, rpm(3000)}});
+    forget(bench);
+    EXPECT_EQ(apply({{0, rpm(3500)}}), ControlResult::applied());
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "Ftst=1", "F0Md=1", "F0Tg=3500"));
+}
+
+TEST_F(ApplyPlan, claimsAFanThatThePlanNamesTwiceOnce) {
+    EXPECT_EQ(apply({{0, percent(100)}, {0, rpm(3000)}}), ControlResult::applied());
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=1", "Ftst=1", "F0Md=1", "F0Tg=3000"));
+    EXPECT_EQ(bench.state().perFanMode.at(0), ControlMode::fullBlast);
+}
+
+TEST_F(ApplyPlan, givesBackFirstWhatItNoLongerManages) {
+    (void)apply({{0, rpm(3000)}});
+    forget(bench);
+    EXPECT_EQ(apply({{1, rpm(4000)}}), ControlResult::applied());
+    EXPECT_THAT(bench.writes,
+                ElementsAre("Ftst=1", "F0Md=0", "F1Md=1", "Ftst=1", "F1Md=1", "F1Tg=4000"));
+    EXPECT_THAT(told(bench.published), ElementsAre("holding"));
+    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
+    EXPECT_EQ(bench.mac().fan(1).mode, FanMode::forced);
+}
+
+TEST_F(ApplyPlan, goesOnPublishingModeAndTargetOfAFanThatItGaveBackUntilTheNextFullRelease) {
+    (void)apply({{0, rpm(3000)}});
+    (void)apply({{1, percent(100)}});
+    const std::map<std::int64_t, ControlMode> modes{{0, ControlMode::manual},
+                                                    {1, ControlMode::fullBlast}};
+    const std::map<std::int64_t, std::int64_t> targets{{0, 3000}, {1, 6000}};
+    bench.advance(5s);
+    EXPECT_EQ(bench.state().perFanMode, modes);
+    EXPECT_EQ(bench.state().targets, targets);
+    (void)bench.run(bench.controller().automatic());
+    EXPECT_THAT(bench.state().perFanMode, IsEmpty());
+    EXPECT_THAT(bench.state().targets, IsEmpty());
+}
+
+TEST_F(ApplyPlan, givesBackAFanThatItNamesOnlyAsAutomatic) {
+    (void)apply({{0, rpm(3000)}, {1, rpm(4000)}});
+    EXPECT_EQ(apply({{0, Mode::automatic()}, {1, rpm(4000)}}), ControlResult::applied());
+    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
+    EXPECT_EQ(bench.mac().fan(1).mode, FanMode::forced);
+}
+
+TEST_F(ApplyPlan, tellsAtOnceOfAFanThatRefusesToGoBackAndGoesOn) {
+    (void)apply({{0, rpm(3000)}});
+    bench.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 1s));
+    forget(bench);
+    EXPECT_EQ(apply({{1, rpm(4000)}}), ControlResult::applied());
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0 (0x86)", "F1Md=1", "Ftst=1",
+                                          "F0Md=0 (0x86)", "F1Md=1", "F1Tg=4000"));
+    EXPECT_THAT(
+        told(bench.published),
+        ElementsAre("holding: failed to restore Auto: F0Md=0 rejected (SMC 0x86)", "holding"));
+    bench.advance(2s);
+    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
+}
+
+TEST_F(ApplyPlan, tellsOfARefusedReturnBeforeItClaims) {
+    (void)apply({{0, rpm(3000)}});
+    bench.mac().smc().add(refusal("F0Md", 0));
+    forget(bench);
+    (void)apply({{1, rpm(4000)}});
+    EXPECT_EQ(bench.published.front().lastError,
+              "failed to restore Auto: F0Md=0 rejected (SMC 0x86)");
+    EXPECT_FALSE(bench.published.front().perFanMode.contains(1));
+}
+
+TEST_F(ApplyPlan, aFanThatIsManagedAgainIsNoLongerToBeGivenBack) {
+    (void)apply({{0, rpm(3000)}});
+    bench.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 1s));
+    (void)apply({{1, rpm(4000)}});
+    forget(bench);
+    EXPECT_EQ(apply({{0, rpm(3000)}, {1, rpm(4000)}}), ControlResult::applied());
+    EXPECT_THAT(bench.writes,
+                ElementsAre("Ftst=1", "Ftst=1", "F0Md=1", "F0Tg=3000", "F1Md=1", "F1Tg=4000"));
+    bench.advance(5s);  // nor is it tried again
+    EXPECT_THAT(bench.writes, testing::Not(testing::Contains(testing::StartsWith("F0Md=0"))));
+}
+
+TEST_F(ApplyPlan, aPlanThatManagesNothingWithNothingClaimedReleasesAndStartsNoLoop) {
+    EXPECT_EQ(apply({{0, Mode::automatic()}, {1, Mode::automatic()}}), ControlResult::applied());
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "Ftst=1", "Ftst=0"));
+    EXPECT_THAT(told(bench.published), ElementsAre("not holding"));
+    forget(bench);
+    bench.advance(60s);
+    EXPECT_THAT(bench.reads, IsEmpty());
+    EXPECT_THAT(bench.writes, IsEmpty());
+    EXPECT_THAT(bench.published, IsEmpty());
+}
+
+TEST_F(ApplyPlan, aPlanThatManagesNothingEndsTheHoldOfTheLastOne) {
+    (void)apply({{0, rpm(3000)}});
+    forget(bench);
+    EXPECT_EQ(apply({}), ControlResult::applied());
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0", "Ftst=1", "F0Md=0", "Ftst=0"));
+    EXPECT_THAT(told(bench.published), ElementsAre("not holding"));
+    forget(bench);
+    bench.advance(60s);
+    EXPECT_THAT(bench.writes, IsEmpty());
+}
+
+TEST_F(ApplyPlan, aPlanThatManagesNothingFailsWhenTheReleaseDoes) {
+    bench.mac().smc().add(refusal("Ftst", 0, 0x87));
+    EXPECT_EQ(apply({}),
+              ControlResult::failed("failed to restore Auto: Ftst=0 rejected (SMC 0x87)"));
+    EXPECT_THAT(told(bench.published),
+                ElementsAre("not holding: failed to restore Auto: Ftst=0 rejected (SMC 0x87)"));
+}
+
+TEST_F(ApplyPlan, aPlanThatManagesNothingIsHeldWhileAFanRefusesToGoBack) {
+    (void)apply({{0, rpm(3000)}});
+    bench.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 5s));
+    forget(bench);
+    EXPECT_EQ(apply({}), ControlResult::applied());
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0 (0x86)", "F0Md=0 (0x86)"));
+    EXPECT_THAT(
+        told(bench.published),
+        ElementsAre("holding: failed to restore Auto: F0Md=0 rejected (SMC 0x86)", "holding"));
+    bench.advance(10s);
+    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
+    EXPECT_FALSE(bench.state().isHolding);
+}
+
+TEST_F(ApplyPlan, aSecondPlanFindsTheLoopRunningAndStartsNoOther) {
+    (void)apply({{0, rpm(3000)}});
+    (void)apply({{0, rpm(3500)}});
+    forget(bench);
+    bench.advance(2500ms);
+    EXPECT_THAT(told(bench.published), ElementsAre("holding"));  // one tick
+}
+
+TEST_F(ApplyPlan, countsAsAHeartbeat) {
+    (void)apply({{0, rpm(3000)}});
+    bench.advance(14s);
+    (void)apply({{0, rpm(3000)}});
+    bench.advance(14s);
+    EXPECT_TRUE(bench.state().isHolding);
+    bench.advance(3s);
+    EXPECT_EQ(bench.state().lastError, "no heartbeat for >15s — released to Auto");
+}
+
+}  // namespace
+}  // namespace airflow::control

@@ -1,0 +1,289 @@
+// The commands for single fans and for all, which are edits of the active plan.
+#include <cmath>
+#include <limits>
+
+#include "HoldBench.h"
+
+namespace airflow::control {
+namespace {
+
+constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
+
+/// Two entries for fan 1 around one for fan 0, a rule and a tuning of its own.
+plan::FanControlPlan crowdedPlan() {
+    auto plan = planOf({{1, percent(20)}, {0, rpm(3000)}, {1, Mode::automatic()}});
+    plan::FanRule rule;
+    rule.thresholdCelsius = 90;
+    rule.targetPercent = 80;
+    plan.rules.push_back(rule);
+    plan.tuning.maxDeltaRPMPerTick = 123;
+    return plan;
+}
+
+TEST(ManualCommands, setManualReplacesEveryEntryOfItsFanByOneAtTheEnd) {
+    ControllerBench bench(steadyMachine(), withoutJitter);
+    const auto controller = install<PlanKeeper>(bench);
+    EXPECT_EQ(bench.run(controller->applyPlan(crowdedPlan())), ControlResult::applied());
+
+    EXPECT_EQ(bench.run(controller->setManual(1, 2000)), ControlResult::applied());
+    auto expected = crowdedPlan();
+    expected.fans = {{.fanID = 0, .mode = rpm(3000.0)}, {.fanID = 1, .mode = rpm(2000.0)}};
+    EXPECT_EQ(controller->plans.back(), expected);
+    EXPECT_EQ(bench.mac().fan(1).target, 2000);
+}
+
+TEST(ManualCommands, setPercentReplacesEveryEntryOfItsFanByOneAtTheEnd) {
+    ControllerBench bench(steadyMachine(), withoutJitter);
+    const auto controller = install<PlanKeeper>(bench);
+    EXPECT_EQ(bench.run(controller->applyPlan(crowdedPlan())), ControlResult::applied());
+
+    EXPECT_EQ(bench.run(controller->setPercent(1, 25)), ControlResult::applied());
+    auto expected = crowdedPlan();
+    expected.fans = {{.fanID = 0, .mode = rpm(3000.0)}, {.fanID = 1, .mode = percent(25.0)}};
+    EXPECT_EQ(controller->plans.back(), expected);
+    EXPECT_EQ(bench.mac().fan(1).target, 2400);
+}
+
+TEST(ManualCommands, withoutAPlanTheFirstCommandIsTheWholePlan) {
+    ControllerBench bench(steadyMachine(), withoutJitter);
+    const auto controller = install<PlanKeeper>(bench);
+    (void)bench.run(controller->setManual(1, 2000));
+    EXPECT_EQ(controller->plans.back(), planOf({{1, rpm(2000.0)}}));
+}
+
+TEST(ManualCommands, aSpeedIsPassedOnUncheckedAndKeptWithinTheFansLimitsWhenHeld) {
+    ControllerBench bench(steadyMachine(), withoutJitter);
+    const auto controller = install<PlanKeeper>(bench);
+    for (const std::int64_t speed : {std::int64_t{-5}, std::int64_t{0}, std::int64_t{9000},
+                                     std::numeric_limits<std::int64_t>::max()}) {
+        EXPECT_EQ(bench.run(controller->setManual(0, speed)), ControlResult::applied());
+        EXPECT_EQ(controller->plans.back(), planOf({{0, rpm(static_cast<double>(speed))}}));
+        EXPECT_EQ(bench.mac().fan(0).target, speed > 0 ? 6000 : 1200);
+    }
+}
+
+TEST(ManualCommands, aPercentageIsPassedOnAsItIs) {
+    ControllerBench bench(steadyMachine(), withoutJitter);
+    const auto controller = install<PlanKeeper>(bench);
+    for (const double share : {12.5, -3.0, 250.0}) {
+        EXPECT_EQ(bench.run(controller->setPercent(0, share)), ControlResult::applied());
+        EXPECT_EQ(controller->plans.back(), planOf({{0, percent(share)}}));
+    }
+    EXPECT_EQ(bench.run(controller->setPercent(0, notANumber)), ControlResult::applied());
+    const auto& mode = controller->plans.back().fans.front().mode.mode;
+    EXPECT_TRUE(std::isnan(std::get<plan::FixedPercent>(mode).percent));
+}
+
+TEST(ManualCommands, everyCommandGoesThroughAnApplyPlanThatInterceptsIt) {
+    ControllerBench bench(steadyMachine(), withoutJitter);
+    const auto controller = install<PlanKeeper>(bench);
+    controller->answer = ControlResult::rejected(7);
+    EXPECT_EQ(bench.run(controller->setManual(0, 2000)), ControlResult::rejected(7));
+    EXPECT_EQ(bench.run(controller->setPercent(1, 50)), ControlResult::rejected(7));
+    EXPECT_EQ(bench.run(controller->fullBlast()), ControlResult::rejected(7));
+    EXPECT_EQ(controller->plans, (std::vector{planOf({{0, rpm(2000)}}), planOf({{1, percent(50)}}),
+                                              planOf({{0, percent(100)}, {1, percent(100)}})}));
+    EXPECT_THAT(bench.writes, IsEmpty());
+    EXPECT_THAT(bench.published, IsEmpty());
+}
+
+TEST(ManualCommands, fullBlastHoldsEveryFanAtItsMaximumAndKeepsRulesAndTuning) {
+    ControllerBench bench(steadyMachine(), withoutJitter);
+    const auto controller = install<PlanKeeper>(bench);
+    EXPECT_EQ(bench.run(controller->applyPlan(crowdedPlan())), ControlResult::applied());
+
+    EXPECT_EQ(bench.run(controller->fullBlast()), ControlResult::applied());
+    auto expected = crowdedPlan();
+    expected.fans = {{.fanID = 0, .mode = percent(100.0)}, {.fanID = 1, .mode = percent(100.0)}};
+    EXPECT_EQ(controller->plans.back(), expected);
+    EXPECT_EQ(bench.mac().fan(0).target, 6000);
+    EXPECT_EQ(bench.mac().fan(1).target, 6000);
+}
+
+TEST(ManualCommands, fullBlastIsPublishedAsSuch) {
+    ControllerBench bench(steadyMachine(), withoutJitter);
+    (void)bench.run(bench.controller().fullBlast());
+    const std::map<std::int64_t, ControlMode> modes{{0, ControlMode::fullBlast},
+                                                    {1, ControlMode::fullBlast}};
+    EXPECT_EQ(bench.state().perFanMode, modes);
+}
+
+TEST(ManualCommands, fullBlastOnAMachineWithoutFansIsAnEmptyPlan) {
+    ControllerBench bench(steadyMachine(0), withoutJitter);
+    const auto controller = install<PlanKeeper>(bench);
+    EXPECT_EQ(bench.run(controller->fullBlast()), ControlResult::applied());
+    EXPECT_EQ(controller->plans.back(), plan::FanControlPlan::allAutomatic());
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "Ftst=1", "Ftst=0"));
+}
+
+TEST(ManualCommands, fullBlastWithoutAReadableCountOfFansFailsAndChangesNothing) {
+    ControllerBench bench(steadyMachine(), withoutJitter);
+    const auto controller = install<PlanKeeper>(bench);
+    (void)bench.run(controller->setManual(0, 3000));
+    forget(bench);
+
+    auto unreadable = missing("FNum");
+    unreadable.until = bench.system.elapsed() + 10ms;
+    bench.mac().smc().add(unreadable);
+    EXPECT_EQ(bench.run(controller->fullBlast()), ControlResult::failed("could not read FNum"));
+    EXPECT_THAT(bench.writes, IsEmpty());
+    EXPECT_THAT(bench.published, IsEmpty());
+    EXPECT_EQ(controller->plans.size(), 1u);
+    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::forced);
+
+    bench.advance(10ms);
+    (void)bench.run(controller->setManual(1, 4000));
+    EXPECT_EQ(controller->plans.back(), planOf({{0, rpm(3000)}, {1, rpm(4000)}}));
+}
+
+TEST(ManualCommands, aCountOfFansThatIsNoNumberIsUnreadable) {
+    ControllerBench bench(steadyMachine(), withoutJitter);
+    bench.mac().smc().add(Fault{
+        .key = "FNum", .operation = Fault::Operation::information, .size = 1, .type = "ch8*"});
+    EXPECT_EQ(bench.run(bench.controller().fullBlast()),
+              ControlResult::failed("could not read FNum"));
+    EXPECT_THAT(bench.reads, ElementsAre("FNum"));
+}
+
+/// An SMC of which every key holds the same number.
+class OneNumber final : public smc::SMCWriting {
+public:
+    explicit OneNumber(double held) : number(held) {}
+
+    concurrency::Task<WriteResult> writeUInt8(std::string, std::uint8_t) override {
+        co_return WriteResult(0);
+    }
+    concurrency::Task<WriteResult> writeFloat(std::string, double) override {
+        co_return WriteResult(0);
+    }
+    concurrency::Task<std::optional<smc::SMCValue>> tryReadValue(std::string) override {
+        co_return smc::SMCValue::floating(number);
+    }
+
+private:
+    double number;
+};
+
+/// How many fans fullBlast() plans for where "FNum" holds this.
+std::size_t fansOfFullBlastWith(double countOfFans) {
+    ControllerBench bench(steadyMachine(), withoutJitter);
+    OneNumber smc(countOfFans);
+    const auto controller = std::make_shared<PlanKeeper>(bench.system.runtime, smc,
+                                                         bench.system.sensors, [] { return 0U; });
+    controller->answer = ControlResult::applied();
+    (void)bench.run(controller->fullBlast());
+    return controller->plans.back().fans.size();
+}
+
+TEST(FanCount, isTheWholeNumberNextToZeroOfWhateverFits64Bits) {
+    EXPECT_EQ(fansOfFullBlastWith(2.99), 2u);
+    EXPECT_EQ(fansOfFullBlastWith(0.99), 0u);
+    EXPECT_EQ(fansOfFullBlastWith(-0x1p63), 0u);
+}
+
+TEST(FanCountDeathTest, thatIsNoNumberOrDoesNotFit64BitsIsABug) {
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    for (const double count : {0x1p63, -0x1.0000000000001p63, infinity, -infinity, notANumber}) {
+        EXPECT_DEATH((void)fansOfFullBlastWith(count),
+                     "FNum is a number of fans that fits 64 bits");
+    }
+}
+
+struct Published {
+    const char* name;
+    Mode mode;
+    ControlMode expected;
+};
+
+class PublishedMode : public testing::TestWithParam<Published> {};
+
+TEST_P(PublishedMode, followsFromThePlansModeWhenAFanIsClaimed) {
+    ControllerBench bench(steadyMachine(1), withoutJitter);
+    (void)bench.run(bench.controller().applyPlan(planOf({{0, GetParam().mode}})));
+    const std::map<std::int64_t, ControlMode> expected{{0, GetParam().expected}};
+    EXPECT_EQ(bench.state().perFanMode, expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    OfEveryMode, PublishedMode,
+    testing::Values(Published{"fixedRPM", rpm(6000), ControlMode::manual},
+                    Published{"percentBelow100", percent(99.999), ControlMode::manual},
+                    Published{"percent100", percent(100), ControlMode::fullBlast},
+                    Published{"percentAbove100", percent(100.001), ControlMode::fullBlast},
+                    Published{"percentNotANumber", percent(notANumber), ControlMode::manual},
+                    Published{"curve", degreesAsPercent(), ControlMode::curve}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+TEST(ManualCommands, aFanThatIsHeldAlreadyKeepsItsPublishedMode) {
+    ControllerBench bench(steadyMachine(), withoutJitter);
+    (void)bench.run(bench.controller().setManual(0, 3000));
+    (void)bench.run(bench.controller().fullBlast());
+    // Modes are published when a fan is claimed, and fan 0 was claimed before.
+    const std::map<std::int64_t, ControlMode> modes{{0, ControlMode::manual},
+                                                    {1, ControlMode::fullBlast}};
+    EXPECT_EQ(bench.state().perFanMode, modes);
+    EXPECT_EQ(bench.mac().fan(0).target, 6000);
+}
+
+TEST(Automatic, givesEveryFanBackAndClearsThePlan) {
+    ControllerBench bench(steadyMachine(), withoutJitter);
+    const auto controller = install<PlanKeeper>(bench);
+    (void)bench.run(controller->fullBlast());
+    forget(bench);
+    EXPECT_EQ(bench.run(controller->automatic()), ControlResult::applied());
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0"));
+    EXPECT_THAT(told(bench.published), ElementsAre("not holding"));
+    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
+    EXPECT_EQ(bench.mac().fan(1).mode, FanMode::automatic);
+
+    forget(bench);
+    bench.advance(60s);
+    EXPECT_THAT(bench.writes, IsEmpty());  // the hold loop has ended
+    (void)bench.run(controller->setManual(1, 2000));
+    EXPECT_EQ(controller->plans.back(), planOf({{1, rpm(2000)}}));
+}
+
+TEST(Automatic, forgetsWhatTheEvaluatorRemembered) {
+    ControllerBench bench(machineAt(10, 1), withoutJitter);
+    (void)bench.run(bench.controller().applyPlan(planOf({{0, degreesAsPercent()}})));
+    EXPECT_EQ(bench.mac().fan(0).target, 1680);
+    (void)bench.run(bench.controller().automatic());
+    bench.mac().setHIDTemperature(steadyLabel, 90);
+    (void)bench.run(bench.controller().applyPlan(planOf({{0, degreesAsPercent()}})));
+    EXPECT_EQ(bench.mac().fan(0).target, 5520);  // neither smoothed nor held back
+}
+
+TEST(Automatic, tellsWhyAFanCouldNotBeGivenBack) {
+    ControllerBench bench(steadyMachine(), withoutJitter);
+    (void)bench.run(bench.controller().fullBlast());
+    bench.mac().smc().add(refusal("F0Md", 0));
+    forget(bench);
+    EXPECT_EQ(bench.run(bench.controller().automatic()),
+              ControlResult::failed("failed to restore Auto: F0Md=0 rejected (SMC 0x86)"));
+    EXPECT_THAT(told(bench.published),
+                ElementsAre("holding: failed to restore Auto: F0Md=0 rejected (SMC 0x86)"));
+}
+
+TEST(Automatic, isRefusedToAProcessThatIsNotRootWithoutAskingTheSMC) {
+    ControllerBench bench(steadyMachine(), withoutJitter);
+    (void)bench.run(bench.controller().setManual(0, 3000));
+    forget(bench);
+    bench.system.effectiveUserID = 501;
+    EXPECT_EQ(bench.run(bench.controller().automatic()), ControlResult::notPrivileged());
+    EXPECT_THAT(bench.writes, IsEmpty());
+    EXPECT_THAT(bench.reads, IsEmpty());
+    EXPECT_THAT(bench.published, IsEmpty());
+    bench.advance(3s);
+    EXPECT_TRUE(bench.state().isHolding);  // the hold loop goes on
+}
+
+TEST(Heartbeat, touchesNeitherTheSMCNorTheState) {
+    ControllerBench bench(steadyMachine(), withoutJitter);
+    bench.run(bench.controller().heartbeat());
+    EXPECT_THAT(bench.writes, IsEmpty());
+    EXPECT_THAT(bench.reads, IsEmpty());
+    EXPECT_THAT(bench.published, IsEmpty());
+}
+
+}  // namespace
+}  // namespace airflow::control

@@ -1,0 +1,203 @@
+// Releases that arrive while the controller claims, holds or gives back, at each request in turn
+// and under several schedules. Whether anybody still watches is asked of the machine.
+#include "HoldBench.h"
+
+namespace airflow::control {
+namespace {
+
+using Answer = std::shared_ptr<std::optional<ControlResult>>;
+using Failure = std::shared_ptr<std::optional<std::optional<std::string>>>;
+
+class ReleaseRaces : public testing::TestWithParam<std::uint64_t> {
+protected:
+    [[nodiscard]] static simulation::SimulatedSystem::Options options() {
+        return {.seed = GetParam(), .jitter = 0};
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Seeds, ReleaseRaces, testing::Range<std::uint64_t>(0, 8));
+
+/// A machine whose fans are claimed after a few polls.
+simulation::MachineDescription busyMachine() {
+    auto machine = steadyMachine();
+    machine.busy = 250ms;
+    return machine;
+}
+
+void expectAllGivenBack(ControllerBench& bench) {
+    for (std::size_t fan = 0; fan < bench.mac().fanCount(); ++fan) {
+        EXPECT_EQ(bench.mac().fan(fan).mode, FanMode::automatic) << "fan " << fan;
+    }
+    EXPECT_FALSE(bench.published.back().isHolding);
+}
+
+/// Nobody asks the SMC for anything, however long one waits.
+void expectNobodyWatches(ControllerBench& bench) {
+    forget(bench);
+    bench.advance(120s);
+    EXPECT_THAT(bench.reads, IsEmpty());
+    EXPECT_THAT(bench.writes, IsEmpty());
+}
+
+TEST_P(ReleaseRaces, automaticDuringAPlanGivesEveryFanBack) {
+    std::size_t request = 1;
+    for (;; ++request) {
+        SCOPED_TRACE(fmt::format("at request {}", request));
+        ControllerBench bench(busyMachine(), options());
+        slowDown(bench, 5ms);
+        Answer released;
+        atRequest(bench, request, [&] { released = bench.start(bench.controller().automatic()); });
+        EXPECT_EQ(bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}}))),
+                  ControlResult::applied());
+        if (!released) break;
+        bench.advance(18s);  // the loop that the plan started misses its heartbeat
+        EXPECT_EQ(*released, ControlResult::applied());
+        expectAllGivenBack(bench);
+        expectNobodyWatches(bench);
+    }
+    EXPECT_GT(request, 20u);
+}
+
+TEST_P(ReleaseRaces, restoreAutoDuringAPlanThatGivesBackGivesEveryFanBack) {
+    std::size_t request = 1;
+    for (;; ++request) {
+        SCOPED_TRACE(fmt::format("at request {}", request));
+        ControllerBench bench(busyMachine(), options());
+        (void)bench.run(bench.controller().setManual(0, 3000));
+        slowDown(bench, 5ms);
+        Failure failure;
+        atRequest(bench, request, [&] { failure = bench.start(bench.controller().restoreAuto()); });
+        EXPECT_EQ(bench.run(bench.controller().applyPlan(planOf({{1, rpm(4000)}}))),
+                  ControlResult::applied());
+        if (!failure) break;
+        bench.advance(18s);
+        EXPECT_EQ(**failure, std::nullopt);
+        expectAllGivenBack(bench);
+        expectNobodyWatches(bench);
+    }
+    EXPECT_GT(request, 15u);
+}
+
+TEST_P(ReleaseRaces, aReleaseDuringATickIsTheLastWord) {
+    for (std::size_t request = 1; request <= 20; ++request) {
+        SCOPED_TRACE(fmt::format("at request {}", request));
+        ControllerBench bench(steadyMachine(), options());
+        (void)bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
+        slowDown(bench, 5ms);
+        bench.advance(1s);
+        forget(bench);
+        Failure failure;
+        atRequest(bench, request, [&] { failure = bench.start(bench.controller().restoreAuto()); });
+        bench.advance(3s);
+        EXPECT_EQ(**failure, std::nullopt);
+        for (const char* fan : {"F0Md", "F1Md"}) {
+            const auto givenBack = std::ranges::find(bench.writes, fmt::format("{}=0", fan));
+            EXPECT_EQ(std::count(givenBack, bench.writes.end(), fmt::format("{}=1", fan)), 0);
+        }
+        expectAllGivenBack(bench);
+        expectNobodyWatches(bench);
+    }
+}
+
+TEST_P(ReleaseRaces, aReleaseDuringAPendingOneGivesEveryFanBack) {
+    std::size_t request = 1;
+    for (;; ++request) {
+        SCOPED_TRACE(fmt::format("at request {}", request));
+        ControllerBench bench(steadyMachine(), options());
+        (void)bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
+        bench.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 1s));
+        bench.mac().smc().add(refusal("F1Md", 0, 0x86, 0s, 1s));
+        slowDown(bench, 5ms);
+        (void)bench.run(bench.controller().automatic());
+        Answer released;
+        atRequest(bench, request, [&] { released = bench.start(bench.controller().automatic()); });
+        bench.advance(8s);
+        if (!released) break;
+        EXPECT_EQ(*released, ControlResult::applied());
+        expectAllGivenBack(bench);
+        expectNobodyWatches(bench);
+    }
+    EXPECT_EQ(request, 4u);
+}
+
+/// The release lowers force-test while the claim still needs it.
+TEST(ReleaseDuringAClaim, canCostAClaimItsForceTestAndSoTheFan) {
+    auto machine = steadyMachine(1);
+    machine.forceTestDelay = 250ms;
+    ControllerBench bench(machine, withoutJitter);
+    const Answer plan = bench.start(bench.controller().setManual(0, 3000));
+    bench.advance(150ms);
+    EXPECT_EQ(bench.run(bench.controller().automatic()), ControlResult::applied());
+    bench.advance(1s);
+    EXPECT_EQ(*plan, ControlResult::rejected(134));
+    EXPECT_THAT(told(bench.published),
+                ElementsAre("not holding", "not holding: applyPlan: rejected(code: 134)"));
+    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
+}
+
+/// A step with a plan, called by itself, that a restore overtakes when it writes this.
+class Overtaken : public testing::Test {
+protected:
+    std::vector<std::int64_t> step(const std::vector<std::pair<std::int64_t, Mode>>& fans) {
+        auto snapshot = bench.run(bench.system.sensors.snapshot());
+        forget(bench);
+        auto reverted = bench.run(bench.controller().assertPlanOnce(
+            planOf(fans), std::move(snapshot), bench.system.runtime.date()));
+        bench.advance(1s);  // the restore ends, too
+        return reverted;
+    }
+    void overtakeAt(const std::string& key, double value, std::size_t count = 1) {
+        slowDown(bench, 5ms);
+        atWrite(bench, key, value, count,
+                [this] { failure = bench.start(bench.controller().restoreAuto()); });
+    }
+
+    ControllerBench bench{steadyMachine(), withoutJitter};
+    Failure failure;
+};
+
+TEST_F(Overtaken, whileItReleasesAStepStopsBeforeTheNextFan) {
+    (void)step({{0, rpm(3000)}, {1, rpm(4000)}});
+    overtakeAt("F0Md", 0);
+    (void)step({});
+    EXPECT_THAT(bench.writes, ElementsAre("F0Md=0", "Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0"));
+    EXPECT_EQ(**failure, std::nullopt);
+    expectAllGivenBack(bench);
+}
+
+TEST_F(Overtaken, whileItClaimsAStepStopsBeforeTheNextFan) {
+    overtakeAt("F0Md", 1);
+    (void)step({{0, rpm(3000)}, {1, rpm(4000)}});
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=1", "Ftst=1", "F0Md=0", "Ftst=0"));
+    expectAllGivenBack(bench);
+}
+
+TEST_F(Overtaken, whileItHoldsAStepStopsBeforeTheNextFanAndReportsNothing) {
+    (void)step({{0, rpm(3000)}, {1, rpm(4000)}});
+    bench.mac().smc().add(misreading("F0Md", 3));
+    overtakeAt("F0Md", 1);
+    EXPECT_THAT(step({{0, rpm(3000)}, {1, rpm(4000)}}), IsEmpty());
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=1", "Ftst=1", "F0Tg=3000", "F0Md=0",
+                                          "F1Md=0", "Ftst=0"));
+    expectAllGivenBack(bench);
+}
+
+TEST_F(Overtaken, whileItRaisesForceTestAStepDoesNothingMore) {
+    (void)step({{0, rpm(3000)}, {1, rpm(4000)}});
+    overtakeAt("Ftst", 1);
+    EXPECT_THAT(step({{0, rpm(3000)}, {1, rpm(4000)}}), IsEmpty());
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0"));
+    expectAllGivenBack(bench);
+}
+
+TEST_F(Overtaken, afterItsLastFanAStepEndsAsIfNothingHadHappened) {
+    (void)step({{0, rpm(3000)}});
+    overtakeAt("F0Tg", 3000);
+    EXPECT_THAT(step({{0, rpm(3000)}}), IsEmpty());
+    EXPECT_THAT(bench.writes,
+                ElementsAre("Ftst=1", "F0Md=1", "F0Tg=3000", "Ftst=1", "F0Md=0", "Ftst=0"));
+    expectAllGivenBack(bench);
+}
+
+}  // namespace
+}  // namespace airflow::control
