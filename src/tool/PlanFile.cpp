@@ -12,30 +12,23 @@
 
 namespace airflow::tool {
 
-namespace {
-
-/// The file's bytes, or the system's reason why it cannot be read. One byte more than `limit` is
-/// enough to know that a file is too large.
-std::expected<std::string, std::string> readFile(const std::string& path, std::size_t limit) {
+std::expected<std::string, std::string> readFile(const std::string& path) {
     errno = 0;
     std::ifstream file(path, std::ios::binary);
-    std::string bytes(limit + 1, '\0');
+    std::string bytes(json::Limits{}.bytes + 1, '\0');
     if (file.is_open()) file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     if (!file.is_open() || file.bad()) return std::unexpected(std::string(std::strerror(errno)));
     bytes.resize(static_cast<std::size_t>(file.gcount()));
     return bytes;
 }
 
-}  // namespace
-
 std::expected<plan::FanControlPlan, std::string> readPlan(const std::string& path) {
-    const json::Limits limits;
-    const auto bytes = readFile(path, limits.bytes);
+    const auto bytes = readFile(path);
     if (!bytes) {
         return std::unexpected(
             fmt::format("{}: cannot be read: {}", printable(path), bytes.error()));
     }
-    auto plan = json::decode<plan::FanControlPlan>(*bytes, limits);
+    auto plan = json::decode<plan::FanControlPlan>(*bytes);
     if (!plan) return std::unexpected(printable(plan.error().describe(path)));
     return std::move(*plan);
 }

@@ -8,6 +8,10 @@
 
 namespace airflow::tool {
 
+/// The file's bytes, or the system's reason why it cannot be read. Of a file larger than a document
+/// may be, enough to know that it is.
+[[nodiscard]] std::expected<std::string, std::string> readFile(const std::string& path);
+
 /// The plan in the file, or one line that says what is wrong with it, and where.
 [[nodiscard]] std::expected<plan::FanControlPlan, std::string> readPlan(const std::string& path);
 

@@ -50,6 +50,10 @@ std::string printable(std::string_view text) {
     return result;
 }
 
+std::size_t columnsOf(std::string_view text) {
+    return static_cast<std::size_t>(std::ranges::count_if(text, startsCodePoint));
+}
+
 std::string padded(std::string_view text, std::size_t columns) {
     std::size_t count = 0;
     std::size_t cut = text.size();  // where the last column begins

@@ -14,6 +14,9 @@ namespace airflow::tool {
 /// move the cursor, change colours or turn the direction of writing.
 [[nodiscard]] std::string printable(std::string_view text);
 
+/// How many characters the text has; counts code points, as padded() does.
+[[nodiscard]] std::size_t columnsOf(std::string_view text);
+
 /// The text, cut or filled with blanks to `columns` characters; a cut text ends in "…". Counts
 /// code points, which is right for all names that sensors and people use in practice.
 [[nodiscard]] std::string padded(std::string_view text, std::size_t columns);

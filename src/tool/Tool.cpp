@@ -8,7 +8,10 @@
 
 #include "daemon/BuildIdentity.h"
 #include "tool/CheckCommand.h"
+#include "tool/MachinesCommand.h"
 #include "tool/ReplayCommand.h"
+#include "tool/SensorsCommand.h"
+#include "tool/SimulateCommand.h"
 
 namespace airflow::tool {
 
@@ -48,6 +51,64 @@ void addReplay(CLI::App& app, Streams streams, int& status) {
     });
 }
 
+void addSensors(CLI::App& app, Streams streams, int& status) {
+    struct Options {
+        std::string machine = "laptop";
+        std::string format = "table";
+    };
+    CLI::App* const command = app.add_subcommand(
+        "sensors", "Read the fans and temperatures of a simulated Mac once, as the daemon would");
+    auto options = std::make_shared<Options>();
+    command
+        ->add_option("--machine", options->machine,
+                     "One of those that the command machines lists (the default: laptop)")
+        ->check(CLI::Validator(whyNoMachine, "", "machine"));
+    command
+        ->add_option("--format", options->format,
+                     "table (for people, the default) or json (one object)")
+        ->check(CLI::IsMember({"table", "json"}));
+    command->callback([=, &status] {
+        const bool isTable = options->format == "table";
+        status = showSensors(options->machine, isTable ? SensorsFormat::table : SensorsFormat::json,
+                             streams.out, streams.err);
+    });
+}
+
+void addMachines(CLI::App& app, Streams streams) {
+    CLI::App* const command =
+        app.add_subcommand("machines", "List the simulated Macs that have a name");
+    command->callback([=] { listMachines(streams.out); });
+}
+
+void addSimulate(CLI::App& app, Streams streams, int& status) {
+    struct Options {
+        SimulateOptions simulate;
+        std::string format = "table";
+    };
+    CLI::App* const command = app.add_subcommand(
+        "simulate",
+        "Play a scenario (machine, faults, commands) through the controller in virtual "
+        "time");
+    auto options = std::make_shared<Options>();
+    SimulateOptions& simulated = options->simulate;
+    command->add_option("SCENARIO", simulated.scenario, "Scenario (JSON)")->required();
+    command
+        ->add_option("--format", options->format,
+                     "table (a timeline for people, the default) or jsonl (for machines)")
+        ->check(CLI::IsMember({"table", "jsonl"}));
+    command
+        ->add_option("--duration", simulated.duration, "Seconds to play, instead of the scenario's")
+        ->check(CLI::Range(0.0, 1e8));
+    command->add_option("--seed", simulated.seed,
+                        "Another legal order of what happens at the same time (0: in turns)");
+    command->add_flag("--reads", simulated.reads, "With jsonl: list reads of the SMC, too");
+    command->callback([=, &status] {
+        options->simulate.format =
+            options->format == "table" ? SimulateFormat::table : SimulateFormat::jsonLines;
+        status = simulate(options->simulate, streams.out, streams.err);
+    });
+}
+
 }  // namespace
 
 int runTool(std::vector<std::string> arguments, Streams streams) {
@@ -57,6 +118,9 @@ int runTool(std::vector<std::string> arguments, Streams streams) {
     app.require_subcommand(1);
     addCheck(app, streams, status);
     addReplay(app, streams, status);
+    addSensors(app, streams, status);
+    addMachines(app, streams);
+    addSimulate(app, streams, status);
     std::ranges::reverse(arguments);  // as the parser wants them
     try {
         app.parse(std::move(arguments));

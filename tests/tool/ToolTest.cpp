@@ -18,6 +18,8 @@ TEST(Tool, helpNamesEveryCommand) {
     EXPECT_EQ(run.status, 0);
     EXPECT_THAT(run.out, HasSubstr("check"));
     EXPECT_THAT(run.out, HasSubstr("replay"));
+    EXPECT_THAT(run.out, HasSubstr("sensors"));
+    EXPECT_THAT(run.out, HasSubstr("machines"));
 }
 
 TEST(Tool, everyCommandHasHelp) {
@@ -28,6 +30,11 @@ TEST(Tool, everyCommandHasHelp) {
     EXPECT_EQ(replay.status, 0);
     EXPECT_THAT(replay.out, HasSubstr("--trace"));
     EXPECT_THAT(replay.out, HasSubstr("--format"));
+    const auto sensors = runTool({"sensors", "--help"});
+    EXPECT_EQ(sensors.status, 0);
+    EXPECT_THAT(sensors.out, HasSubstr("--machine"));
+    EXPECT_THAT(sensors.out, HasSubstr("--format"));
+    EXPECT_EQ(runTool({"machines", "--help"}).status, 0);
 }
 
 TEST(Tool, aWrongFormatIsToldWhichThereAre) {
@@ -61,6 +68,10 @@ TEST(Tool, wrongUsageIsStatusTwoAndExplained) {
         {"replay", "a.json", "--trace"},
         {"replay", "a.json", "--trace", "t.jsonl", "--format", "xml"},
         {"replay", "a.json", "b.json", "--trace", "t.jsonl"},
+        {"sensors", "laptop"},
+        {"sensors", "--machine"},
+        {"sensors", "--format", "jsonl"},
+        {"sensors", "--format", "1"},
     };
     for (const auto& arguments : wrong) {
         const auto run = runTool(arguments);

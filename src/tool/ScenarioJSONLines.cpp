@@ -1,0 +1,79 @@
+#include "tool/ScenarioJSONLines.h"
+
+#include <cmath>
+
+#include "daemon/BuildIdentity.h"
+#include "smc/SMCError.h"
+#include "smc/SMCUserClient.h"
+
+namespace airflow::tool {
+
+namespace {
+
+using simulation::Call;
+using Operation = simulation::Fault::Operation;
+
+double inSeconds(concurrency::Duration time) {
+    return std::chrono::duration<double>(time).count();
+}
+
+std::string errorText(smc::KernelReturn kernelReturn) {
+    if (kernelReturn == smc::kernelNotPrivileged)
+        return smc::SMCError::notPrivileged().description();
+    return smc::SMCError::ioReturn("IOConnectCallStructMethod",
+                                   static_cast<std::uint32_t>(kernelReturn))
+        .description();
+}
+
+}  // namespace
+
+template <typename Members>
+void ScenarioJSONLines::line(concurrency::Duration time, Members members) {
+    writer.clear();
+    writer.object([&] {
+        writer.member("time", inSeconds(time));
+        members();
+    });
+    if (const auto text = writer.view())
+        out << *text << '\n';
+    else
+        out << R"({"unwritable":")" << text.error().codingPath << "\"}\n";
+}
+
+void ScenarioJSONLines::access(const simulation::SMCAccess& access) {
+    const bool isWrite = access.operation == Operation::write;
+    if (!isWrite && !(showsReads && access.operation == Operation::read)) return;
+    line(access.time, [&] {
+        writer.member("smc", isWrite ? "write" : "read");
+        writer.member("key", access.key);
+        if (std::isfinite(access.value)) writer.member("value", access.value);
+        if (access.kernelReturn == smc::kernelSuccess) {
+            writer.member("result", std::int64_t{access.result});
+        } else {
+            writer.member("error", errorText(access.kernelReturn));
+        }
+    });
+}
+
+void ScenarioJSONLines::published(concurrency::Duration time, const control::ControlState& state) {
+    line(time, [&] { writer.member("state", state); });
+}
+
+void ScenarioJSONLines::replied(concurrency::Duration time, const simulation::Reply& reply) {
+    line(time, [&] {
+        writer.member("client", reply.client);
+        writer.member("reply", simulation::nameOf(reply.method));
+        if (reply.result) writer.member("code", reply.result->xpcCode());
+        if (reply.state) writer.member("state", *reply.state);
+        if (reply.method == Call::Method::helperVersion) {
+            writer.member("version", daemon::BuildIdentity::text);
+        }
+    });
+}
+
+void ScenarioJSONLines::logged(concurrency::Duration time, std::string_view text) {
+    if (text.ends_with('\n')) text.remove_suffix(1);
+    line(time, [&] { writer.member("log", text); });
+}
+
+}  // namespace airflow::tool

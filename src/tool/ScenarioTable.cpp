@@ -1,0 +1,170 @@
+#include "tool/ScenarioTable.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+
+#include "daemon/BuildIdentity.h"
+#include "tool/Text.h"
+
+namespace airflow::tool {
+
+namespace {
+
+using concurrency::Duration;
+using simulation::Call;
+
+constexpr std::string_view safetyEnding = " — released to Auto";
+
+double inSeconds(Duration time) {
+    return std::chrono::duration<double>(time).count();
+}
+
+std::string describe(const Call& call) {
+    const auto name = simulation::nameOf(call.method);
+    switch (call.method) {
+        case Call::Method::setManualRPM:
+            return fmt::format("{} fan {} at {} RPM", name, call.fan, call.rpm);
+        case Call::Method::setPercent:
+            return fmt::format("{} fan {} at {} %", name, call.fan, plain(call.percent));
+        case Call::Method::applyConfig:
+            return fmt::format("{} ({} fans, {} rules)", name, call.plan.fans.size(),
+                               call.plan.rules.size());
+        default: return std::string(name);
+    }
+}
+
+std::string_view modeText(simulation::FanMode mode) {
+    switch (mode) {
+        case simulation::FanMode::forced: return "forced";
+        case simulation::FanMode::reclaimed: return "reclaimed";
+        case simulation::FanMode::automatic: break;
+    }
+    return "Auto";
+}
+
+}  // namespace
+
+void ScenarioTable::line(Duration time, const std::string& what) {
+    std::string text = fmt::format("{:>10.1f}  {}", inSeconds(time), printable(what));
+    text.erase(text.find_last_not_of(' ') + 1);
+    out << text << '\n';
+}
+
+void ScenarioTable::access(const simulation::SMCAccess& access) {
+    if (access.operation != simulation::Fault::Operation::write) return;
+    ++writes;
+    if (access.kernelReturn == 0 && access.result == 0) return;
+    ++refusedWrites;
+    noteRefusal(access);
+}
+
+void ScenarioTable::modeChanged(Duration time, std::size_t fan, simulation::FanMode mode) {
+    lastRefusal.clear();
+    setForced(fan, mode == simulation::FanMode::forced, time);
+    switch (mode) {
+        case simulation::FanMode::forced: line(time, fmt::format("fan {} forced", fan)); break;
+        case simulation::FanMode::automatic:
+            line(time, fmt::format("fan {} back to Auto", fan));
+            break;
+        case simulation::FanMode::reclaimed:
+            line(time, fmt::format("fan {} taken back by the firmware", fan));
+            break;
+    }
+}
+
+void ScenarioTable::noteRefusal(const simulation::SMCAccess& access) {
+    const auto result = access.kernelReturn == 0
+                            ? fmt::format("refused (SMC 0x{:x})", access.result)
+                            : fmt::format("failed (kernel 0x{:x})",
+                                          static_cast<std::uint32_t>(access.kernelReturn));
+    const auto text = fmt::format("{}={} {}", access.key, plain(access.value), result);
+    if (text == lastRefusal) return;
+    lastRefusal = text;
+    line(access.time, text);
+}
+
+void ScenarioTable::setForced(std::size_t fan, bool isForced, Duration time) {
+    fans[fan].isForced = isForced;
+    const bool anyForced =
+        std::ranges::any_of(fans, [](const auto& entry) { return entry.second.isForced; });
+    if (anyForced && !controlSince) controlSince = time;
+    if (!anyForced && controlSince) {
+        controlled += time - *controlSince;
+        controlSince.reset();
+    }
+}
+
+void ScenarioTable::published(Duration time, const control::ControlState& state) {
+    if (state.lastError && state.lastError != last.lastError) {
+        line(time, "lastError: " + *state.lastError);
+        if (state.lastError->ends_with(safetyEnding)) {
+            ++releases[state.lastError->substr(0, state.lastError->size() - safetyEnding.size())];
+        }
+    }
+    if (!state.lastError && last.lastError) line(time, "lastError is gone");
+    if (state.stoppedFans != last.stoppedFans) {
+        if (state.stoppedFans)
+            line(time, fmt::format("stopped: fans {}", *state.stoppedFans));
+        else
+            line(time, "no fan is stopped any more");
+    }
+    last = state;
+}
+
+void ScenarioTable::called(Duration time, std::string_view client, const Call& call) {
+    if (call.method == Call::Method::heartbeat) return;
+    line(time, fmt::format("{}: {}", client, describe(call)));
+    const bool releasesAll = call.method == Call::Method::automatic ||
+                             call.method == Call::Method::restoreAuto ||
+                             call.method == Call::Method::shutdownForUpgrade;
+    if (releasesAll) ++releases[std::string(simulation::nameOf(call.method))];
+}
+
+void ScenarioTable::replied(Duration time, const simulation::Reply& reply) {
+    std::string answer = "done";
+    if (reply.result) answer = reply.result->description();
+    if (reply.state) answer = reply.state->isHolding ? "holding" : "not holding";
+    if (reply.method == Call::Method::helperVersion) answer = daemon::BuildIdentity::text;
+    line(time, fmt::format("{}: {} → {}", reply.client, simulation::nameOf(reply.method), answer));
+}
+
+void ScenarioTable::logged(Duration time, std::string_view text) {
+    if (text.ends_with('\n')) text.remove_suffix(1);
+    line(time, "log: " + std::string(text));
+}
+
+void ScenarioTable::second(Duration time, simulation::SimulatedMac& mac) {
+    std::string row;
+    for (std::size_t fan = 0; fan < mac.fanCount(); ++fan) {
+        const auto state = mac.fan(fan);
+        row += fmt::format("  fan {} {:>5.0f} RPM {:<9}", fan, state.speed, modeText(state.mode));
+        fans[fan].speedSum += state.speed;
+        setForced(fan, state.mode == simulation::FanMode::forced, time);  // from the start on
+    }
+    hottest = std::max(hottest, mac.hottest());
+    const auto whole = std::chrono::duration_cast<std::chrono::seconds>(time).count();
+    if (samples++ == 0 || whole % interval == 0) {
+        line(time, fmt::format("| {:>6.1f} °C{}", mac.hottest(), row));
+    }
+}
+
+void ScenarioTable::finish(Duration time) {
+    if (controlSince) controlled += time - *controlSince;
+    out << fmt::format("\nunder control    {:.1f} of {:.1f} s\n", inSeconds(controlled),
+                       inSeconds(time));
+    out << fmt::format("hottest          {:.1f} °C\n", hottest);
+    for (const auto& [fan, record] : fans) {
+        out << fmt::format("fan {} mean       {:.0f} RPM\n", fan,
+                           record.speedSum / static_cast<double>(samples));
+    }
+    out << fmt::format("writes           {}, of which {} refused or failed\n", writes,
+                       refusedWrites);
+    if (releases.empty()) out << "releases         none\n";
+    for (const auto& [reason, count] : releases) {
+        out << fmt::format("releases         {} × {}\n", count, reason);
+    }
+}
+
+}  // namespace airflow::tool

@@ -1,0 +1,57 @@
+// ScenarioTable: what happens in a scenario as a timeline that a person can follow, and a summary.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "simulation/ScenarioRun.h"
+
+namespace airflow::tool {
+
+class ScenarioTable final : public simulation::ScenarioObserver {
+public:
+    /// Fans and temperatures are shown every `interval` seconds, 1 at least.
+    ScenarioTable(std::ostream& out, std::int64_t interval) : out(out), interval(interval) {}
+
+    void access(const simulation::SMCAccess& access) override;
+    void modeChanged(concurrency::Duration time, std::size_t fan,
+                     simulation::FanMode mode) override;
+    void published(concurrency::Duration time, const control::ControlState& state) override;
+    void called(concurrency::Duration time, std::string_view client,
+                const simulation::Call& call) override;
+    void replied(concurrency::Duration time, const simulation::Reply& reply) override;
+    void logged(concurrency::Duration time, std::string_view line) override;
+    void second(concurrency::Duration time, simulation::SimulatedMac& mac) override;
+
+    /// The end of the timeline, and the summary.
+    void finish(concurrency::Duration time);
+
+private:
+    struct FanRecord {
+        bool isForced = false;
+        double speedSum = 0;  ///< of the samples
+    };
+
+    void line(concurrency::Duration time, const std::string& what);
+    void setForced(std::size_t fan, bool isForced, concurrency::Duration time);
+    void noteRefusal(const simulation::SMCAccess& access);
+
+    std::ostream& out;
+    std::int64_t interval;
+    control::ControlState last = control::ControlState::idle();
+    std::map<std::size_t, FanRecord> fans;
+    std::string lastRefusal;                            ///< not to be told again and again
+    std::optional<concurrency::Duration> controlSince;  ///< while any fan is forced
+    concurrency::Duration controlled{};
+    double hottest = 0;
+    std::int64_t samples = 0;
+    std::int64_t writes = 0;
+    std::int64_t refusedWrites = 0;
+    std::map<std::string, int> releases;  ///< how often, by reason
+};
+
+}  // namespace airflow::tool

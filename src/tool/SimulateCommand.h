@@ -1,0 +1,25 @@
+// airflow simulate: what does the controller do in this situation?
+#pragma once
+
+#include <cstdint>
+#include <iosfwd>
+#include <optional>
+#include <string>
+
+namespace airflow::tool {
+
+enum class SimulateFormat : std::uint8_t { table, jsonLines };
+
+struct SimulateOptions {
+    std::string scenario;  ///< path
+    SimulateFormat format = SimulateFormat::table;
+    std::optional<double> duration;  ///< seconds, instead of the scenario's own
+    std::uint64_t seed = 0;
+    bool reads = false;  ///< list reads too, in JSON Lines
+};
+
+/// Plays the scenario. Returns the exit status: 0, or 1 with a line on `err` for a scenario that
+/// cannot be read or played.
+[[nodiscard]] int simulate(const SimulateOptions& options, std::ostream& out, std::ostream& err);
+
+}  // namespace airflow::tool
