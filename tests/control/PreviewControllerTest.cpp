@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "control/PreviewController.h"
+#include "control/StandardOutput.h"
 #include "simulation/SimulatedRuntime.h"
 #include "simulation/SimulatedSystem.h"
 
@@ -271,6 +272,16 @@ TEST_F(Preview, letsOtherCommandsRunWhileItPretendsToAcquire) {
     runtime.advance(300ms);
     EXPECT_EQ(controller.currentState().targets,
               (std::map<std::int64_t, std::int64_t>{{0, 1800}, {1, 2400}}));
+}
+
+TEST(PreviewOutput, isTheStandardOutput) {
+    simulation::SimulatedRuntime runtime;
+    StandardOutput output;
+    PreviewController controller(runtime, output);
+    testing::internal::CaptureStdout();
+    runtime.run(controller.heartbeat());
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "[PreviewController] heartbeat()\n");
+    runtime.abandon();
 }
 
 class PreviewWithoutDelay : public Preview {

@@ -40,8 +40,8 @@ const std::string valueExpected = "; expected '[', '{', or a literal";
 
 TEST(MalformedText, thatEndsTooEarlyIsRefusedAtItsEnd) {
     expectRefusals({
-        {"", {1, 1}, inValue + "unexpected end of input" + valueExpected},
-        {" \t\r\n ", {2, 2}, inValue + "unexpected end of input" + valueExpected},
+        {"", {1, 1}, "the document is empty"},
+        {" \t\r\n ", {1, 1}, "the document is empty"},
         {"{", {1, 2}, inKey + "unexpected end of input; expected string literal"},
         {"{\"a\"", {1, 5}, inSeparator + "unexpected end of input; expected ':'"},
         {"{\"a\":", {1, 6}, inValue + "unexpected end of input" + valueExpected},

@@ -129,7 +129,7 @@ TEST_P(BrokenExample, isRefusedWithPlaceAndReason) {
 constexpr std::array brokenExamples{
     Broken{"bad-uuid", ": rules[0].id: Expected a UUID of 36 characters."},
     Broken{"byte-order-mark", ":1:1: a byte-order mark is not allowed"},
-    Broken{"empty", ":1:1: "},
+    Broken{"empty", ":1:1: the document is empty"},
     Broken{"integer-too-large",
            ": fans[0].fanID: The number 9223372036854775808 does not fit a signed 64-bit integer."},
     Broken{"missing-tuning", ": The required key \"tuning\" is missing."},
