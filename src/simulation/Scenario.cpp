@@ -24,15 +24,25 @@ TemperatureChange::Values decodeValues(const Decoder& decoder) {
     return values;
 }
 
-TemperatureChange decodeChange(const Decoder& decoder) {
+/// Temperatures of keys that the machine has: changing any other would change nothing.
+Temperatures decodeKnownKeys(const Decoder& decoder, const Temperatures& known) {
+    decoder.forEachMember([&known](std::string_view name, const Decoder& member) {
+        if (std::ranges::find(known, name, &Temperatures::value_type::first) == known.end()) {
+            member.fail("This machine has no such temperature key.");
+        }
+    });
+    return decodeTemperatures(decoder);
+}
+
+TemperatureChange decodeChange(const Decoder& decoder, const MachineDescription& machine) {
     decoder.onlyKeys({"at", "hid", "smc"});
     TemperatureChange change{.at = requiredSeconds(decoder, "at")};
-    decoder.forEachMember([&change](std::string_view name, const Decoder& member) {
+    decoder.forEachMember([&](std::string_view name, const Decoder& member) {
         if (name == "hid" && member.isNull())
             change.hidesHID = true;
         else if (name == "hid")
             change.hid = decodeValues(member);
-        if (name == "smc") change.smc = decodeTemperatures(member);
+        if (name == "smc") change.smc = decodeKnownKeys(member, machine.smc);
     });
     return change;
 }
@@ -54,10 +64,22 @@ Thermal decodeThermal(const Decoder& decoder) {
     return thermal;
 }
 
-FirmwareChange decodeFirmwareChange(const Decoder& decoder) {
+bool hasWritableKey(const MachineDescription& machine, const std::string& key) {
+    for (std::size_t i = 0; i < machine.fans.size(); ++i) {
+        if (machine.fans[i].modeKey == key || fmt::format("F{}Tg", i) == key) return true;
+    }
+    return key == "Ftst";
+}
+
+FirmwareChange decodeFirmwareChange(const Decoder& decoder, const MachineDescription& machine) {
     decoder.onlyKeys({"at", "key", "value"});
     FirmwareChange change{.at = requiredSeconds(decoder, "at")};
-    decoder.member("key", [&change](const Decoder& key) { change.key = fourCharacters(key); });
+    decoder.member("key", [&](const Decoder& key) {
+        change.key = fourCharacters(key);
+        if (!hasWritableKey(machine, change.key)) {
+            key.fail("This machine has no such key that can be written.");
+        }
+    });
     change.value = decoder.required<double>("value");
     return change;
 }
@@ -163,6 +185,21 @@ void decodeList(const Decoder& decoder, std::string_view key, std::vector<T>& li
     });
 }
 
+/// A list of changes, which are made one after the other.
+template <typename Change, typename Decode>
+void decodeChanges(const Decoder& decoder, std::string_view key, std::vector<Change>& list,
+                   Decode decodeElement) {
+    ifPresent(decoder, key, [&](const Decoder& member) {
+        member.forEachElement([&](const Decoder& element) {
+            Change change = decodeElement(element);
+            if (!list.empty() && change.at < list.back().at) {
+                element.fail("Changes are listed in order of time.");
+            }
+            list.push_back(std::move(change));
+        });
+    });
+}
+
 }  // namespace
 
 Scenario Scenario::decode(const Decoder& decoder) {
@@ -172,11 +209,17 @@ Scenario Scenario::decode(const Decoder& decoder) {
     decoder.member("machine", [&](const Decoder& machine) {
         scenario.machine = MachineDescription::decode(machine);
     });
-    decodeList(decoder, "temperatures", scenario.temperatures, decodeChange);
     ifPresent(decoder, "thermal",
               [&](const Decoder& thermal) { scenario.thermal = decodeThermal(thermal); });
+    ifPresent(decoder, "temperatures", [&scenario](const Decoder& temperatures) {
+        if (scenario.thermal) temperatures.fail("With \"thermal\", temperatures follow the load.");
+    });
+    decodeChanges(decoder, "temperatures", scenario.temperatures,
+                  [&](const Decoder& change) { return decodeChange(change, scenario.machine); });
     decodeList(decoder, "faults", scenario.faults, Fault::decode);
-    decodeList(decoder, "firmware", scenario.firmware, decodeFirmwareChange);
+    decodeChanges(decoder, "firmware", scenario.firmware, [&](const Decoder& change) {
+        return decodeFirmwareChange(change, scenario.machine);
+    });
     ifPresent(decoder, "events", [&](const Decoder& events) {
         events.forEachElement([&](const Decoder& event) { decodeEvent(event, scenario); });
     });

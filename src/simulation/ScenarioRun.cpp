@@ -53,6 +53,7 @@ ScenarioRun::~ScenarioRun() {
 }
 
 void ScenarioRun::play(Duration length) {
+    observer.second(Duration::zero(), system.mac);  // before anything can change
     system.runtime.detach("states", watchStates(*this));
     system.runtime.detach("seconds", watchSeconds(*this));
     system.runtime.run(recover(*this));
@@ -77,7 +78,7 @@ concurrency::Task<void> ScenarioRun::watchStates(ScenarioRun& run) {
 }
 
 concurrency::Task<void> ScenarioRun::watchSeconds(ScenarioRun& run) {
-    for (Duration time{};; time += 1s) {
+    for (Duration time = 1s;; time += 1s) {
         co_await run.sleepUntil(time);
         run.observer.second(time, run.system.mac);
     }
@@ -89,6 +90,7 @@ concurrency::Task<void> ScenarioRun::recover(ScenarioRun& run) {
         run.observer.logged(
             run.system.elapsed(),
             "[com.brisquell.helper] startup Auto recovery failed: " + *failure + "\n");
+        run.hasEnded = true;
     }
 }
 

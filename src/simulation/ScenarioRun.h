@@ -53,6 +53,7 @@ public:
     ScenarioRun& operator=(const ScenarioRun&) = delete;
 
     /// Start-up recovery, then everything that the scenario holds, for `length` of virtual time.
+    /// A recovery that fails ends the daemon, as it does on a Mac.
     /// The only client, "app", is there from the start.
     void play(concurrency::Duration length);
 
@@ -79,7 +80,7 @@ private:
     ScenarioObserver& observer;
     SimulatedSystem system;
     Temperatures lastHID;   ///< what the hub shows, or will show again
-    bool hasEnded = false;  ///< the daemon was shut down: nobody answers any more
+    bool hasEnded = false;  ///< the daemon has stopped: nobody answers any more
 };
 
 }  // namespace airflow::simulation

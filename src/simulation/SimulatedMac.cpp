@@ -28,9 +28,10 @@ bool sitsOnDie(const std::string& name) {
            name.starts_with("TG");
 }
 
-double firmwareGoal(const FanDescription& fan, double hottest) {
+double firmwareGoal(const FanDescription& fan, std::optional<double> hottest) {
+    const double celsius = hottest.value_or(firmwareStart);
     const double share =
-        std::clamp((hottest - firmwareStart) / (firmwareFull - firmwareStart), 0.0, 1.0);
+        std::clamp((celsius - firmwareStart) / (firmwareFull - firmwareStart), 0.0, 1.0);
     return fan.minRPM + share * (fan.maxRPM - fan.minRPM);
 }
 
@@ -106,18 +107,19 @@ SimulatedMac::FanState SimulatedMac::fan(std::size_t index) {
     return fans.at(index).state;
 }
 
-double SimulatedMac::hottest() {
+std::optional<double> SimulatedMac::hottest() {
     catchUp();
     return hottestShown();
 }
 
-double SimulatedMac::hottestShown() const {
-    double hottest = 0;
-    for (const auto& [key, celsius] : smcTemps) hottest = std::max(hottest, celsius);
+std::optional<double> SimulatedMac::hottestShown() const {
+    std::optional<double> hottest;
+    const auto consider = [&hottest](double celsius) {
+        if (!std::isnan(celsius)) hottest = std::max(hottest.value_or(celsius), celsius);
+    };
+    for (const auto& [key, celsius] : smcTemps) consider(celsius);
     if (hub.temperatures()) {
-        for (const auto& [label, celsius] : *hub.temperatures()) {
-            hottest = std::max(hottest, celsius);
-        }
+        for (const auto& [label, celsius] : *hub.temperatures()) consider(celsius);
     }
     return hottest;
 }
@@ -183,7 +185,7 @@ void SimulatedMac::catchUp() {
     if (now - reached < stepLength) return;
     // Open-loop temperatures stand still here: whoever changes them lets the machine catch up
     // first.
-    double hot = hottestShown();
+    std::optional<double> hot = hottestShown();
     while (now - reached >= stepLength) {
         reached += stepLength;
         if (thermal) hot = moveHeat();
@@ -192,7 +194,7 @@ void SimulatedMac::catchUp() {
     if (thermal) showHeat();
 }
 
-void SimulatedMac::moveFans(double hot) {
+void SimulatedMac::moveFans(std::optional<double> hot) {
     for (Fan& fan : fans) {
         if (fan.state.mode == FanMode::forced && description.reclaimAfter &&
             reached - fan.forcedSince >= *description.reclaimAfter) {

@@ -65,8 +65,10 @@ public:
     [[nodiscard]] std::size_t fanCount() const { return fans.size(); }
     [[nodiscard]] FanState fan(std::size_t index);
     [[nodiscard]] bool forceTest() const { return forceTestSince.has_value(); }
-    /// The hottest of all temperatures, °C; what the firmware's own control follows.
-    [[nodiscard]] double hottest();
+    /// The hottest of all temperatures, °C; nothing where none is a number. The firmware's own
+    /// control follows it, and without any leaves its fans at their lowest speed, as if all were
+    /// cool.
+    [[nodiscard]] std::optional<double> hottest();
 
     /// Told whenever the true mode of a fan changes, whoever changed it.
     std::function<void(std::size_t fan, FanMode mode)> modeObserver;
@@ -91,8 +93,8 @@ private:
 
     void addFanKeys(std::size_t index);
     void catchUp();
-    [[nodiscard]] double hottestShown() const;
-    void moveFans(double hot);
+    [[nodiscard]] std::optional<double> hottestShown() const;
+    void moveFans(std::optional<double> hot);
     double moveHeat();
     void showHeat();
     void changeMode(Fan& fan, FanMode mode);

@@ -15,8 +15,6 @@ namespace {
 using concurrency::Duration;
 using simulation::Call;
 
-constexpr std::string_view safetyEnding = " — released to Auto";
-
 double inSeconds(Duration time) {
     return std::chrono::duration<double>(time).count();
 }
@@ -44,6 +42,11 @@ std::string_view modeText(simulation::FanMode mode) {
     return "Auto";
 }
 
+/// "  51.8 °C"; a dash, as wide, where there is no temperature.
+std::string celsiusText(std::optional<double> celsius) {
+    return celsius ? fmt::format("{:>6.1f} °C", *celsius) : fmt::format("{:>6}   ", "—");
+}
+
 }  // namespace
 
 void ScenarioTable::line(Duration time, const std::string& what) {
@@ -53,6 +56,7 @@ void ScenarioTable::line(Duration time, const std::string& what) {
 }
 
 void ScenarioTable::access(const simulation::SMCAccess& access) {
+    releases.access(access);
     if (access.operation != simulation::Fault::Operation::write) return;
     ++writes;
     if (access.kernelReturn == 0 && access.result == 0) return;
@@ -62,6 +66,7 @@ void ScenarioTable::access(const simulation::SMCAccess& access) {
 
 void ScenarioTable::modeChanged(Duration time, std::size_t fan, simulation::FanMode mode) {
     lastRefusal.clear();
+    releases.modeChanged(time, fan, mode);
     setForced(fan, mode == simulation::FanMode::forced, time);
     switch (mode) {
         case simulation::FanMode::forced: line(time, fmt::format("fan {} forced", fan)); break;
@@ -97,11 +102,9 @@ void ScenarioTable::setForced(std::size_t fan, bool isForced, Duration time) {
 }
 
 void ScenarioTable::published(Duration time, const control::ControlState& state) {
+    releases.published(time, state);
     if (state.lastError && state.lastError != last.lastError) {
         line(time, "lastError: " + *state.lastError);
-        if (state.lastError->ends_with(safetyEnding)) {
-            ++releases[state.lastError->substr(0, state.lastError->size() - safetyEnding.size())];
-        }
     }
     if (!state.lastError && last.lastError) line(time, "lastError is gone");
     if (state.stoppedFans != last.stoppedFans) {
@@ -114,15 +117,13 @@ void ScenarioTable::published(Duration time, const control::ControlState& state)
 }
 
 void ScenarioTable::called(Duration time, std::string_view client, const Call& call) {
+    releases.called(time, call.method);
     if (call.method == Call::Method::heartbeat) return;
     line(time, fmt::format("{}: {}", client, describe(call)));
-    const bool releasesAll = call.method == Call::Method::automatic ||
-                             call.method == Call::Method::restoreAuto ||
-                             call.method == Call::Method::shutdownForUpgrade;
-    if (releasesAll) ++releases[std::string(simulation::nameOf(call.method))];
 }
 
 void ScenarioTable::replied(Duration time, const simulation::Reply& reply) {
+    releases.replied(time, reply.method);
     std::string answer = "done";
     if (reply.result) answer = reply.result->description();
     if (reply.state) answer = reply.state->isHolding ? "holding" : "not holding";
@@ -141,12 +142,15 @@ void ScenarioTable::second(Duration time, simulation::SimulatedMac& mac) {
         const auto state = mac.fan(fan);
         row += fmt::format("  fan {} {:>5.0f} RPM {:<9}", fan, state.speed, modeText(state.mode));
         fans[fan].speedSum += state.speed;
-        setForced(fan, state.mode == simulation::FanMode::forced, time);  // from the start on
+        if (samples > 0) continue;  // from then on, changes are told
+        releases.modeChanged(time, fan, state.mode);
+        setForced(fan, state.mode == simulation::FanMode::forced, time);
     }
-    hottest = std::max(hottest, mac.hottest());
+    const auto celsius = mac.hottest();
+    hottest = std::max(hottest, celsius);  // nothing is less than anything
     const auto whole = std::chrono::duration_cast<std::chrono::seconds>(time).count();
     if (samples++ == 0 || whole % interval == 0) {
-        line(time, fmt::format("| {:>6.1f} °C{}", mac.hottest(), row));
+        line(time, fmt::format("| {}{}", celsiusText(celsius), row));
     }
 }
 
@@ -154,16 +158,18 @@ void ScenarioTable::finish(Duration time) {
     if (controlSince) controlled += time - *controlSince;
     out << fmt::format("\nunder control    {:.1f} of {:.1f} s\n", inSeconds(controlled),
                        inSeconds(time));
-    out << fmt::format("hottest          {:.1f} °C\n", hottest);
+    out << (hottest ? fmt::format("hottest          {:.1f} °C\n", *hottest)
+                    : "hottest          —\n");
     for (const auto& [fan, record] : fans) {
         out << fmt::format("fan {} mean       {:.0f} RPM\n", fan,
                            record.speedSum / static_cast<double>(samples));
     }
     out << fmt::format("writes           {}, of which {} refused or failed\n", writes,
                        refusedWrites);
-    if (releases.empty()) out << "releases         none\n";
-    for (const auto& [reason, count] : releases) {
-        out << fmt::format("releases         {} × {}\n", count, reason);
+    const auto causes = releases.finish();
+    if (causes.empty()) out << "releases         none\n";
+    for (const auto& [cause, count] : causes) {
+        out << fmt::format("releases         {} × {}\n", count, cause);
     }
 }
 

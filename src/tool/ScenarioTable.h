@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "simulation/ScenarioRun.h"
+#include "tool/ScenarioReleases.h"
 
 namespace airflow::tool {
 
@@ -47,11 +48,11 @@ private:
     std::string lastRefusal;                            ///< not to be told again and again
     std::optional<concurrency::Duration> controlSince;  ///< while any fan is forced
     concurrency::Duration controlled{};
-    double hottest = 0;
+    std::optional<double> hottest;
     std::int64_t samples = 0;
     std::int64_t writes = 0;
     std::int64_t refusedWrites = 0;
-    std::map<std::string, int> releases;  ///< how often, by reason
+    ScenarioReleases releases;
 };
 
 }  // namespace airflow::tool

@@ -105,6 +105,9 @@ void addSimulate(CLI::App& app, Streams streams, int& status) {
     command->callback([=, &status] {
         options->simulate.format =
             options->format == "table" ? SimulateFormat::table : SimulateFormat::jsonLines;
+        if (options->simulate.reads && options->simulate.format == SimulateFormat::table) {
+            throw CLI::ValidationError("--reads", "needs --format jsonl");
+        }
         status = simulate(options->simulate, streams.out, streams.err);
     });
 }

@@ -29,12 +29,11 @@ TEST(Scenario, readsEveryPart) {
             "smc": {"TCMz": 45.5}},
         "temperatures": [{"at": 10, "hid": {"PMU tdie1": 96.5, "gone": null}},
             {"at": 12, "hid": null}, {"at": 14, "smc": {"TCMz": 60}}],
-        "thermal": {"load": [{"at": 0, "watts": 8}, {"at": 60, "watts": 45}], "ambient": 20},
         "faults": [{"from": 5, "until": 9, "key": "F0Md", "operation": "write", "value": 0,
             "result": 134}, {"operation": "read", "kernelReturn": -5, "latency": 0.25},
             {"operation": "information", "size": 33, "type": "ui8 "},
             {"operation": "enumeration"}, {"reading": 7.5, "effect": "applied"}],
-        "firmware": [{"at": 20, "key": "F0Md", "value": 3}],
+        "firmware": [{"at": 20, "key": "F0md", "value": 3}],
         "events": [{"at": 1, "call": "setPercent", "fan": 1, "percent": 55},
             {"at": 0.5, "heartbeatEvery": 5, "until": 60}, {"at": 30, "wallClockJump": -3600}],
         "jitter": 0, "euid": 501, "duration": 90.5})");
@@ -55,8 +54,7 @@ TEST(Scenario, readsEveryPart) {
     EXPECT_FALSE(scenario->temperatures[0].hidesHID);
     EXPECT_TRUE(scenario->temperatures[1].hidesHID);
     EXPECT_EQ(scenario->temperatures[2].smc, (Temperatures{{"TCMz", 60.0}}));
-    EXPECT_EQ(scenario->thermal->load, (ThermalModel::Load{{0s, 8.0}, {60s, 45.0}}));
-    EXPECT_EQ(scenario->thermal->ambient, 20);
+    EXPECT_FALSE(scenario->thermal);
     const std::vector<Fault> faults{
         {.from = 5s, .until = 9s, .key = "F0Md", .value = 0, .result = 134},
         {.operation = Fault::Operation::read, .kernelReturn = -5, .latency = 250ms},
@@ -64,7 +62,7 @@ TEST(Scenario, readsEveryPart) {
         {.operation = Fault::Operation::enumeration},
         {.reading = 7.5, .effect = Fault::Effect::applied}};
     EXPECT_EQ(scenario->faults, faults);
-    EXPECT_EQ(scenario->firmware.at(0).key, "F0Md");
+    EXPECT_EQ(scenario->firmware.at(0).key, "F0md");
     EXPECT_EQ(scenario->firmware.at(0).value, 3);
     ASSERT_EQ(scenario->events.size(), 3U);
     EXPECT_EQ(std::get<Call>(scenario->events[0]).method, Call::Method::setPercent);
@@ -77,6 +75,14 @@ TEST(Scenario, readsEveryPart) {
     EXPECT_EQ(scenario->jitter, 0);
     EXPECT_EQ(scenario->effectiveUserID, 501U);
     EXPECT_EQ(scenario->length(), 90500ms);
+}
+
+TEST(Scenario, readsALoadInsteadOfTemperatures) {
+    const auto scenario = parse(R"({"machine": "laptop", "temperatures": null,
+        "thermal": {"load": [{"at": 0, "watts": 8}, {"at": 60, "watts": 45}], "ambient": 20}})");
+    ASSERT_TRUE(scenario) << scenario.error().describe("scenario");
+    EXPECT_EQ(scenario->thermal->load, (ThermalModel::Load{{0s, 8.0}, {60s, 45.0}}));
+    EXPECT_EQ(scenario->thermal->ambient, 20);
 }
 
 TEST(Scenario, everyCommandHasItsName) {
@@ -129,6 +135,44 @@ TEST(Scenario, anUnknownKeyIsAnErrorAtItsPlace) {
     EXPECT_EQ(parse(R"({"machine":{"fans":[{"min":1}]}})").error().codingPath,
               "machine.fans[0].min");
     EXPECT_EQ(parse(R"({"machine":{"hids":null}})").error().codingPath, "machine.hids");
+}
+
+TEST(Scenario, changesAreListedInOrderOfTime) {
+    EXPECT_EQ(errorIn(R"("temperatures":[{"at":2,"hid":null},{"at":2,"hid":null}])"), "no error");
+    EXPECT_EQ(errorIn(R"("temperatures":[{"at":2,"hid":null},{"at":1.9,"hid":null}])"),
+              "temperatures[1]: Changes are listed in order of time.");
+    EXPECT_EQ(errorIn(R"("firmware":[{"at":2,"key":"Ftst","value":1},)"
+                      R"({"at":2,"key":"Ftst","value":0}])"),
+              "no error");
+    EXPECT_EQ(errorIn(R"("firmware":[{"at":1,"key":"Ftst","value":1},)"
+                      R"({"at":3,"key":"Ftst","value":0},{"at":2,"key":"Ftst","value":1}])"),
+              "firmware[2]: Changes are listed in order of time.");
+}
+
+TEST(Scenario, temperaturesAndALoadExcludeEachOther) {
+    const std::string reason = "temperatures: With \"thermal\", temperatures follow the load.";
+    EXPECT_EQ(errorIn(R"("temperatures":[{"at":2,"hid":null}],"thermal":{"load":[]})"), reason);
+    EXPECT_EQ(errorIn(R"("thermal":{"load":[]},"temperatures":[])"), reason);
+}
+
+TEST(Scenario, theFirmwareChangesKeysThatTheMachineHasAndThatCanBeWritten) {
+    for (const char* key : {"F0Md", "F1Md", "F0Tg", "F1Tg", "Ftst"}) {
+        EXPECT_EQ(errorIn(R"("firmware":[{"at":0,"key":")" + std::string(key) + R"(","value":0}])"),
+                  "no error");
+    }
+    for (const char* key : {"F2Md", "F0md", "F2Tg", "F0Ac", "F0Mx", "FNum", "TCMz"}) {
+        EXPECT_EQ(errorIn(R"("firmware":[{"at":0,"key":")" + std::string(key) + R"(","value":0}])"),
+                  "firmware[0].key: This machine has no such key that can be written.");
+    }
+    const auto keyless = parse(R"({"machine":"no-mode-key",)"
+                               R"("firmware":[{"at":0,"key":"F0Md","value":0}]})");
+    EXPECT_EQ(keyless.error().codingPath, "firmware[0].key");
+}
+
+TEST(Scenario, temperatureKeysAreThoseOfTheMachine) {
+    EXPECT_EQ(errorIn(R"("temperatures":[{"at":0,"smc":{"TCMz":50}}])"), "no error");
+    EXPECT_EQ(errorIn(R"("temperatures":[{"at":0,"smc":{"TCMz":50,"TCXX":50}}])"),
+              "temperatures[0].smc.TCXX: This machine has no such temperature key.");
 }
 
 TEST(Scenario, aWrongValueIsAnErrorAtItsPlace) {

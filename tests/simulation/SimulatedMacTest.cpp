@@ -133,6 +133,23 @@ TEST_F(SimulatedMacTest, theFirmwareFollowsSMCSensorsToo) {
     EXPECT_NEAR(mac->fan(1).speed, 6200, 1);
 }
 
+TEST_F(SimulatedMacTest, theHottestSensorMayBeBelowZeroAndIsNoneWithoutANumber) {
+    use({}, -5);
+    EXPECT_EQ(mac->hottest(), -5);
+    use({}, std::nan(""));
+    EXPECT_EQ(mac->hottest(), std::nullopt);
+}
+
+TEST_F(SimulatedMacTest, withoutTemperaturesTheFirmwareActsAsIfTheMachineWereCool) {
+    use({}, 95);
+    now = 60s;
+    EXPECT_NEAR(mac->fan(0).speed, 6000, 1);
+    mac->setHID(std::nullopt);
+    EXPECT_EQ(mac->hottest(), std::nullopt);
+    now = 120s;
+    EXPECT_NEAR(mac->fan(0).speed, 1200, 1);
+}
+
 TEST_F(SimulatedMacTest, aFanGivenBackFollowsTheFirmwareAgain) {
     use({});
     force(6000);
@@ -201,7 +218,7 @@ TEST_F(SimulatedMacTest, tenFansFitAndElevenDoNot) {
 TEST_F(SimulatedMacTest, underLoadSensorsFollowTheModelAndFansTheSensors) {
     usePreset("laptop");
     mac->follow(ThermalModel({{60s, 45.0}}, 25));
-    EXPECT_NEAR(mac->hottest(), 42.1, 0.1);
+    EXPECT_NEAR(mac->hottest().value(), 42.1, 0.1);
     EXPECT_NEAR(readFloat("TB0T"), 37.9, 0.1);
     now = 60s;
     EXPECT_NEAR(mac->fan(0).speed, 1200, 1);
@@ -220,7 +237,7 @@ TEST_F(SimulatedMacTest, fansForcedToTheirLowestSpeedOverheatALoadedMachine) {
     usePreset("left-forced");
     mac->follow(ThermalModel({{0s, 45.0}}, 25));
     now = 30min;
-    EXPECT_GT(mac->hottest(), 110);
+    EXPECT_GT(mac->hottest().value(), 110);
 }
 
 TEST_F(SimulatedMacTest, aFanWithoutARangeMovesNoAir) {

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 #include "ToolRun.h"
 
@@ -140,11 +141,132 @@ TEST_F(SimulateCommand, readsAreListedOnDemand) {
                            R"({"time":0,"smc":"read","key":"F0Md","value":0,"result":0})"));
 }
 
+TEST_F(SimulateCommand, readsAreForJSONLinesOnly) {
+    const std::string scenario = std::string("{") + oneFan + R"(,"duration":1})";
+    for (const std::vector<std::string>& more :
+         {std::vector<std::string>{"--reads"}, {"--reads", "--format", "table"}}) {
+        const auto run = simulate(scenario, more);
+        EXPECT_EQ(run.status, 2);
+        EXPECT_EQ(run.out, "");
+        EXPECT_THAT(run.err, HasSubstr("--reads: needs --format jsonl"));
+    }
+}
+
 TEST_F(SimulateCommand, durationOfTheCommandLineWins) {
     const std::string scenario = std::string("{") + oneFan + R"(,"duration":1000})";
     EXPECT_THAT(simulate(scenario, {"--duration", "3"}).out, HasSubstr("0.0 of 3.0 s"));
     EXPECT_THAT(simulate(scenario).out, HasSubstr("0.0 of 1000.0 s"));
     EXPECT_EQ(simulate(scenario, {"--duration", "-1"}).status, 2);
+}
+
+/// The lines of the summary that count releases.
+std::string releasesIn(const std::string& out) {
+    std::string lines;
+    std::istringstream text(out);
+    for (std::string line; std::getline(text, line);) {
+        if (line.starts_with("releases")) lines += line.substr(17) + '\n';
+    }
+    return lines;
+}
+
+TEST_F(SimulateCommand, withoutTemperaturesThereIsADash) {
+    const auto run = simulate(R"({"machine":{"fans":[{}],"hid":null,"smc":{}},"duration":1})");
+    EXPECT_THAT(run.out, HasSubstr("0.0  |      —     fan 0  1200 RPM Auto\n"));
+    EXPECT_THAT(run.out, HasSubstr("\nhottest          —\n"));
+    EXPECT_THAT(run.out, Not(HasSubstr("°C")));
+}
+
+TEST_F(SimulateCommand, theHottestIsOfTheTimeThatHadTemperatures) {
+    const auto run = simulate(R"({"machine":{"fans":[],"hid":{"CPU":-5},"smc":{}},"duration":3,
+        "temperatures":[{"at":1.5,"hid":null}]})");
+    EXPECT_THAT(run.out, HasSubstr("|   -5.0 °C\n"));
+    EXPECT_THAT(run.out, HasSubstr("\nhottest          -5.0 °C\n"));
+}
+
+TEST_F(SimulateCommand, commandsThatTouchNothingReleaseNothing) {
+    const auto run = simulate(R"({"machine":"laptop","duration":9,"events":[
+        {"at":1,"call":"automatic"},{"at":2,"call":"restoreAuto"},
+        {"at":3,"call":"shutdownForUpgrade"}]})");
+    EXPECT_EQ(releasesIn(run.out), "none\n");
+}
+
+TEST_F(SimulateCommand, everyFanThatACommandGivesBackCounts) {
+    const auto run = simulate(R"({"machine":"laptop","duration":9,"events":[
+        {"at":1,"call":"fullBlast"},{"at":2,"call":"automatic"},
+        {"at":3,"call":"setManualRPM","fan":1,"rpm":2000},{"at":4,"call":"restoreAuto"},
+        {"at":5,"call":"fullBlast"},{"at":6,"call":"shutdownForUpgrade"}]})");
+    EXPECT_EQ(releasesIn(run.out), "2 × automatic\n1 × restoreAuto\n2 × shutdownForUpgrade\n");
+}
+
+constexpr const char* fullBlastAndAPlanForFan1 = R"("events":[
+    {"at":1,"call":"fullBlast"},{"at":4,"call":"applyConfig","plan":
+        {"fans":[{"fanID":1,"mode":{"fixedRPM":{"_0":2000}}}],"rules":[],"tuning":{"emaAlpha":0.3,
+         "hysteresisCelsius":2,"maxDeltaRPMPerTick":400,"minDwellSeconds":3}}}])";
+
+TEST_F(SimulateCommand, aFanThatANewerPlanDropsIsReleasedByIt) {
+    const auto run = simulate(std::string(R"({"machine":"laptop","duration":9,)") +
+                              fullBlastAndAPlanForFan1 + "}");
+    EXPECT_EQ(releasesIn(run.out), "1 × a newer plan\n");
+}
+
+TEST_F(SimulateCommand, aFanThatRefusedANewerPlanIsReleasedByARetry) {
+    const auto run = simulate(std::string(R"({"machine":"laptop","duration":9,"faults":[
+        {"from":3,"until":5,"key":"F0Md","operation":"write","value":0,"result":134}],)") +
+                              fullBlastAndAPlanForFan1 + "}");
+    EXPECT_EQ(releasesIn(run.out), "1 × retry\n");
+}
+
+TEST_F(SimulateCommand, aSafetyCheckReleasesByItsMessage) {
+    const std::string head = R"({"machine":{"preset":"laptop","hid":{"CPU":50}},"duration":30,
+        "events":[{"at":1,"call":"fullBlast"}])";
+    EXPECT_EQ(releasesIn(simulate(head + "}").out), "2 × no heartbeat for >15s\n");
+    const std::string hot = R"(,"temperatures":[{"at":5,"hid":{"CPU":99}}])";
+    EXPECT_EQ(releasesIn(simulate(head + hot + "}").out), "2 × thermal ceiling 99°C exceeded\n");
+    // However long the second fan takes to go back.
+    const std::string slow = R"(,"faults":[
+        {"key":"F1Md","operation":"write","value":0,"latency":0.25}])";
+    EXPECT_EQ(releasesIn(simulate(head + hot + slow + "}").out),
+              "2 × thermal ceiling 99°C exceeded\n");
+}
+
+TEST_F(SimulateCommand, aSafetyCheckHidesItsReasonWhenAFanRefuses) {
+    const auto run = simulate(R"({"machine":"laptop","duration":30,
+        "faults":[{"from":2,"until":19,"key":"F0Md","operation":"write","value":0,"result":134}],
+        "events":[{"at":1,"call":"fullBlast"}]})");
+    EXPECT_EQ(releasesIn(run.out), "1 × a safety check\n1 × retry\n");
+}
+
+TEST_F(SimulateCommand, startUpRecoveryReleasesWhatWasLeftForced) {
+    const std::string leftForced = R"({"machine":"left-forced","duration":5)";
+    for (const char* seed : {"0", "1", "2", "3", "4", "5"}) {
+        EXPECT_EQ(releasesIn(simulate(leftForced + "}", {"--seed", seed}).out),
+                  "2 × start-up recovery\n");
+    }
+}
+
+TEST_F(SimulateCommand, theFirmwareMayGiveAFanBackItself) {
+    const auto run = simulate(R"({"machine":"laptop","duration":3,
+        "firmware":[{"at":2.2,"key":"F0Md","value":0}],"events":[{"at":1,"call":"fullBlast"}]})");
+    EXPECT_EQ(releasesIn(run.out), "1 × the firmware itself\n");
+}
+
+TEST_F(SimulateCommand, aFanThatTheFirmwareTookIsNotReleased) {
+    const auto run = simulate(R"({"machine":"laptop","duration":4,
+        "firmware":[{"at":2.2,"key":"F0Md","value":3}],
+        "events":[{"at":1,"call":"fullBlast"},{"at":2.3,"call":"automatic"}]})");
+    EXPECT_EQ(releasesIn(run.out), "1 × automatic\n");
+}
+
+TEST_F(SimulateCommand, aFailedStartUpRecoveryEndsTheDaemon) {
+    const auto run = simulate(R"({"machine":"laptop","duration":5,
+        "faults":[{"key":"FNum","operation":"read","result":132}],
+        "events":[{"at":1,"call":"fullBlast"},{"at":2,"call":"readState"},
+                  {"at":1,"heartbeatEvery":1,"until":4}]})");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_THAT(run.out, HasSubstr("log: [com.brisquell.helper] startup Auto recovery failed: "
+                                   "could not read FNum during startup recovery\n"));
+    EXPECT_THAT(run.out, Not(HasSubstr("app:")));
+    EXPECT_THAT(run.out, HasSubstr("writes           0, of which 0 refused or failed\n"));
 }
 
 TEST_F(SimulateCommand, plansAreReadBesideTheScenario) {

@@ -1,0 +1,120 @@
+#include "tool/ScenarioReleases.h"
+
+#include <algorithm>
+#include <ranges>
+#include <utility>
+
+namespace airflow::tool {
+
+namespace {
+
+using concurrency::Duration;
+using simulation::Call;
+using simulation::FanMode;
+
+constexpr std::string_view safetyEnding = " — released to Auto";
+/// What is told instead of a safety check's own message when a fan refuses.
+constexpr std::string_view refusalBeginning = "failed to restore Auto: ";
+constexpr const char* planItself = "the plan itself";
+
+bool givesAllBack(Call::Method method) {
+    return method == Call::Method::automatic || method == Call::Method::restoreAuto ||
+           method == Call::Method::shutdownForUpgrade;
+}
+
+bool isPlan(Call::Method method) {
+    return method == Call::Method::setManualRPM || method == Call::Method::setPercent ||
+           method == Call::Method::fullBlast || method == Call::Method::applyConfig;
+}
+
+/// The fan that this is the mode key of, if it is one.
+std::optional<std::size_t> fanOfModeKey(const std::string& key) {
+    const bool isModeKey = key.starts_with('F') && (key.ends_with("Md") || key.ends_with("md"));
+    if (!isModeKey) return std::nullopt;
+    return static_cast<std::size_t>(key[1] - '0');
+}
+
+}  // namespace
+
+void ScenarioReleases::modeChanged(Duration time, std::size_t fan, FanMode mode) {
+    settle(time);
+    Fan& record = fans[fan];
+    const bool wasForced = std::exchange(record.isForced, mode == FanMode::forced);
+    if (record.isForced && !wasForced) {
+        record.hasRefused = false;
+        record.forcedAfter = commands;
+    }
+    if (wasForced && mode == FanMode::automatic) changed = fan;
+}
+
+void ScenarioReleases::access(const simulation::SMCAccess& access) {
+    const bool isWrite = access.operation == simulation::Fault::Operation::write;
+    const auto fan = isWrite ? fanOfModeKey(access.key) : std::nullopt;
+    if (fan && changed == fan) {
+        changed.reset();
+        open.push_back(explain(fans[*fan]));
+        publishedAt.reset();
+    }
+    settle(access.time);
+    const bool isRefusal = access.kernelReturn != 0 || access.result != 0;
+    if (fan && access.value == 0 && isRefusal) fans[*fan].hasRefused = true;
+}
+
+ScenarioReleases::Release ScenarioReleases::explain(const Fan& fan) const {
+    const auto latestFirst = inFlight | std::views::reverse;
+    const auto release = std::ranges::find_if(latestFirst, givesAllBack, &Command::method);
+    if (release != latestFirst.end()) return {std::string(simulation::nameOf(release->method))};
+    // A fan that this very command took over was given back by the plan's own first step.
+    const auto drops = [&fan](const Command& command) { return command.number > fan.forcedAfter; };
+    if (std::ranges::any_of(inFlight, drops)) return {"a newer plan", true};
+    if (fan.hasRefused) return {"retry", true};
+    if (commands == 0) return {"start-up recovery"};
+    return {planItself, true};
+}
+
+void ScenarioReleases::published(Duration time, const control::ControlState& state) {
+    settle(time);
+    publishedAt = time;
+    if (!state.lastError) return;
+    const std::string& error = *state.lastError;
+    for (Release& release : open) {
+        if (!release.mayBeSafety) continue;
+        if (error.ends_with(safetyEnding))
+            release.cause = error.substr(0, error.size() - safetyEnding.size());
+        else if (error.starts_with(refusalBeginning) && release.cause == planItself)
+            release.cause = "a safety check";
+    }
+}
+
+void ScenarioReleases::called(Duration time, Call::Method method) {
+    settle(time);
+    if (!givesAllBack(method) && !isPlan(method)) return;
+    inFlight.push_back({.method = method, .number = ++commands});
+}
+
+void ScenarioReleases::replied(Duration time, Call::Method method) {
+    settle(time);
+    const auto found = std::ranges::find(inFlight, method, &Command::method);
+    if (found != inFlight.end()) inFlight.erase(found);
+}
+
+/// What happened is over: whoever changed a fan without a write was the machine itself, and a
+/// safety check that has not been told by now was none.
+void ScenarioReleases::settle(Duration now) {
+    if (std::exchange(changed, std::nullopt)) ++counts["the firmware itself"];
+    if (publishedAt && now > *publishedAt) countAll();
+}
+
+void ScenarioReleases::countAll() {
+    for (const Release& release : open) ++counts[release.cause];
+    open.clear();
+    publishedAt.reset();
+}
+
+std::map<std::string, int> ScenarioReleases::finish() {
+    settle(Duration::max());
+    countAll();
+    return counts;
+}
+
+}  // namespace airflow::tool
