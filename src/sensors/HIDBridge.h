@@ -41,7 +41,8 @@ public:
 
     /// Takes every service's temperature once in each round, and gives one reading for each service
     /// in their order. Between rounds the caller's executor is blocked. The services outlive the
-    /// task.
+    /// task: they are taken by reference because each owns its object and cannot be copied, and the
+    /// caller needs them again.
     concurrency::Task<std::vector<RawReading>> sampleTemperatures(
         const std::vector<Service>& services, int rounds,
         std::uint32_t intervalMicroseconds = 40'000) const;

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <optional>
-#include <unordered_set>
+#include <set>
 #include <utility>
 
 #include "sensors/PlausibleTemperature.h"
@@ -84,7 +84,7 @@ std::string HIDSensorCatalog::cleaned(std::string_view label, std::string_view c
 
 std::vector<TempSensor> HIDSensorCatalog::curate(const std::vector<RawReading>& readings) {
     std::vector<TempSensor> result;
-    std::unordered_set<std::string_view> accepted;
+    std::set<std::string_view> accepted;
     std::optional<double> hottestDie;
     for (const RawReading& reading : readings) {
         const std::string lower = lowered(reading.label);

@@ -18,7 +18,8 @@ public:
     SMCReading& operator=(const SMCReading&) = delete;
     virtual ~SMCReading() = default;
 
-    /// The key's value; nothing when it cannot be read, for whatever reason.
+    /// The key's value; nothing when it cannot be read, for whatever reason. A key that is not four
+    /// bytes long is a bug and stops the process.
     virtual concurrency::Task<std::optional<smc::SMCValue>> tryReadValue(std::string key) = 0;
     /// Every key of a temperature, in the SMC's order; none when they cannot be listed. Slow: it
     /// looks at all the keys that the SMC has.

@@ -28,7 +28,8 @@ public:
     /// Never fails: what cannot be read is 0 for a speed and absent for a mode or a temperature.
     /// Takes the temperatures from the SMC, 40 ms for each, where the HID event system has none,
     /// and says so on standard error, once. Stops the process when the SMC's count of fans is no
-    /// count. Other operations may run meanwhile, further snapshots too.
+    /// count, or above 10: a key is four bytes long, and that of fan 10 would be longer. Other
+    /// operations may run meanwhile, further snapshots too.
     concurrency::Task<SensorSnapshot> snapshot();
 
 private:

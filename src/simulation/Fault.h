@@ -25,7 +25,8 @@ struct Fault {
     std::optional<std::uint8_t> result{};        ///< the SMC answers with this result
     std::optional<std::int32_t> kernelReturn{};  ///< the kernel refuses the whole request
     concurrency::Duration latency{};             ///< the answer takes this long
-    /// A read gives this, whatever the key holds; infinite or not a number, too.
+    /// A read gives this, whatever the key holds, in the type that the key's information claims at
+    /// that moment; infinite or not a number, too, where that is "flt ".
     std::optional<double> reading{};
     std::optional<std::uint32_t> size{};  ///< the key's information claims this size
     std::optional<std::string> type{};    ///< and this four-character type

@@ -14,10 +14,9 @@ constexpr std::int32_t temperatureField = 0xF0000;
 
 /// What a client has to ask for to be given the temperature services.
 bool matchesTemperatures(const std::vector<std::pair<std::string, std::int64_t>>& entries) {
-    return std::ranges::all_of(entries, [](const auto& entry) {
-        return entry == std::pair(std::string("PrimaryUsagePage"), std::int64_t{0xFF00}) ||
-               entry == std::pair(std::string("PrimaryUsage"), std::int64_t{5});
-    });
+    const std::vector<std::pair<std::string, std::int64_t>> temperatures{
+        {"PrimaryUsagePage", 0xFF00}, {"PrimaryUsage", 5}};
+    return std::ranges::is_permutation(entries, temperatures);
 }
 
 // An object is the number of its place, from 1, below the count of those that were there before.

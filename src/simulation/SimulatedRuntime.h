@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <variant>
 
 #include "concurrency/Runtime.h"
@@ -100,7 +101,8 @@ private:
             if constexpr (std::is_void_v<T>) {
                 co_await std::move(task);
             } else {
-                outcome->value.emplace(co_await std::move(task));
+                auto result = co_await std::move(task);
+                outcome->value.emplace(std::move(result));
             }
         } catch (...) {
             outcome->error = std::current_exception();

@@ -125,9 +125,8 @@ smc::KernelReturn SimulatedSMC::call(std::uint32_t connection, std::uint32_t met
         reply = {};
         reply.result = result;
     }
-    const auto read = *operation == Operation::read && key
-                          ? decodeNumber(reply.bytes, key->size, key->type)
-                          : std::nullopt;
+    const auto read =
+        *operation == Operation::read && key ? numberRead(*key, fault, reply.bytes) : std::nullopt;
     access.value = read.value_or(written.value_or(0));
     access.result = reply.result;
     if (access.kernelReturn != smc::kernelSuccess) reply = {};
@@ -163,6 +162,17 @@ std::uint32_t SimulatedSMC::claimedSize(const Key& key) const {
     return lie && lie->size ? *lie->size : key.size;
 }
 
+std::string SimulatedSMC::claimedType(const Key& key) const {
+    const Fault* const lie = activeFault(Operation::information, key.name, std::nullopt);
+    return lie && lie->type ? *lie->type : key.type;
+}
+
+std::optional<double> SimulatedSMC::numberRead(const Key& key, const Fault* fault,
+                                               const smc::SMCBytes& bytes) const {
+    if (fault && fault->reading) return decodeNumber(bytes, claimedSize(key), claimedType(key));
+    return decodeNumber(bytes, key.size, key.type);
+}
+
 void SimulatedSMC::answer(const Key& key, Operation operation, const Fault* fault,
                           const smc::SMCParamStruct& request, smc::SMCParamStruct& reply) const {
     switch (operation) {
@@ -189,7 +199,8 @@ void SimulatedSMC::answerRead(const Key& key, const Fault* fault,
         return;
     }
     reply.key = request.key;
-    reply.bytes = fault && fault->reading ? encodeNumber(*fault->reading, key.type) : key.read();
+    reply.bytes =
+        fault && fault->reading ? encodeNumber(*fault->reading, claimedType(key)) : key.read();
 }
 
 void SimulatedSMC::answerWrite(const Key& key, const Fault* fault,

@@ -88,8 +88,12 @@ private:
                                    const smc::SMCParamStruct& request) const;
     [[nodiscard]] const Fault* activeFault(Fault::Operation operation, const std::string& key,
                                            std::optional<double> written) const;
-    /// The size that the key's information claims at this moment.
+    /// The size and the type that the key's information claims at this moment.
     [[nodiscard]] std::uint32_t claimedSize(const Key& key) const;
+    [[nodiscard]] std::string claimedType(const Key& key) const;
+    /// The number in what a read was answered with, if it is one.
+    [[nodiscard]] std::optional<double> numberRead(const Key& key, const Fault* fault,
+                                                   const smc::SMCBytes& bytes) const;
     void answer(const Key& key, Fault::Operation operation, const Fault* fault,
                 const smc::SMCParamStruct& request, smc::SMCParamStruct& reply) const;
     void answerInformation(const Key& key, const Fault* fault, smc::SMCParamStruct& reply) const;

@@ -56,6 +56,18 @@ TEST_F(SMCConnectionReadingTest, aSnapshotIsMadeOfWhatTheDriverAnswers) {
                 ElementsAre(smcSensor("TB0T", "Battery", 30.5, SensorCategory::battery)));
 }
 
+TEST_F(SMCConnectionReadingTest, anEleventhFanStopsTheProcess) {
+    ASSERT_TRUE(runtime.run(connection.open()));
+    tests::HIDSystem system(runtime, {}, "IOHIDEventSystemClientCreate");
+    RecordedLog log;
+    SensorReader reader(runtime, reading, *system.bridge, log);
+
+    driver.key("FNum").bytes = {10};
+    EXPECT_EQ(runtime.run(reader.snapshot()).fans.size(), 10u);
+    driver.key("FNum").bytes = {11};
+    EXPECT_DEATH((void)runtime.run(reader.snapshot()), "must be four bytes long, \"F10Ac\" is 5");
+}
+
 TEST_F(SMCConnectionReadingTest, aClosedConnectionGivesAnEmptySnapshot) {
     tests::HIDSystem system(runtime, {}, "IOHIDEventSystemClientCreate");
     RecordedLog log;

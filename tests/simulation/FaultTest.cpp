@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "Wire.h"
+#include "smc/SMCRequests.h"
 
 namespace airflow::simulation {
 namespace {
@@ -157,6 +158,33 @@ TEST_F(FaultTest, aReadGivesWhatItIsTold) {
     EXPECT_EQ(wire.read("F0Md", 1).bytes(1), Bytes{3});
     EXPECT_EQ(target, 1200);
     EXPECT_EQ(mode, 0);
+}
+
+TEST_F(FaultTest, aReadingIsEncodedInTheTypeThatIsClaimed) {
+    std::vector<double> told;
+    smc.observer = [&told](const SMCAccess& access) {
+        if (access.operation == Operation::read) told.push_back(access.value);
+    };
+    smc.add({.until = 2s,
+             .key = "F0Md",
+             .operation = Operation::information,
+             .size = 4,
+             .type = "flt "});
+    smc.add({.until = 1s, .key = "F0Md", .operation = Operation::read, .reading = infinity});
+    smc.add({.until = 2s, .key = "F0Md", .operation = Operation::read, .reading = std::nan("")});
+    smc.add({.key = "F0Md", .operation = Operation::read, .reading = 300});
+    smc::SMCRequests requests(smc);
+    ASSERT_TRUE(requests.open());
+
+    EXPECT_EQ(requests.readValue("F0Md"), smc::SMCValue::floating(infinity));
+    now = 1s;
+    EXPECT_TRUE(std::isnan(requests.readValue("F0Md")->numeric().value()));
+    now = 2s;  // nothing is claimed any more: the key's own type holds no more than 255
+    EXPECT_EQ(requests.readValue("F0Md"), smc::SMCValue::uint(255));
+    ASSERT_EQ(told.size(), 3u);
+    EXPECT_EQ(told[0], infinity);
+    EXPECT_TRUE(std::isnan(told[1]));
+    EXPECT_EQ(told[2], 255);
 }
 
 TEST_F(FaultTest, keyInformationMayLieAboutTheSize) {

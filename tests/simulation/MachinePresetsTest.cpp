@@ -64,7 +64,7 @@ TEST(MachinePresets, theLaptopIsReadWhole) {
     EXPECT_EQ(system.elapsed(), 80ms);
 }
 
-TEST(MachinePresets, theFortySensorsAreFourtyServices) {
+TEST(MachinePresets, theFortySensorsAreFortyServices) {
     SimulatedSystem system(*machinePreset("forty-sensors"));
     EXPECT_EQ(system.mac.hid().temperatures()->size(), 40u);
     const SensorSnapshot snapshot = system.runtime.run(system.sensors.snapshot());

@@ -112,10 +112,20 @@ TEST_F(SimulatedHIDTest, servicesOfOneLabelHaveTheirOwnValues) {
 
 TEST_F(SimulatedHIDTest, onlyWhoAsksForTemperaturesIsGivenThem) {
     const HIDObject client = functions.clientCreate(nullptr);
-    const HIDObject keyboards = hid.makeDictionary({{"PrimaryUsagePage", 1}, {"PrimaryUsage", 6}});
-    functions.clientSetMatching(client, keyboards);
-    const HIDObject services = functions.clientCopyServices(client);
-    EXPECT_THAT(hid.elements(services), IsEmpty());
+    const auto servicesOf = [&] { return hid.elements(functions.clientCopyServices(client)); };
+    const auto servicesFor = [&](const std::vector<SimulatedHID::Entry>& entries) {
+        functions.clientSetMatching(client, hid.makeDictionary(entries));
+        return servicesOf();
+    };
+    EXPECT_THAT(servicesOf(), IsEmpty());
+    EXPECT_THAT(servicesFor({{"PrimaryUsagePage", 1}, {"PrimaryUsage", 6}}), IsEmpty());
+    EXPECT_THAT(servicesFor({{"PrimaryUsagePage", 0xFF00}, {"PrimaryUsage", 6}}), IsEmpty());
+    EXPECT_THAT(servicesFor({{"PrimaryUsagePage", 1}, {"PrimaryUsage", 5}}), IsEmpty());
+    EXPECT_THAT(servicesFor({{"PrimaryUsagePage", 0xFF00}}), IsEmpty());
+    EXPECT_THAT(servicesFor({{"PrimaryUsage", 5}}), IsEmpty());
+    EXPECT_THAT(servicesFor({}), IsEmpty());
+    EXPECT_EQ(servicesFor({{"PrimaryUsagePage", 0xFF00}, {"PrimaryUsage", 5}}).size(), 2u);
+    EXPECT_EQ(servicesFor({{"PrimaryUsage", 5}, {"PrimaryUsagePage", 0xFF00}}).size(), 2u);
 }
 
 TEST_F(SimulatedHIDTest, otherPropertiesEventsAndFieldsHoldNothing) {

@@ -21,6 +21,23 @@ inline constexpr std::uint8_t getKeyInfo = 9;
 
 using Bytes = std::vector<std::uint8_t>;
 
+/// The 80 bytes written in `hexadecimal` (upper case); blanks and line ends do not count. A text
+/// that holds another number of bytes gives a record of 0xEE, which no reply is.
+inline std::array<std::uint8_t, 80> record(std::string_view hexadecimal) {
+    constexpr std::string_view digits = "0123456789ABCDEF";
+    Bytes halves;
+    for (const char character : hexadecimal) {
+        const std::size_t digit = digits.find(character);
+        if (digit != std::string_view::npos) halves.push_back(static_cast<std::uint8_t>(digit));
+    }
+    std::array<std::uint8_t, 80> bytes;
+    bytes.fill(0xEE);
+    for (std::size_t i = 0; halves.size() == 2 * bytes.size() && i < bytes.size(); ++i) {
+        bytes[i] = static_cast<std::uint8_t>(halves[2 * i] << 4 | halves[2 * i + 1]);
+    }
+    return bytes;
+}
+
 struct Answer {
     smc::KernelReturn kernelReturn = 0;
     std::array<std::uint8_t, 80> record{};

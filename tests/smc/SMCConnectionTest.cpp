@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string>
+#include <vector>
 
 #include "simulation/SimulatedRuntime.h"
 #include "smc/SMCConnection.h"
@@ -139,6 +141,16 @@ Task<void> discoverOften(int rounds, SMCConnection& connection) {
     for (int round = 0; round < rounds; ++round) (void)co_await connection.discoverTempKeys();
 }
 
+/// What a request asks for, and of which key or index (below 256).
+std::string described(const test::Record& request) {
+    if (request[42] == 8) return "index " + std::to_string(request[44]);
+    const std::map<std::uint8_t, std::string> names{
+        {std::uint8_t{5}, "read "}, {std::uint8_t{6}, "write "}, {std::uint8_t{9}, "information "}};
+    const auto name = names.find(request[42]);
+    if (name == names.end()) return "unknown";
+    return name->second + std::string(request.rend() - 4, request.rend());
+}
+
 TEST_P(SMCConnectionTest, theCallsOfOneOperationAreNeverSeparated) {
     open();
     runtime.detach("reading", readOften("F0Tg", connection));
@@ -157,6 +169,18 @@ TEST_P(SMCConnectionTest, theCallsOfOneOperationAreNeverSeparated) {
                                requests[call + 1].begin()));
         EXPECT_THAT(requests[call + 1][42], testing::AnyOf(5, 6));
     }
+
+    int enumerations = 0;
+    for (std::size_t call = 0; call < requests.size(); ++call) {
+        if (described(requests[call]) != "information #KEY") continue;
+        ++enumerations;
+        ASSERT_LE(call + 8, requests.size());
+        std::vector<std::string> own;
+        for (std::size_t i = 1; i < 8; ++i) own.push_back(described(requests[call + i]));
+        EXPECT_THAT(own, ElementsAre("read #KEY", "index 0", "index 1", "index 2", "index 3",
+                                     "information TC0P", "read TC0P"));
+    }
+    EXPECT_EQ(enumerations, 3);
 }
 
 }  // namespace

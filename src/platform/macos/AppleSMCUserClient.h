@@ -1,4 +1,4 @@
-// AppleSMCUserClient: the kernel's driver of the SMC, through IOKit.
+// AppleSMCUserClient: the kernel's driver of the SMC, through IOKit. macOS only.
 #pragma once
 
 #include "smc/SMCUserClient.h"

@@ -2,7 +2,7 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
-#include <cstdlib>
+#include "concurrency/Require.h"
 
 namespace airflow::platform {
 
@@ -13,7 +13,7 @@ namespace {
 /// Core Foundation answers running out of memory with nothing.
 template <typename Reference>
 Reference required(Reference object) {
-    if (!object) std::abort();
+    if (!object) concurrency::stopProcess("Core Foundation has no memory left for an object");
     return object;
 }
 
