@@ -65,7 +65,7 @@ void Roots::destroyAll() noexcept {
     for (;;) {
         std::unique_lock lock(mutex);
         if (pending.empty()) return;
-        Root& youngest = *pending.back();
+        const Root& youngest = *pending.back();
         orphaned.push_back(youngest.owner);
         lock.unlock();
         RootObserver* const observer = youngest.observer;

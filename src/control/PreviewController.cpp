@@ -13,7 +13,7 @@ using concurrency::Task;
 
 /// 55 as "55.0": a percentage is told from a count.
 std::string decimal(double number) {
-    std::string text = fmt::format("{}", number);
+    const std::string text = fmt::format("{}", number);
     const bool isDigits = text.find_first_not_of("-0123456789") == std::string::npos;
     return isDigits ? text + ".0" : text;
 }
