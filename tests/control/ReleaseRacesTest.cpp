@@ -14,6 +14,8 @@ using concurrency::Task;
 struct Release {
     const char* name;
     Task<ControlResult> (*perform)(LocalFanController&);
+
+    friend void PrintTo(const Release& release, std::ostream* out) { *out << release.name; }
 };
 
 Task<ControlResult> automatic(LocalFanController& controller) {
