@@ -1,4 +1,5 @@
-#include <cmath>
+#include <cstdint>
+#include <cstdio>
 #include <limits>
 
 #include "AccessLog.h"
@@ -127,6 +128,36 @@ INSTANTIATE_TEST_SUITE_P(Table, FanCountDeathTest,
                                          std::numeric_limits<double>::infinity(),
                                          -std::numeric_limits<double>::infinity(), 0x1p63,
                                          -0x1.0000000000001p63));
+
+/// Keys have four characters: "F10Md" and "F-1Md" are none.
+class FanNumberDeathTest : public testing::TestWithParam<std::int64_t> {};
+
+TEST_P(FanNumberDeathTest, thatDoesNotFitAKeyStopsTheProcess) {
+    ControllerBench bench;
+    EXPECT_DEATH((void)bench.run(bench.controller().setManual(GetParam(), 3000)),
+                 testing::ContainsRegex("a four-character code must be four bytes long, "
+                                        "\"F(10|-1)Md\" is 5"));
+}
+
+INSTANTIATE_TEST_SUITE_P(BesidesTheTenThatDo, FanNumberDeathTest, testing::Values(10, -1));
+
+/// Ten fans are found and none has been given back when the process stops.
+TEST(FanCountOverTenDeathTest, stopsStartUpRecoveryBeforeItWrites) {
+    ControllerBench bench(plainMachine(10));
+    bench.mac().smc().add(simulation::Fault{
+        .key = "FNum", .operation = simulation::Fault::Operation::read, .reading = 11});
+    auto& observer = bench.mac().smc().observer;
+    observer = [](const simulation::SMCAccess& access) {
+        // The process that stops is a child: only what it writes to standard error tells of it.
+        if (access.operation == simulation::Fault::Operation::write) {
+            std::fputs("a write\n", stderr);
+        }
+    };
+    EXPECT_DEATH((void)bench.run(bench.controller().restoreAllFansToAutomatic()),
+                 testing::AllOf(testing::HasSubstr("a four-character code must be four bytes long, "
+                                                   "\"F10Md\" is 5"),
+                                testing::Not(testing::HasSubstr("a write"))));
+}
 
 }  // namespace
 }  // namespace airflow::control

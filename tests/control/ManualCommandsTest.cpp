@@ -145,50 +145,6 @@ TEST(ManualCommands, aCountOfFansThatIsNoNumberIsUnreadable) {
     EXPECT_THAT(bench.reads, ElementsAre("FNum"));
 }
 
-/// An SMC of which every key holds the same number.
-class OneNumber final : public smc::SMCWriting {
-public:
-    explicit OneNumber(double held) : number(held) {}
-
-    concurrency::Task<WriteResult> writeUInt8(std::string, std::uint8_t) override {
-        co_return WriteResult(0);
-    }
-    concurrency::Task<WriteResult> writeFloat(std::string, double) override {
-        co_return WriteResult(0);
-    }
-    concurrency::Task<std::optional<smc::SMCValue>> tryReadValue(std::string) override {
-        co_return smc::SMCValue::floating(number);
-    }
-
-private:
-    double number;
-};
-
-/// How many fans fullBlast() plans for where "FNum" holds this.
-std::size_t fansOfFullBlastWith(double countOfFans) {
-    ControllerBench bench(steadyMachine(), withoutJitter);
-    OneNumber smc(countOfFans);
-    const auto controller = std::make_shared<PlanKeeper>(bench.system.runtime, smc,
-                                                         bench.system.sensors, [] { return 0U; });
-    controller->answer = ControlResult::applied();
-    (void)bench.run(controller->fullBlast());
-    return controller->plans.back().fans.size();
-}
-
-TEST(FanCount, isTheWholeNumberNextToZeroOfWhateverFits64Bits) {
-    EXPECT_EQ(fansOfFullBlastWith(2.99), 2u);
-    EXPECT_EQ(fansOfFullBlastWith(0.99), 0u);
-    EXPECT_EQ(fansOfFullBlastWith(-0x1p63), 0u);
-}
-
-TEST(FanCountDeathTest, thatIsNoNumberOrDoesNotFit64BitsIsABug) {
-    constexpr double infinity = std::numeric_limits<double>::infinity();
-    for (const double count : {0x1p63, -0x1.0000000000001p63, infinity, -infinity, notANumber}) {
-        EXPECT_DEATH((void)fansOfFullBlastWith(count),
-                     "FNum is a number of fans that fits 64 bits");
-    }
-}
-
 struct Published {
     const char* name;
     Mode mode;

@@ -64,6 +64,27 @@ TEST(PublishedState, listsStoppedFansAscendingAndNoListWithoutAny) {
     EXPECT_EQ(bench.mac().fan(1).target, 0);
 }
 
+/// A release forgets modes and targets. Which fans are stopped is the control step's to tell.
+TEST(PublishedState, goesOnListingStoppedFansAfterAReleaseUntilTheNextControlStep) {
+    ControllerBench bench;
+    const auto plan = planOf({{.fanID = 0, .mode = FanControlModePlan::fixedPercent(0)}});
+    ASSERT_EQ(bench.run(bench.controller().applyPlan(plan)), ControlResult::applied());
+    bench.advance(11s);
+    ASSERT_EQ(bench.run(bench.controller().automatic()), ControlResult::applied());
+    const ControlState released{.perFanMode = {},
+                                .targets = {},
+                                .isHolding = false,
+                                .lastError = std::nullopt,
+                                .stoppedFans = std::vector<std::int64_t>{0}};
+    EXPECT_EQ(bench.published.back(), released);
+    EXPECT_EQ(bench.mac().fan(0).mode, simulation::FanMode::automatic);
+    bench.advance(3600s);
+    EXPECT_EQ(bench.state(), released);
+
+    ASSERT_EQ(bench.run(bench.controller().setManual(0, 3000)), ControlResult::applied());
+    EXPECT_EQ(bench.state().stoppedFans, std::nullopt);
+}
+
 struct RoundedTarget {
     double rpm;
     std::int64_t published;

@@ -8,6 +8,26 @@ namespace {
 using Answer = std::shared_ptr<std::optional<ControlResult>>;
 using Failure = std::shared_ptr<std::optional<std::optional<std::string>>>;
 
+using concurrency::Task;
+
+/// A command that releases every fan.
+struct Release {
+    const char* name;
+    Task<ControlResult> (*perform)(LocalFanController&);
+
+    friend void PrintTo(const Release& release, std::ostream* out) { *out << release.name; }
+};
+
+Task<ControlResult> automatic(LocalFanController& controller) {
+    co_return co_await controller.automatic();
+}
+Task<ControlResult> restoreAuto(LocalFanController& controller) {
+    const auto failure = co_await controller.restoreAuto();
+    co_return failure ? ControlResult::failed(*failure) : ControlResult::applied();
+}
+
+constexpr Release releases[]{{"automatic", automatic}, {"restoreAuto", restoreAuto}};
+
 class ReleaseRaces : public testing::TestWithParam<std::uint64_t> {
 protected:
     [[nodiscard]] static simulation::SimulatedSystem::Options options() {
@@ -78,18 +98,20 @@ TEST_P(ReleaseRaces, restoreAutoDuringAPlanThatGivesBackGivesEveryFanBack) {
     EXPECT_GT(request, 15u);
 }
 
-TEST_P(ReleaseRaces, aReleaseDuringATickIsTheLastWord) {
+void expectTheLastWordDuringATick(const Release& release,
+                                  simulation::SimulatedSystem::Options options) {
     for (std::size_t request = 1; request <= 20; ++request) {
-        SCOPED_TRACE(fmt::format("at request {}", request));
-        ControllerBench bench(steadyMachine(), options());
+        SCOPED_TRACE(fmt::format("{} at request {}", release.name, request));
+        ControllerBench bench(steadyMachine(), options);
         (void)bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
         slowDown(bench, 5ms);
         bench.advance(1s);
         forget(bench);
-        Failure failure;
-        atRequest(bench, request, [&] { failure = bench.start(bench.controller().restoreAuto()); });
+        Answer released;
+        atRequest(bench, request,
+                  [&] { released = bench.start(release.perform(bench.controller())); });
         bench.advance(3s);
-        EXPECT_EQ(**failure, std::nullopt);
+        EXPECT_EQ(*released, ControlResult::applied());
         for (const char* fan : {"F0Md", "F1Md"}) {
             const auto givenBack = std::ranges::find(bench.writes, fmt::format("{}=0", fan));
             EXPECT_EQ(std::count(givenBack, bench.writes.end(), fmt::format("{}=1", fan)), 0);
@@ -99,18 +121,24 @@ TEST_P(ReleaseRaces, aReleaseDuringATickIsTheLastWord) {
     }
 }
 
-TEST_P(ReleaseRaces, aReleaseDuringAPendingOneGivesEveryFanBack) {
+TEST_P(ReleaseRaces, aReleaseDuringATickIsTheLastWord) {
+    for (const Release& release : releases) expectTheLastWordDuringATick(release, options());
+}
+
+void expectAllGivenBackDuringAPendingRelease(const Release& release,
+                                             simulation::SimulatedSystem::Options options) {
     std::size_t request = 1;
     for (;; ++request) {
-        SCOPED_TRACE(fmt::format("at request {}", request));
-        ControllerBench bench(steadyMachine(), options());
+        SCOPED_TRACE(fmt::format("{} at request {}", release.name, request));
+        ControllerBench bench(steadyMachine(), options);
         (void)bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
         bench.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 1s));
         bench.mac().smc().add(refusal("F1Md", 0, 0x86, 0s, 1s));
         slowDown(bench, 5ms);
         (void)bench.run(bench.controller().automatic());
         Answer released;
-        atRequest(bench, request, [&] { released = bench.start(bench.controller().automatic()); });
+        atRequest(bench, request,
+                  [&] { released = bench.start(release.perform(bench.controller())); });
         bench.advance(8s);
         if (!released) break;
         EXPECT_EQ(*released, ControlResult::applied());
@@ -118,6 +146,12 @@ TEST_P(ReleaseRaces, aReleaseDuringAPendingOneGivesEveryFanBack) {
         expectNobodyWatches(bench);
     }
     EXPECT_EQ(request, 4u);
+}
+
+TEST_P(ReleaseRaces, aReleaseDuringAPendingOneGivesEveryFanBack) {
+    for (const Release& release : releases) {
+        expectAllGivenBackDuringAPendingRelease(release, options());
+    }
 }
 
 /// The release lowers force-test while the claim still needs it.
@@ -135,68 +169,75 @@ TEST(ReleaseDuringAClaim, canCostAClaimItsForceTestAndSoTheFan) {
     EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
 }
 
-/// A step with a plan, called by itself, that a restore overtakes when it writes this.
-class Overtaken : public testing::Test {
+/// A step with a plan, called by itself, that a release overtakes when it writes this.
+class Overtaken : public testing::TestWithParam<Release> {
 protected:
     std::vector<std::int64_t> step(const std::vector<std::pair<std::int64_t, Mode>>& fans) {
         auto snapshot = bench.run(bench.system.sensors.snapshot());
         forget(bench);
         auto reverted = bench.run(bench.controller().assertPlanOnce(
             planOf(fans), std::move(snapshot), bench.system.runtime.date()));
-        bench.advance(1s);  // the restore ends, too
+        bench.advance(1s);  // the release ends, too
         return reverted;
     }
     void overtakeAt(const std::string& key, double value, std::size_t count = 1) {
         slowDown(bench, 5ms);
         atWrite(bench, key, value, count,
-                [this] { failure = bench.start(bench.controller().restoreAuto()); });
+                [this] { released = bench.start(GetParam().perform(bench.controller())); });
+    }
+
+    void expectReleased() {
+        EXPECT_EQ(*released, ControlResult::applied());
+        expectAllGivenBack(bench);
     }
 
     ControllerBench bench{steadyMachine(), withoutJitter};
-    Failure failure;
+    Answer released;
 };
 
-TEST_F(Overtaken, whileItReleasesAStepStopsBeforeTheNextFan) {
+INSTANTIATE_TEST_SUITE_P(ByEachCommand, Overtaken, testing::ValuesIn(releases),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+TEST_P(Overtaken, whileItReleasesAStepStopsBeforeTheNextFan) {
     (void)step({{0, rpm(3000)}, {1, rpm(4000)}});
     overtakeAt("F0Md", 0);
     (void)step({});
     EXPECT_THAT(bench.writes, ElementsAre("F0Md=0", "Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0"));
-    EXPECT_EQ(**failure, std::nullopt);
-    expectAllGivenBack(bench);
+    expectReleased();
 }
 
-TEST_F(Overtaken, whileItClaimsAStepStopsBeforeTheNextFan) {
+TEST_P(Overtaken, whileItClaimsAStepStopsBeforeTheNextFan) {
     overtakeAt("F0Md", 1);
     (void)step({{0, rpm(3000)}, {1, rpm(4000)}});
     EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=1", "Ftst=1", "F0Md=0", "Ftst=0"));
-    expectAllGivenBack(bench);
+    expectReleased();
 }
 
-TEST_F(Overtaken, whileItHoldsAStepStopsBeforeTheNextFanAndReportsNothing) {
+TEST_P(Overtaken, whileItHoldsAStepStopsBeforeTheNextFanAndReportsNothing) {
     (void)step({{0, rpm(3000)}, {1, rpm(4000)}});
     bench.mac().smc().add(misreading("F0Md", 3));
     overtakeAt("F0Md", 1);
     EXPECT_THAT(step({{0, rpm(3000)}, {1, rpm(4000)}}), IsEmpty());
     EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=1", "Ftst=1", "F0Tg=3000", "F0Md=0",
                                           "F1Md=0", "Ftst=0"));
-    expectAllGivenBack(bench);
+    expectReleased();
 }
 
-TEST_F(Overtaken, whileItRaisesForceTestAStepDoesNothingMore) {
+TEST_P(Overtaken, whileItRaisesForceTestAStepDoesNothingMore) {
     (void)step({{0, rpm(3000)}, {1, rpm(4000)}});
     overtakeAt("Ftst", 1);
     EXPECT_THAT(step({{0, rpm(3000)}, {1, rpm(4000)}}), IsEmpty());
     EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0"));
-    expectAllGivenBack(bench);
+    expectReleased();
 }
 
-TEST_F(Overtaken, afterItsLastFanAStepEndsAsIfNothingHadHappened) {
+TEST_P(Overtaken, afterItsLastFanAStepEndsAsIfNothingHadHappened) {
     (void)step({{0, rpm(3000)}});
     overtakeAt("F0Tg", 3000);
     EXPECT_THAT(step({{0, rpm(3000)}}), IsEmpty());
     EXPECT_THAT(bench.writes,
                 ElementsAre("Ftst=1", "F0Md=1", "F0Tg=3000", "Ftst=1", "F0Md=0", "Ftst=0"));
-    expectAllGivenBack(bench);
+    expectReleased();
 }
 
 }  // namespace

@@ -149,6 +149,42 @@ TEST(UnwatchedFan, aClaimThatEndsWhileAReleaseRunsIsForgottenByThatRelease) {
     EXPECT_EQ(bench.mac().fan(1).mode, FanMode::automatic);
 }
 
+/// The same with a tick's claim, which takes the fan when the release has written its mode key and
+/// still has to write the other's and lower force-test. The tick, which the release has overtaken,
+/// counts the fan and says so; the release forgets it, and the loop, which is cancelled, ends.
+TEST(UnwatchedFan, aTicksClaimThatEndsWhileAReleaseRunsIsForgottenAndWatchedByNobody) {
+    ControllerBench bench(steadyMachine(2), withoutJitter);
+    bench.mac().smc().add(refusal("F0Md", 1, 0x86, 0s, 1200ms));
+    bench.mac().smc().add(refusal("F0Md", 1, 0x82, 1200ms, 3s));
+    EXPECT_EQ(bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}}))),
+              ControlResult::rejected(134));
+    bench.advance(2500ms - bench.system.elapsed());
+    EXPECT_EQ(bench.mac().fan(1).mode, FanMode::forced);
+    // The release asks for fan 0 before the SMC would take it at 3 s, and for fan 1 after that.
+    slowDown(bench, 150ms);
+    bench.advance(2800ms - bench.system.elapsed());
+    forget(bench);
+    const Answer released = bench.start(bench.controller().automatic());
+    bench.advance(2s);
+    EXPECT_EQ(*released, ControlResult::applied());
+    EXPECT_THAT(withoutBusyWrites(bench.writes),
+                ElementsAre("Ftst=1", "F0Md=0", "F0Md=1", "F1Md=0", "Ftst=0"));
+    EXPECT_THAT(told(bench.published), ElementsAre("holding", "not holding"));
+    EXPECT_THAT(bench.state().perFanMode, IsEmpty());
+    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::forced);
+    EXPECT_EQ(bench.mac().fan(1).mode, FanMode::automatic);
+
+    forget(bench);
+    bench.mac().setHIDTemperature(steadyLabel, 99);
+    bench.advance(3600s);
+    EXPECT_THAT(bench.reads, IsEmpty());
+    EXPECT_THAT(bench.writes, IsEmpty());
+    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::forced);
+
+    EXPECT_EQ(bench.run(bench.controller().automatic()), ControlResult::applied());
+    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);  // the next full release finds it
+}
+
 /// A tick claims one fan after the other, up to ten seconds each, and looks at nothing meanwhile.
 TEST(UnwatchedFan, theChecksWaitForTheClaimsOfTheirOwnTick) {
     ControllerBench bench(steadyMachine(), withoutJitter);
