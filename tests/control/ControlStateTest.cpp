@@ -27,7 +27,6 @@ struct Arbitrary<airflow::control::ControlMode> {
 namespace airflow::control {
 namespace {
 
-using json::DecodingError;
 using Indices = std::vector<std::int64_t>;
 
 ControlState decoded(const std::string& text) {

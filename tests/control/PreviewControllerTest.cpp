@@ -99,11 +99,11 @@ TEST_F(Preview, showsFullBlastAsItsOverallModeOnly) {
     published.clear();
     EXPECT_EQ(run(controller.fullBlast()), ControlResult::applied());
     EXPECT_EQ(controller.mode(), ControlMode::fullBlast);
-    ControlState acquiring{.perFanMode = {{0, ControlMode::manual}},
-                           .targets = {{0, 1800}},
-                           .isHolding = false,
-                           .lastError = std::nullopt,
-                           .stoppedFans = std::nullopt};
+    const ControlState acquiring{.perFanMode = {{0, ControlMode::manual}},
+                                 .targets = {{0, 1800}},
+                                 .isHolding = false,
+                                 .lastError = std::nullopt,
+                                 .stoppedFans = std::nullopt};
     ControlState held = acquiring;
     held.isHolding = true;
     EXPECT_THAT(published, ElementsAre(acquiring, held));

@@ -5,7 +5,6 @@ namespace airflow::control {
 namespace {
 
 using simulation::FanMode;
-using simulation::Fault;
 using smc::SMCError;
 using testing::ElementsAre;
 using testing::IsEmpty;

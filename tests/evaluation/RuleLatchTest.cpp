@@ -5,7 +5,6 @@
 namespace airflow::evaluation {
 namespace {
 
-using testing::IsEmpty;
 using testing::Pair;
 using testing::UnorderedElementsAre;
 

@@ -110,7 +110,7 @@ template <typename Record>
 void expectOnlyTheLastOfKnownKeysCounts(const std::vector<Member>& members) {
     const auto plain = json::decode<Record>(objectOf(members));
     ASSERT_TRUE(plain.has_value());
-    std::vector<Member> reversed(members.rbegin(), members.rend());
+    const std::vector<Member> reversed(members.rbegin(), members.rend());
     EXPECT_EQ(json::decode<Record>(objectOf(reversed)), plain);
     std::vector<Member> extended = {{"unknown", R"({"id":1})", ""}};
     for (const Member& member : members) extended.push_back({member.key, "\"first\"", ""});
