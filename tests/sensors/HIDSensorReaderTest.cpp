@@ -93,7 +93,7 @@ TEST_P(HIDSensorReaderTest, aDiscoveryIsMadeOnceAndLaterReadsOnlySample) {
 
 TEST_P(HIDSensorReaderTest, nothingIsCreatedBeforeTheFirstRead) {
     HIDSystem system(runtime, {.services = {{"gpu", {40, 41, 42}}}});
-    HIDSensorReader reader(runtime, *system.bridge);
+    const HIDSensorReader reader(runtime, *system.bridge);
 
     EXPECT_THAT(system.library.record().calls, IsEmpty());
     EXPECT_THAT(system.library.record().lookUps, IsEmpty());

@@ -18,7 +18,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace concurrency;
-using testing::ElementsAre;
 
 class Counter : public Actor {
 public:
