@@ -15,9 +15,10 @@ bool Executor::isAnyCurrent() noexcept {
 }
 
 void Executor::runJob(Job& job) const noexcept {
+    const Executor* const outer = current;  // a job that runs another one to its end on this thread
     current = this;
     job.coroutine.resume();
-    current = nullptr;
+    current = outer;
 }
 
 }  // namespace airflow::concurrency

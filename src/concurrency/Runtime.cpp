@@ -1,5 +1,7 @@
 #include "concurrency/Runtime.h"
 
+#include <condition_variable>
+#include <mutex>
 #include <optional>
 
 namespace airflow::concurrency {
@@ -27,8 +29,29 @@ Task<Wake> Runtime::sleepFor(Duration duration, CancelToken token) {
     return sleepUntil(isEndless ? Instant::max() : start + duration, std::move(token));
 }
 
-Task<void> Runtime::blockingSleep(Duration duration) {
-    co_await Suspend([&](Suspended sleeper) { return block(duration, sleeper); });
+Task<void> Runtime::blockingSleep(Duration duration, CancelToken token) {
+    std::optional<CancelToken::Registration> registration;
+    co_await Suspend([&](Suspended sleeper) {
+        const auto key = block(duration, token, sleeper);
+        if (!key) return false;
+        registration.emplace(token, [this, key = *key] {
+            if (const Suspended cancelled = removeSleeper(key)) cancelled.resume();
+        });
+        return true;
+    });
+}
+
+void Runtime::blockThread(Duration duration, const CancelToken& token) {
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool isCancelled = false;
+    const CancelToken::Registration registration(token, [&] {
+        const std::lock_guard lock(mutex);
+        isCancelled = true;
+        changed.notify_one();
+    });
+    std::unique_lock lock(mutex);
+    (void)changed.wait_for(lock, duration, [&] { return isCancelled; });
 }
 
 void Runtime::detach(std::string_view name, Task<void> work, RootObserver* observer) {

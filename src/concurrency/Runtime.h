@@ -3,6 +3,7 @@
 
 #include <concepts>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -56,9 +57,10 @@ public:
     Task<Wake> sleepUntil(Instant deadline, CancelToken token = {});
     /// The same, counted from this call.
     Task<Wake> sleepFor(Duration duration, CancelToken token = {});
-    /// Sleeps as a thread does: until it ends no other operation of the caller's executor runs.
-    /// Other executors run on, as far as the backend has threads to spare.
-    Task<void> blockingSleep(Duration duration);
+    /// Sleeps as a thread does: until it ends, or `token` is cancelled, no other operation of the
+    /// caller's executor runs. Other executors run on, as far as the backend has threads to spare.
+    /// Backends with threads never suspend the caller.
+    Task<void> blockingSleep(Duration duration, CancelToken token = {});
 
     /// Starts work that belongs to no actor and that nobody awaits. It gets an executor of its own,
     /// so it runs beside everything else. An exception that leaves it ends the process. `observer`,
@@ -83,9 +85,12 @@ public:
 protected:
     virtual TimerQueue::Key addSleeper(Instant deadline, Suspended sleeper) = 0;
     virtual Suspended removeSleeper(TimerQueue::Key key) = 0;
-    /// Blocks the executor of `sleeper`, whose job is running. Either blocks the calling thread and
-    /// returns false, or returns true and resumes the sleeper as the executor's next job.
-    virtual bool block(Duration duration, Suspended sleeper) = 0;
+    /// Blocks the executor of `sleeper`, whose job is running. Either blocks the calling thread, as
+    /// blockThread() does, and returns nothing; or adds the sleeper, to be resumed as the
+    /// executor's next job, and returns its key.
+    virtual std::optional<TimerQueue::Key> block(Duration duration, const CancelToken& token,
+                                                 Suspended sleeper) = 0;
+    static void blockThread(Duration duration, const CancelToken& token);
     /// Returns when no job is running and none will be. May be called again.
     virtual void stop() noexcept = 0;
 

@@ -123,10 +123,11 @@ Suspended SimulatedRuntime::removeSleeper(TimerQueue::Key key) {
     return timers.remove(key);
 }
 
-bool SimulatedRuntime::block(Duration duration, Suspended sleeper) {
+std::optional<TimerQueue::Key> SimulatedRuntime::block(Duration duration,
+                                                       const concurrency::CancelToken&,
+                                                       Suspended sleeper) {
     static_cast<SimulatedExecutor*>(sleeper.executor)->blockUntilPosted(*sleeper.job);
-    addSleeper(time + duration, sleeper);
-    return true;
+    return addSleeper(time + duration, sleeper);
 }
 
 void SimulatedRuntime::stop() noexcept {

@@ -113,7 +113,9 @@ private:
     concurrency::TimerQueue::Key addSleeper(concurrency::Instant deadline,
                                             concurrency::Suspended sleeper) override;
     concurrency::Suspended removeSleeper(concurrency::TimerQueue::Key key) override;
-    bool block(concurrency::Duration duration, concurrency::Suspended sleeper) override;
+    std::optional<concurrency::TimerQueue::Key> block(concurrency::Duration duration,
+                                                      const concurrency::CancelToken& token,
+                                                      concurrency::Suspended sleeper) override;
     void stop() noexcept override;
 
     bool runOneJob();

@@ -187,9 +187,10 @@ private:
         return timer.add(deadline, sleeper);
     }
     Suspended removeSleeper(TimerQueue::Key key) override { return timer.remove(key); }
-    bool block(Duration duration, Suspended) override {
-        std::this_thread::sleep_for(duration);
-        return false;
+    std::optional<TimerQueue::Key> block(Duration duration, const concurrency::CancelToken& token,
+                                         Suspended) override {
+        blockThread(duration, token);
+        return std::nullopt;
     }
     void stop() noexcept override {
         // The pool first: a job that goes to sleep sets the alarm, and could so undo the one that

@@ -1,0 +1,70 @@
+#include "daemon/Daemon.h"
+
+#include <fmt/format.h>
+
+#include <string>
+#include <utility>
+
+#include "daemon/BuildIdentity.h"
+#include "daemon/LogLines.h"
+
+namespace airflow::daemon {
+
+using concurrency::Task;
+
+Daemon::Daemon(Platform given)
+    : platform(std::move(given)),
+      safetyHandlers(platform.runtime, platform.process, platform.standardError) {}
+
+Task<void> Daemon::startUp() {
+    const auto opened = co_await platform.hardware.open();
+    if (!opened) {
+        co_await fail("failed to open AppleSMC: " + opened.error().description());
+        co_return;
+    }
+    buildController();
+    safetyHandlers.arm(controller);
+    safetyHandlers.installSafetyHandlers();
+    const auto failure = co_await controller->restoreAllFansToAutomatic();
+    if (failure) {
+        co_await fail("startup Auto recovery failed: " + *failure);
+        co_return;
+    }
+    listen();
+}
+
+/// Does not return to what called it: the process ends.
+Task<void> Daemon::fail(std::string reason) {
+    platform.standardError.write(logLine(reason));
+    co_await platform.process.exit(1);
+}
+
+void Daemon::buildController() {
+    controller = std::make_shared<control::LocalFanController>(
+        platform.runtime, platform.hardware.smc(), platform.hardware.sensors(),
+        platform.effectiveUserID);
+    // A stream keeps what nobody reads, so one without a reader is closed.
+    if (platform.published)
+        platform.runtime.detach("states", tellStates(controller, platform.published));
+    else
+        controller->stateStream().close();
+}
+
+Task<void> Daemon::tellStates(std::shared_ptr<control::LocalFanController> controller,
+                              std::function<void(const control::ControlState&)> published) {
+    for (;;) {
+        const auto state = co_await controller->stateStream().next();
+        if (!state) co_return;
+        published(*state);
+    }
+}
+
+void Daemon::listen() {
+    service.emplace(platform.runtime, platform.process, controller);
+    delegate.emplace(*service);
+    platform.listener.resume(*delegate);
+    platform.standardError.write(
+        logLine(fmt::format("listening on {} (build {})", machServiceName, BuildIdentity::text)));
+}
+
+}  // namespace airflow::daemon

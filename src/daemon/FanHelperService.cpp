@@ -1,0 +1,110 @@
+#include "daemon/FanHelperService.h"
+
+#include <chrono>
+#include <utility>
+
+#include "daemon/BuildIdentity.h"
+#include "json/Decoder.h"
+#include "json/Document.h"
+#include "json/Writer.h"
+#include "plan/FanControlPlan.h"
+
+namespace airflow::daemon {
+
+namespace {
+
+using control::ControlResult;
+using namespace std::chrono_literals;
+
+/// Between the acknowledgement of an upgrade and the end, so that it can leave the process.
+constexpr auto farewell = 200ms;
+
+std::string stateDocument(const control::ControlState& state) {
+    json::Writer writer;
+    writer.write(state);
+    auto text = writer.take();
+    return text ? std::move(*text) : std::string();
+}
+
+}  // namespace
+
+FanHelperService::FanHelperService(concurrency::Runtime& taskRuntime, DaemonProcess& ownProcess,
+                                   std::shared_ptr<control::LocalFanController> fanController)
+    : runtime(taskRuntime), process(ownProcess), controller(std::move(fanController)) {}
+
+void FanHelperService::helperVersion(const TextReply& reply) const {
+    reply(BuildIdentity::text);
+}
+
+void FanHelperService::shutdownForUpgrade(Acknowledgement reply) {
+    runtime.detach("shutdownForUpgrade", restoreAndExit(*this, std::move(reply)));
+}
+
+void FanHelperService::setManualRPM(std::int64_t fan, std::int64_t rpm, CodeReply reply) {
+    runtime.detach("setManualRPM", answer(controller->setManual(fan, rpm), std::move(reply)));
+}
+
+void FanHelperService::setPercent(std::int64_t fan, double percent, CodeReply reply) {
+    runtime.detach("setPercent", answer(controller->setPercent(fan, percent), std::move(reply)));
+}
+
+void FanHelperService::fullBlast(CodeReply reply) {
+    runtime.detach("fullBlast", answer(controller->fullBlast(), std::move(reply)));
+}
+
+void FanHelperService::automatic(CodeReply reply) {
+    runtime.detach("automatic", answer(controller->automatic(), std::move(reply)));
+}
+
+void FanHelperService::applyConfig(std::string plan, CodeReply reply) {
+    runtime.detach("applyConfig", decodeAndApply(*this, std::move(plan), std::move(reply)));
+}
+
+void FanHelperService::restoreAuto(Acknowledgement reply) {
+    runtime.detach("restoreAuto", restoreAndAcknowledge(*this, std::move(reply)));
+}
+
+void FanHelperService::heartbeat() {
+    runtime.detach("heartbeat", controller->heartbeat());
+}
+
+void FanHelperService::readState(DataReply reply) {
+    runtime.detach("readState", replyState(*this, std::move(reply)));
+}
+
+concurrency::Task<void> FanHelperService::answer(Result command, CodeReply reply) {
+    const ControlResult result = co_await std::move(command);
+    reply(result.xpcCode());
+}
+
+concurrency::Task<void> FanHelperService::decodeAndApply(FanHelperService& service,
+                                                         std::string text, CodeReply reply) {
+    const auto plan = json::decode<plan::FanControlPlan>(text);
+    if (!plan) {
+        reply(ControlResult::failed("applyConfig: could not decode FanControlPlan").xpcCode());
+        co_return;
+    }
+    const ControlResult result = co_await service.controller->applyPlan(*plan);
+    reply(result.xpcCode());
+}
+
+concurrency::Task<void> FanHelperService::restoreAndAcknowledge(FanHelperService& service,
+                                                                Acknowledgement reply) {
+    (void)co_await service.controller->restoreAuto();  // acknowledged whatever came of it
+    reply();
+}
+
+concurrency::Task<void> FanHelperService::restoreAndExit(FanHelperService& service,
+                                                         Acknowledgement reply) {
+    (void)co_await service.controller->restoreAuto();  // the process ends whatever came of it
+    reply();
+    (void)co_await service.runtime.sleepFor(farewell);  // nobody cancels it
+    co_await service.process.exit(0);
+}
+
+concurrency::Task<void> FanHelperService::replyState(FanHelperService& service, DataReply reply) {
+    const control::ControlState state = co_await service.controller->currentState();
+    reply(stateDocument(state));
+}
+
+}  // namespace airflow::daemon

@@ -1,0 +1,57 @@
+#include "daemon/SafetyHandlers.h"
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <utility>
+
+#include "daemon/LogLines.h"
+
+namespace airflow::daemon {
+
+namespace {
+
+using concurrency::Task;
+using namespace std::chrono_literals;
+
+constexpr auto restorationLimit = 3s;
+constexpr int terminated = 143;   // 128 + SIGTERM
+constexpr int interrupted = 130;  // 128 + SIGINT
+
+}  // namespace
+
+SafetyHandlers::SafetyHandlers(concurrency::Runtime& taskRuntime, DaemonProcess& ownProcess,
+                               sensors::LogSink& errorSink)
+    : runtime(taskRuntime), process(ownProcess), standardError(errorSink) {}
+
+void SafetyHandlers::arm(std::shared_ptr<control::LocalFanController> controller) {
+    exitController = std::move(controller);
+}
+
+void SafetyHandlers::installSafetyHandlers() {
+    process.atExit([this] { return restoreAutoOnExit("process exit"); });
+    process.handle(Signal::terminate, [this] { return restoreAndExit("SIGTERM", terminated); });
+    process.handle(Signal::interrupt, [this] { return restoreAndExit("SIGINT", interrupted); });
+}
+
+Task<void> SafetyHandlers::restoreAndExit(std::string_view reason, int status) {
+    co_await restoreAutoOnExit(reason);
+    co_await process.exit(status);
+}
+
+Task<void> SafetyHandlers::restoreAutoOnExit(std::string_view reason) {
+    if (exitInProgress || !exitController) co_return;
+    exitInProgress = true;
+    standardError.write(logLine(fmt::format("{}: restoring Auto...", reason)));
+    const concurrency::CancelSource finished;
+    runtime.detach("exit restoration", restore(exitController, finished));
+    co_await runtime.blockingSleep(restorationLimit, finished.token());
+}
+
+Task<void> SafetyHandlers::restore(std::shared_ptr<control::LocalFanController> controller,
+                                   concurrency::CancelSource finished) {
+    (void)co_await controller->restoreAuto();  // the process ends whatever came of it
+    finished.cancel();
+}
+
+}  // namespace airflow::daemon
