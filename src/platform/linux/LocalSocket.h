@@ -1,0 +1,68 @@
+// Unix-domain stream sockets: named, private to a user, never a source of signals.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <expected>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace airflow::platform {
+
+/// Owns an open descriptor, or none.
+class FileDescriptor {
+public:
+    FileDescriptor() = default;
+    explicit FileDescriptor(int open) : number(open) {}
+    FileDescriptor(FileDescriptor&& other) noexcept : number(std::exchange(other.number, -1)) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+        std::swap(number, other.number);
+        return *this;
+    }
+    ~FileDescriptor();
+
+    explicit operator bool() const noexcept { return number >= 0; }
+    [[nodiscard]] int get() const noexcept { return number; }
+
+private:
+    int number = -1;
+};
+
+/// The process at the other end, as the kernel knew it when the connection was made.
+struct Peer {
+    uid_t user = 0;
+    pid_t process = 0;
+};
+
+/// Either what was asked for, or a text for people that names the path and the reason.
+template <typename T>
+using SocketResult = std::expected<T, std::string>;
+
+/// Creates a socket of mode 0600 at `path` and lets connections queue there. Replaces one that
+/// nobody listens on any more, as a process that was killed leaves it; fails when somebody does, or
+/// when something else than a socket lies there. Closed on exec, as are all of these.
+[[nodiscard]] SocketResult<FileDescriptor> listenOn(const std::string& path);
+/// The next connection that was queued; nothing when there is none (any more) or no descriptor is
+/// left for it, with the reason in errno. Waits for one unless the listening socket is
+/// non-blocking.
+[[nodiscard]] FileDescriptor acceptFrom(const FileDescriptor& listening);
+[[nodiscard]] SocketResult<FileDescriptor> connectTo(const std::string& path);
+[[nodiscard]] std::optional<Peer> peerOf(const FileDescriptor& connection);
+/// Reads and writes of the descriptor no longer wait.
+void makeNonBlocking(const FileDescriptor& descriptor);
+
+/// Waits until everything is sent; false when the other end is gone. Raises no SIGPIPE.
+[[nodiscard]] bool sendAll(const FileDescriptor& connection, std::string_view bytes);
+/// Waits until `bytes` is full; false when the connection ends before.
+[[nodiscard]] bool receiveExactly(const FileDescriptor& connection, std::span<std::byte> bytes);
+
+/// The user's own folder for sockets, of mode 0700: "airflow" in $XDG_RUNTIME_DIR, or
+/// "/tmp/airflow-<user id>" where that is not set. Creates it; fails when it belongs to somebody
+/// else or lets others in.
+[[nodiscard]] SocketResult<std::string> runtimeFolder();
+
+}  // namespace airflow::platform
