@@ -12,6 +12,7 @@
 #include "tool/ReplayCommand.h"
 #include "tool/SensorsCommand.h"
 #include "tool/SimulateCommand.h"
+#include "tool/SoakCommand.h"
 
 namespace airflow::tool {
 
@@ -124,6 +125,7 @@ int runTool(std::vector<std::string> arguments, Streams streams) {
     addSensors(app, streams, status);
     addMachines(app, streams);
     addSimulate(app, streams, status);
+    addSoak(app, streams, status);
     std::ranges::reverse(arguments);  // as the parser wants them
     try {
         app.parse(std::move(arguments));
