@@ -1,6 +1,7 @@
 #include "simulation/Oracle.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <bit>
@@ -98,6 +99,8 @@ void Oracle::access(const SMCAccess& access) {
     if (access.operation == Fault::Operation::write) judgeWrite(access);
     const auto key = fanKey(access.key);
     const bool isWrite = access.operation == Fault::Operation::write;
+    const bool isRefused = access.result != 0 || access.kernelReturn != 0;
+    if (isRefused && access.operation != Fault::Operation::read) lastRefusal = mark(access.time);
     if (!isWrite && key && key->first < fans.size()) {
         noteReading(fans[key->first], key->second, access);
     }
@@ -108,20 +111,22 @@ void Oracle::access(const SMCAccess& access) {
 void Oracle::noteReading(Fan& fan, std::string_view kind, const SMCAccess& access) {
     const bool hasFailed = access.result != 0 || access.kernelReturn != 0;
     if (kind == "Md" || kind == "md") {
-        // A write begins with the key's information, and gets no further without it.
+        // Once the daemon listens, its sensors may read a key that its start could not.
+        if (!hasFailed && !isListening) fan.isUnknown = false;
         if (!hasFailed) return;
-        lastRefusal = mark(access.time);
-        if (isListening || exiting) fan.lastRequest = mark(access.time);
-        if (!isListening && !exiting) fan.isUnknown = true;
+        fan.hasFailedProbe = true;
+        // A write begins with the key's information, and gets no further without it.
+        fan.lastRequest = mark(access.time);
     }
-    if (hasFailed || access.operation != Fault::Operation::read) return;
-    if (kind == "Mn") fan.minimum = access.value;
-    if (kind == "Mx") fan.maximum = access.value;
+    const bool isLimit = kind == "Mn" || kind == "Mx";
+    if (!isLimit) return;
+    // A speed that cannot be read is 0.
+    const bool isNumber = !hasFailed && std::isfinite(access.value);
+    const bool isRead = access.operation == Fault::Operation::read;
+    if (hasFailed || isRead) fan.limits.insert(isNumber ? access.value : 0);
 }
 
 void Oracle::judgeWrite(const SMCAccess& access) {
-    const bool isRefused = access.result != 0 || access.kernelReturn != 0;
-    if (isRefused) lastRefusal = mark(access.time);
     lastWrite = mark(access.time);
     const auto key = fanKey(access.key);
     const bool isSwitch = access.value == 0 || access.value == 1;
@@ -137,8 +142,11 @@ void Oracle::judgeWrite(const SMCAccess& access) {
 }
 
 void Oracle::noteModeWrite(Fan& fan, const SMCAccess& access) {
-    if (access.value != 0) return;
     const bool isRefused = access.result != 0 || access.kernelReturn != 0;
+    if (access.value != 0) {
+        fan.isForcedInSecret = isRefused && fan.isForced;
+        return;
+    }
     fan.lastRequest = mark(access.time);
     if (isRefused) {
         ++fan.refusals;
@@ -154,15 +162,15 @@ void Oracle::noteModeWrite(Fan& fan, const SMCAccess& access) {
 void Oracle::judgeTarget(Fan& fan, const SMCAccess& access) {
     fan.targets.insert(access.value);  // the state tells what was written, taken or not
     if (access.value == 0) return;
-    constexpr double rounding = 1;  // RPM: the SMC's numbers are short
     const bool isFinite = std::isfinite(access.value);
-    const bool isWithin =
-        !fan.minimum || !fan.maximum || !(*fan.minimum <= *fan.maximum) ||
-        (access.value >= *fan.minimum - rounding && access.value <= *fan.maximum + rounding);
+    // A control step uses the limits of its own snapshot, which need not be the latest.
+    const double rounding = 1 + std::abs(access.value) * 1e-6;  // the SMC's numbers are short
+    const bool isWithin = fan.limits.empty() || (access.value >= *fan.limits.begin() - rounding &&
+                                                 access.value <= *fan.limits.rbegin() + rounding);
     if (isFinite && isWithin) return;
     fail(Property::onlyAllowedWrites, access.time,
-         fmt::format("{}={} was written; the limits are {} to {}", access.key, access.value,
-                     fan.minimum.value_or(NAN), fan.maximum.value_or(NAN)));
+         fmt::format("{}={} was written; the limits read were {}", access.key, access.value,
+                     fmt::join(fan.limits, ", ")));
 }
 
 void Oracle::modeChanged(Duration time, std::size_t index, FanMode mode) {
@@ -171,14 +179,16 @@ void Oracle::modeChanged(Duration time, std::size_t index, FanMode mode) {
     fan.isForced = mode == FanMode::forced;
     fan.isLiedAbout = false;
     fan.isOvertaken = false;
-    fan.isUnknown = false;
+    fan.isForcedInSecret = false;
     if (mode == FanMode::reclaimed) count("the firmware took a fan back");
     if (!fan.isForced) return;
     fan.forcedSince = time;
-    if (!watchEnded || !isRunning) return;
+    fan.isUnknown = false;
+    const bool isOvertaken = watchEnded || (wasReleasedUnderWay && isControlUnderWay());
+    if (!isOvertaken || !isRunning) return;
     fan.isOvertaken = true;
     count("a claim succeeded after the release that overtook it");
-    if (since(*watchEnded, time) > 12s + perFan) {
+    if (watchEnded && since(*watchEnded, time) > 12s + perFan) {
         fail(Property::releaseLasts, time,
              fmt::format("fan {} was forced {:.2f} s after the last reason to", index,
                          inSeconds(since(*watchEnded, time))));
@@ -188,6 +198,12 @@ void Oracle::modeChanged(Duration time, std::size_t index, FanMode mode) {
 void Oracle::published(Duration time, const control::ControlState& state) {
     if (!state.lastError) return;
     const std::string& error = *state.lastError;
+    if (error.ends_with("released to Auto")) {
+        if (isControlUnderWay())
+            wasReleasedUnderWay = true;
+        else
+            endWatch(time);
+    }
     if (error.starts_with("no heartbeat")) {
         count("the watchdog released fans");
         if (inSeconds(time - lastHeartbeat) + clockForward <= 15) {
@@ -210,6 +226,7 @@ void Oracle::called(Duration time, std::string_view client, const Call& call) {
     if (strangers.contains(std::string(client))) return;
     if (isControl(call.method) && !call.document) {
         watchEnded.reset();
+        wasReleasedUnderWay = false;
         for (auto& [id, command] : commands) command.wasControlUnderWay = true;
         const bool isOthers = std::ranges::any_of(commands, [&](const auto& entry) {
             return isControl(entry.second.method) && entry.second.client != client;
@@ -218,6 +235,8 @@ void Oracle::called(Duration time, std::string_view client, const Call& call) {
     }
     if ((isControl(call.method) && !call.document) || call.method == Method::heartbeat) {
         lastWatch = mark(time);
+    }
+    if (call.method == Method::heartbeat) {
         lastHeartbeat = time;
         clockBack = clockForward = 0;
     }
@@ -246,8 +265,9 @@ void Oracle::replied(Duration time, const Reply& reply) {
     const Command command = found->second;
     commands.erase(found);
     if (isControl(command.method) && !command.isGarbage) {
+        const bool isInForce = reply.result && reply.result->isApplied();
+        if (isInForce) lastHeartbeat = std::max(lastHeartbeat, command.called.time);
         lastWatch = mark(time);  // a plan in force counts as one heard
-        if (watchEnded) watchEnded = mark(time);
     }
     if (command.isGarbage && reply.result && reply.result->xpcCode() == 7) {
         count("garbage was answered with 7");
@@ -259,7 +279,8 @@ void Oracle::judgeState(const Command& question, const Reply& reply, Duration no
     for (const auto& [index, target] : reply.state->targets) {
         const auto fan = static_cast<std::size_t>(index);
         const auto isTold = [&](double written) {
-            return std::abs(written - static_cast<double>(target)) <= 1;
+            const auto told = static_cast<double>(target);
+            return std::abs(written - told) <= 1 + std::abs(told) * 1e-6;
         };
         if (fan < fans.size() && std::ranges::any_of(fans[fan].targets, isTold)) continue;
         fail(Property::stateIsTrue, now,
@@ -270,7 +291,7 @@ void Oracle::judgeState(const Command& question, const Reply& reply, Duration no
     for (std::size_t i = 0; i < fans.size(); ++i) {
         const Fan& fan = fans[i];
         if (!isJudged(fan) || fan.forcedSince >= question.called.time) continue;
-        if (fan.refusals > 0 || !scenario.machine.fans[i].modeKey) continue;
+        if (fan.refusals > 0 || fan.isForcedInSecret || !scenario.machine.fans[i].modeKey) continue;
         fail(Property::stateIsTrue, now, fmt::format("fan {} is held, and the state is idle", i));
     }
 }
@@ -293,7 +314,10 @@ void Oracle::judgeListening(Duration time) {
     lastHeartbeat = time;
     for (auto& [id, command] : commands) command.called = mark(time);
     for (std::size_t i = 0; i < fans.size(); ++i) {
-        if (!isJudged(fans[i]) || !scenario.machine.fans[i].modeKey) continue;
+        const Fan& fan = fans[i];
+        const bool wasTried = !fan.isUnknown || fan.hasFailedProbe;
+        if (!fan.isForced || !scenario.machine.fans[i].modeKey) continue;
+        if (wasTried && !isJudged(fan)) continue;
         fail(Property::recoveryComesFirst, time,
              fmt::format("the daemon listens while fan {} is forced", i));
     }
@@ -309,16 +333,18 @@ void Oracle::judgeFan(std::size_t index, const Fan& fan, Duration now) {
                  fmt::format("fan {} was last asked to go back {:.2f} s ago", index,
                              inSeconds(since(*fan.lastRequest, now))));
         }
-        if (!wasAsked && since(*watchEnded, now) > promptly) {
+        const bool isCommandLast = lastWatch.time > watchEnded->time;
+        const Mark reason = isCommandLast ? lastWatch : *watchEnded;
+        if (!wasAsked && since(reason, now) > promptly) {
             fail(Property::releaseBegins, now,
                  fmt::format("fan {} is forced {:.2f} s after the last reason to", index,
-                             inSeconds(since(*watchEnded, now))));
+                             inSeconds(since(reason, now))));
         }
     }
     const auto silence = 15s + Duration(std::llround(clockBack * 1e9)) + 5s + perFan;
     const bool isPending = fan.lastRequest && fan.lastRequest->time >= fan.forcedSince &&
                            since(*fan.lastRequest, now) <= retryPeriod;
-    if (!isControlUnderWay() && since(lastWatch, now) > silence && !isPending) {
+    if (isListening && !isControlUnderWay() && since(lastWatch, now) > silence && !isPending) {
         fail(Property::silenceEndsControl, now,
              fmt::format("fan {} is forced {:.2f} s after the client was last heard", index,
                          inSeconds(since(lastWatch, now))));
@@ -326,11 +352,6 @@ void Oracle::judgeFan(std::size_t index, const Fan& fan, Duration now) {
 }
 
 void Oracle::second(Duration now, SimulatedMac& mac) {
-    for (const Event& event : scenario.events) {
-        const auto* jump = std::get_if<WallClockJump>(&event);
-        if (!jump || jump->at < now - 1s || jump->at >= now || now == 0s) continue;
-        (jump->seconds < 0 ? clockBack : clockForward) += std::abs(jump->seconds);
-    }
     if (!isRunning || scenario.effectiveUserID != 0) return;
     if (!exiting) {
         for (std::size_t i = 0; i < fans.size(); ++i) judgeFan(i, fans[i], now);
@@ -341,7 +362,7 @@ void Oracle::second(Duration now, SimulatedMac& mac) {
         fail(Property::everyCommandIsAnsweredOnce, now,
              fmt::format("{} has not been answered", nameOf(command.method)));
     }
-    const bool wasRefused = watchEnded && lastRefusal && lastRefusal->time >= watchEnded->time;
+    const bool wasRefused = watchEnded && lastRefusal && since(*lastRefusal, watchEnded->time) < 5s;
     const bool isAnyForced = std::ranges::any_of(fans, [](const Fan& fan) { return fan.isForced; });
     if (watchEnded && !wasRefused && !isAnyForced && !isControlUnderWay() &&
         since(lastWrite, now) > 3s && mac.forceTest()) {
@@ -356,7 +377,9 @@ void Oracle::started(Duration time) {
         fan.targets.clear();
         fan.isOvertaken = false;
         fan.isLiedAbout = false;
-        fan.isUnknown = false;
+        fan.isUnknown = true;
+        fan.hasFailedProbe = false;
+        fan.limits.clear();
         fan.lastRequest.reset();
     }
 }
@@ -406,6 +429,10 @@ void Oracle::disconnected(Duration time, std::string_view client) {
     strangers.erase(std::string(client));
     if (isControlUnderWay()) count("a connection ended during a claim");
     endWatch(time);
+}
+
+void Oracle::clockJumped(Duration, double seconds) {
+    (seconds < 0 ? clockBack : clockForward) += std::abs(seconds);
 }
 
 }  // namespace airflow::simulation

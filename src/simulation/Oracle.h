@@ -48,6 +48,7 @@ public:
     void ended(const ProcessEnd& end) override;
     void connected(concurrency::Duration time, std::string_view client, bool isStranger) override;
     void disconnected(concurrency::Duration time, std::string_view client) override;
+    void clockJumped(concurrency::Duration time, double seconds) override;
 
 private:
     using Duration = concurrency::Duration;
@@ -63,11 +64,12 @@ private:
         std::optional<Mark> lastRequest;  ///< to go back
         int refusals = 0;                 ///< of these in a row
         bool isLiedAbout = false;         ///< the SMC said that it went back
+        bool isForcedInSecret = false;    ///< the SMC refused it, and did it
         bool isOvertaken = false;         ///< forced by a claim after a release
-        bool isUnknown = false;           ///< the daemon could not read its mode key at its start
-        std::optional<double> minimum;    ///< as last read, RPM
-        std::optional<double> maximum;
-        std::set<double> targets;  ///< accepted in this life of the process
+        bool isUnknown = true;            ///< this life of the daemon has not read its mode key
+        bool hasFailedProbe = false;      ///< of its mode key, in this life
+        std::set<double> limits;          ///< as read in this life, RPM
+        std::set<double> targets;         ///< accepted in this life of the process
     };
     struct Command {
         Call::Method method = Call::Method::heartbeat;
@@ -113,6 +115,7 @@ private:
     std::optional<Mark> exiting;  ///< since when
     /// Since when nobody watches: no command has come since.
     std::optional<Mark> watchEnded;
+    bool wasReleasedUnderWay = false;  ///< by a safety check, during a command
     std::optional<Mark> lastRefusal;
     Mark lastWrite{};
     Mark lastWatch{};          ///< heartbeat or command

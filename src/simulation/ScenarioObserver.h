@@ -51,6 +51,7 @@ public:
     virtual void signalled(concurrency::Duration, daemon::Signal) {}
     virtual void ended(const ProcessEnd&) {}
     virtual void connected(concurrency::Duration, std::string_view, bool /*isStranger*/) {}
+    virtual void clockJumped(concurrency::Duration, double /*seconds*/) {}
     virtual void disconnected(concurrency::Duration, std::string_view) {}
 };
 

@@ -120,6 +120,7 @@ void ScenarioRun::perform(const Event& event) {
     }
     if (const auto* jump = std::get_if<WallClockJump>(&event)) {
         dateOffset += concurrency::Seconds(jump->seconds);
+        observer.clockJumped(now(), jump->seconds);
         if (daemon) daemon->runtime.jumpDate(concurrency::Seconds(jump->seconds));
     }
 }
