@@ -118,6 +118,7 @@ void Oracle::noteReading(Fan& fan, std::string_view kind, const SMCAccess& acces
         // A write begins with the key's information, and gets no further without it.
         fan.lastRequest = mark(access.time);
     }
+    if (kind == "Tg" && hasFailed) fan.hasUnwrittenTarget = true;
     const bool isLimit = kind == "Mn" || kind == "Mx";
     if (!isLimit) return;
     // A speed that cannot be read is 0.
@@ -182,7 +183,7 @@ void Oracle::modeChanged(Duration time, std::size_t index, FanMode mode) {
     fan.isForcedInSecret = false;
     if (mode == FanMode::reclaimed) count("the firmware took a fan back");
     if (!fan.isForced) return;
-    fan.forcedSince = time;
+    fan.forcedSince = mark(time);
     fan.isUnknown = false;
     const bool isOvertaken = watchEnded || (wasReleasedUnderWay && isControlUnderWay());
     if (!isOvertaken || !isRunning) return;
@@ -198,15 +199,16 @@ void Oracle::modeChanged(Duration time, std::size_t index, FanMode mode) {
 void Oracle::published(Duration time, const control::ControlState& state) {
     if (!state.lastError) return;
     const std::string& error = *state.lastError;
-    if (error.ends_with("released to Auto")) {
-        if (isControlUnderWay())
-            wasReleasedUnderWay = true;
-        else
-            endWatch(time);
-    }
+    const bool isReleased = error.ends_with("released to Auto");
+    if (isReleased && !isControlUnderWay()) endWatch(time);
+    // A refusal hides the message of the safety check.
+    const bool isRelease = isReleased || error.starts_with("failed to restore Auto");
+    if (isRelease && isControlUnderWay()) wasReleasedUnderWay = true;
     if (error.starts_with("no heartbeat")) {
         count("the watchdog released fans");
-        if (inSeconds(time - lastHeartbeat) + clockForward <= 15) {
+        // The silence may have ended after the release began.
+        const bool wasSilent = longSilence && since(*longSilence, time) < 3s;
+        if (!wasSilent && inSeconds(time - lastHeartbeat) + clockForward <= 15) {
             fail(Property::reasonsAreTrue, time, "the client had been heard: " + error);
         }
     }
@@ -237,6 +239,7 @@ void Oracle::called(Duration time, std::string_view client, const Call& call) {
         lastWatch = mark(time);
     }
     if (call.method == Method::heartbeat) {
+        if (inSeconds(time - lastHeartbeat) + clockForward > 15) longSilence = mark(time);
         lastHeartbeat = time;
         clockBack = clockForward = 0;
     }
@@ -282,6 +285,7 @@ void Oracle::judgeState(const Command& question, const Reply& reply, Duration no
             const auto told = static_cast<double>(target);
             return std::abs(written - told) <= 1 + std::abs(told) * 1e-6;
         };
+        if (fan < fans.size() && fans[fan].hasUnwrittenTarget) continue;
         if (fan < fans.size() && std::ranges::any_of(fans[fan].targets, isTold)) continue;
         fail(Property::stateIsTrue, now,
              fmt::format("fan {} was never told to turn at {} RPM", index, target));
@@ -290,7 +294,7 @@ void Oracle::judgeState(const Command& question, const Reply& reply, Duration no
     if (!isIdle || question.wasControlUnderWay || scenario.effectiveUserID != 0) return;
     for (std::size_t i = 0; i < fans.size(); ++i) {
         const Fan& fan = fans[i];
-        if (!isJudged(fan) || fan.forcedSince >= question.called.time) continue;
+        if (!isJudged(fan) || since(fan.forcedSince, question.called.time) < 2s) continue;
         if (fan.refusals > 0 || fan.isForcedInSecret || !scenario.machine.fans[i].modeKey) continue;
         fail(Property::stateIsTrue, now, fmt::format("fan {} is held, and the state is idle", i));
     }
@@ -326,7 +330,7 @@ void Oracle::judgeListening(Duration time) {
 void Oracle::judgeFan(std::size_t index, const Fan& fan, Duration now) {
     if (!isJudged(fan) || !scenario.machine.fans[index].modeKey) return;
     const bool wasAsked = watchEnded && fan.lastRequest &&
-                          fan.lastRequest->time >= std::max(watchEnded->time, fan.forcedSince);
+                          fan.lastRequest->time >= std::max(watchEnded->time, fan.forcedSince.time);
     if (watchEnded && !isControlUnderWay()) {
         if (wasAsked && since(*fan.lastRequest, now) > retryPeriod) {
             fail(Property::releaseIsRetried, now,
@@ -342,7 +346,7 @@ void Oracle::judgeFan(std::size_t index, const Fan& fan, Duration now) {
         }
     }
     const auto silence = 15s + Duration(std::llround(clockBack * 1e9)) + 5s + perFan;
-    const bool isPending = fan.lastRequest && fan.lastRequest->time >= fan.forcedSince &&
+    const bool isPending = fan.lastRequest && fan.lastRequest->time >= fan.forcedSince.time &&
                            since(*fan.lastRequest, now) <= retryPeriod;
     if (isListening && !isControlUnderWay() && since(lastWatch, now) > silence && !isPending) {
         fail(Property::silenceEndsControl, now,
@@ -380,6 +384,7 @@ void Oracle::started(Duration time) {
         fan.isUnknown = true;
         fan.hasFailedProbe = false;
         fan.limits.clear();
+        fan.hasUnwrittenTarget = false;
         fan.lastRequest.reset();
     }
 }

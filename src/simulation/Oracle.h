@@ -60,7 +60,7 @@ private:
     };
     struct Fan {
         bool isForced = false;
-        Duration forcedSince{};
+        Mark forcedSince{};
         std::optional<Mark> lastRequest;  ///< to go back
         int refusals = 0;                 ///< of these in a row
         bool isLiedAbout = false;         ///< the SMC said that it went back
@@ -69,6 +69,7 @@ private:
         bool isUnknown = true;            ///< this life of the daemon has not read its mode key
         bool hasFailedProbe = false;      ///< of its mode key, in this life
         std::set<double> limits;          ///< as read in this life, RPM
+        bool hasUnwrittenTarget = false;  ///< whose write did not reach the SMC, in this life
         std::set<double> targets;         ///< accepted in this life of the process
     };
     struct Command {
@@ -118,9 +119,10 @@ private:
     bool wasReleasedUnderWay = false;  ///< by a safety check, during a command
     std::optional<Mark> lastRefusal;
     Mark lastWrite{};
-    Mark lastWatch{};          ///< heartbeat or command
-    Duration lastHeartbeat{};  ///< or command, by when it was sent
-    double clockBack = 0;      ///< seconds, since lastWatch
+    Mark lastWatch{};                 ///< heartbeat or command
+    Duration lastHeartbeat{};         ///< or command, by when it was sent
+    std::optional<Mark> longSilence;  ///< the end of the last that was too long
+    double clockBack = 0;             ///< seconds, since lastWatch
     double clockForward = 0;
     std::map<std::uint64_t, Command> commands;  ///< not answered yet
     std::set<std::string> strangers;
