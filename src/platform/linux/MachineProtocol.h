@@ -82,15 +82,19 @@ public:
     void put(const T& value) {
         bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
     }
-    void put(sensors::HIDObject object) { put(std::bit_cast<std::uint64_t>(object)); }
+    // A template, as is the optional text, so that nothing is converted to it: a literal is a text.
+    template <std::same_as<sensors::HIDObject> Object>
+    void put(Object object) {
+        put(std::bit_cast<std::uint64_t>(object));
+    }
     void put(std::string_view text) {
         putCount(text.size());
         bytes.append(text);
     }
-    void put(const std::string& text) { put(std::string_view(text)); }
-    void put(const std::optional<std::string>& text) {
+    template <std::same_as<std::optional<std::string>> Text>
+    void put(const Text& text) {
         put(std::uint8_t{text.has_value()});
-        put(text.value_or(std::string()));
+        put(text ? std::string_view(*text) : std::string_view());
     }
     void put(const sensors::HIDObjects::Entry& entry) {
         put(entry.name);
