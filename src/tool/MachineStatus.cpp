@@ -40,6 +40,10 @@ void writeFans(std::ostream& out, const std::vector<MachineStatus::Fan>& fans) {
 }
 
 void writeTemperatures(std::ostream& out, const MachineStatus& status) {
+    if (status.smc.empty() && (!status.hid || status.hid->empty())) {
+        out << "no temperatures\n";
+        return;
+    }
     Table table({{"temperature"}, {"source"}, {"°C", Table::Align::right}});
     for (const auto& [label, celsius] : status.hid.value_or(Temperatures{})) {
         table.add({printable(label), "HID", fmt::format("{:.2f}", celsius)});
