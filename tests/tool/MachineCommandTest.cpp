@@ -103,7 +103,7 @@ TEST_F(MachineCommandTest, endsWhileSomebodyIsConnectedAndAnAnswerIsHeldBack) {
     smc::SMCRequests requests(remote.smc());
     ASSERT_TRUE(requests.open());
     std::thread stuck([&requests] { EXPECT_EQ(requests.tryReadValue("FNum"), std::nullopt); });
-    while (status().smcRequests < 3) std::this_thread::yield();
+    while (status().smcRequests < 4) std::this_thread::yield();
     machine.signal(SIGTERM);
     EXPECT_EQ(machine.wait(), 0);
     stuck.join();

@@ -74,7 +74,8 @@ void MachineServer::serve(Client& client) {
         while (const auto request = receiveMessage(client.connection)) {
             auto answer = session.perform(*request);
             if (!answer) break;
-            if (answer->latency > Duration::zero()) holdBack(client.connection, answer->latency);
+            const bool isLate = answer->latency > Duration::zero();
+            if (isLate && !holdBack(client.connection, answer->latency)) break;
             if (answer->message.isEmpty()) continue;
             if (!sendMessage(client.connection, answer->message)) break;
         }
@@ -84,13 +85,13 @@ void MachineServer::serve(Client& client) {
     client.hasEnded = true;
 }
 
-/// Less long when the peer or the server goes.
-void MachineServer::holdBack(const FileDescriptor& connection, Duration latency) {
+/// False when the peer or the server goes before the time is up: nobody is answered too early.
+bool MachineServer::holdBack(const FileDescriptor& connection, Duration latency) {
     const auto seconds = std::chrono::floor<std::chrono::seconds>(latency);
     const timespec time{.tv_sec = seconds.count(), .tv_nsec = (latency - seconds).count()};
     std::array<pollfd, 2> asked{{{.fd = ending.get(), .events = POLLIN, .revents = 0},
                                  {.fd = connection.get(), .events = POLLRDHUP, .revents = 0}}};
-    (void)ppoll(asked.data(), asked.size(), &time, nullptr);  // whatever it returns, time is up
+    return ppoll(asked.data(), asked.size(), &time, nullptr) == 0;
 }
 
 void MachineServer::forgetEnded() {

@@ -40,7 +40,7 @@ private:
     };
 
     void serve(Client& client);
-    void holdBack(const FileDescriptor& connection, concurrency::Duration latency);
+    [[nodiscard]] bool holdBack(const FileDescriptor& connection, concurrency::Duration latency);
     void forgetEnded();
 
     ServedMachine& machine;
