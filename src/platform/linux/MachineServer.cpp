@@ -89,8 +89,9 @@ void MachineServer::serve(Client& client) {
 bool MachineServer::holdBack(const FileDescriptor& connection, Duration latency) {
     const auto seconds = std::chrono::floor<std::chrono::seconds>(latency);
     const timespec time{.tv_sec = seconds.count(), .tv_nsec = (latency - seconds).count()};
+    // No event need be named for a peer that hung up.
     std::array<pollfd, 2> asked{{{.fd = ending.get(), .events = POLLIN, .revents = 0},
-                                 {.fd = connection.get(), .events = POLLRDHUP, .revents = 0}}};
+                                 {.fd = connection.get(), .events = 0, .revents = 0}}};
     return ppoll(asked.data(), asked.size(), &time, nullptr) == 0;
 }
 
