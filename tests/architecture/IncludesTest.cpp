@@ -27,7 +27,7 @@ const std::map<std::string, Rooms>& allowed() {
         {"evaluation", {"concurrency", "plan", "sensors"}},
         {"control", {"concurrency", "json", "plan", "smc", "sensors", "evaluation"}},
         {"daemon", {"concurrency", "json", "plan", "smc", "sensors", "evaluation", "control"}},
-        {"platform", {"concurrency", "smc", "sensors", "control", "daemon"}},
+        {"platform", {"concurrency", "json", "smc", "sensors", "control", "daemon"}},
         {"simulation",
          {"concurrency", "json", "plan", "smc", "sensors", "evaluation", "control", "daemon"}},
         {"client", {"concurrency", "json", "plan", "control", "daemon"}},

@@ -1,0 +1,184 @@
+#include "platform/linux/LocalConnection.h"
+
+#include <sys/epoll.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <utility>
+
+#include "daemon/FanHelperService.h"
+
+namespace airflow::platform {
+
+LocalConnection::LocalConnection(std::uint64_t id, FileDescriptor connected,
+                                 std::shared_ptr<AnswerBox> answers, const PeerCheck& isWelcome)
+    : number(id), socket(std::move(connected)), box(std::move(answers)), welcome(isWelcome) {}
+
+LocalConnection::~LocalConnection() {
+    stopReceiving();
+}
+
+void LocalConnection::setCodeSigningRequirement(std::string_view) {
+    const auto peer = peerOf(socket);
+    isStranger = !peer || !welcome(*peer);
+}
+
+void LocalConnection::setInvalidationHandler(std::function<void()> handler) {
+    invalidationHandler = std::move(handler);
+}
+
+void LocalConnection::resume() {
+    isReceiving = true;
+    if (!isStranger) return;
+    refuse({.id = {}, .reason = "The daemon takes commands from its own user and from root only."});
+    stopReceiving();
+    flush();
+}
+
+std::uint32_t LocalConnection::interest() const {
+    std::uint32_t events = 0;
+    if (isReceiving && !isBusy()) events |= EPOLLIN;
+    if (hasUnsent()) events |= EPOLLOUT;
+    return events;
+}
+
+bool LocalConnection::hasEnded() const {
+    const bool isWaitedFor = unanswered > 0 || hasUnsent();
+    return isBroken || (!isReceiving && !isWaitedFor);
+}
+
+void LocalConnection::handle(std::uint32_t events) {
+    if ((events & EPOLLIN) != 0 && (interest() & EPOLLIN) != 0)
+        receive();
+    else if ((events & (EPOLLHUP | EPOLLERR)) != 0)
+        breakOff();
+    flush();
+}
+
+void LocalConnection::take(const AnswerBox::Answer& answer) {
+    if (answer.heartbeats > 0) {
+        isAsking = false;
+        unheard -= answer.heartbeats;
+    } else {
+        --unanswered;
+        write(answer.line);
+    }
+    deliver();
+    flush();
+}
+
+void LocalConnection::receive() {
+    std::array<char, 65536> chunk;  // NOLINT(*-member-init): recv() fills it
+    const ssize_t count = recv(socket.get(), chunk.data(), chunk.size(), MSG_DONTWAIT);
+    if (count > 0) {
+        lines.append({chunk.data(), static_cast<std::size_t>(count)});
+        deliver();
+    } else if (count == 0) {
+        if (lines.hasRest()) refuse({.id = {}, .reason = "The last line has no newline."});
+        stopReceiving();
+    } else if (errno != EAGAIN && errno != EINTR) {
+        breakOff();
+    }
+}
+
+/// All that has arrived, as far as the client may have so much under way.
+void LocalConnection::deliver() {
+    while (isReceiving && !isBusy()) {
+        const auto line = lines.next();
+        if (!line) break;
+        deliver(*line);
+    }
+    if (isReceiving && lines.isTooLong()) {
+        refuse({.id = {}, .reason = "The line has more than 1048576 bytes."});
+        stopReceiving();
+    }
+    if (isReceiving && isBusy() && unheard > 0 && !isAsking) askWhenHeard();
+}
+
+void LocalConnection::deliver(std::string_view line) {
+    auto call = HelperProtocol::parse(line);
+    if (!call)
+        refuse(call.error());
+    else if (call->method == HelperMethod::heartbeat)
+        carryOutHeartbeat();
+    else
+        carryOut(std::move(*call));
+}
+
+void LocalConnection::carryOut(HelperCall call) {
+    ++unanswered;
+    const std::int64_t id = *call.id;
+    const auto reply = [answers = box, connection = number](std::string line) {
+        answers->put({.connection = connection, .line = std::move(line)});
+    };
+    const auto code = [=](std::int64_t result) { reply(HelperProtocol::code(id, result)); };
+    const auto acknowledge = [=] { reply(HelperProtocol::acknowledgement(id)); };
+    switch (call.method) {
+        case HelperMethod::helperVersion:
+            service->helperVersion(
+                [=](std::string_view text) { reply(HelperProtocol::version(id, text)); });
+            break;
+        case HelperMethod::shutdownForUpgrade: service->shutdownForUpgrade(acknowledge); break;
+        case HelperMethod::setManualRPM: service->setManualRPM(call.fan, call.rpm, code); break;
+        case HelperMethod::setPercent: service->setPercent(call.fan, call.percent, code); break;
+        case HelperMethod::fullBlast: service->fullBlast(code); break;
+        case HelperMethod::automatic: service->automatic(code); break;
+        case HelperMethod::applyConfig: service->applyConfig(std::move(call.plan), code); break;
+        case HelperMethod::restoreAuto: service->restoreAuto(acknowledge); break;
+        case HelperMethod::readState:
+            service->readState(
+                [=](std::string_view bytes) { reply(HelperProtocol::state(id, bytes)); });
+            break;
+        case HelperMethod::heartbeat: break;  // has no answer: carryOutHeartbeat()
+    }
+}
+
+void LocalConnection::carryOutHeartbeat() {
+    ++unheard;
+    service->heartbeat();
+}
+
+/// Nobody says when a heartbeat was heard. A question that comes after it is answered after it (but
+/// for a few that other threads were about to hear), so a flood of heartbeats is bounded, too.
+void LocalConnection::askWhenHeard() {
+    isAsking = true;
+    service->readState([answers = box, connection = number, count = unheard](std::string_view) {
+        answers->put({.connection = connection, .line = {}, .heartbeats = count});
+    });
+}
+
+void LocalConnection::refuse(const HelperRefusal& refusal) {
+    write(HelperProtocol::error(refusal));
+}
+
+void LocalConnection::write(std::string_view line) {
+    if (!isBroken) outgoing += line;
+}
+
+void LocalConnection::flush() {
+    while (hasUnsent() && !isBroken) {
+        const ssize_t count = send(socket.get(), outgoing.data() + sent, outgoing.size() - sent,
+                                   MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (count >= 0)
+            sent += static_cast<std::size_t>(count);
+        else if (errno == EAGAIN)
+            break;
+        else if (errno != EINTR)
+            breakOff();
+    }
+    outgoing.erase(0, std::exchange(sent, 0));
+    if (outgoing.size() > unreadLimit) breakOff();
+}
+
+void LocalConnection::stopReceiving() {
+    isReceiving = false;
+    if (const auto handler = std::exchange(invalidationHandler, {})) handler();
+}
+
+void LocalConnection::breakOff() {
+    isBroken = true;
+    stopReceiving();
+}
+
+}  // namespace airflow::platform
