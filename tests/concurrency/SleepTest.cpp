@@ -72,6 +72,31 @@ TEST_F(SleepTest, ofNoLengthLetsOthersIn) {
     EXPECT_EQ(runtime.now().time_since_epoch(), 0s);
 }
 
+Task<void> blockFor(simulation::SimulatedRuntime& runtime, Duration duration, CancelToken token,
+                    std::optional<Duration>& end) {
+    co_await runtime.blockingSleep(duration, token);
+    end = runtime.now().time_since_epoch();
+}
+
+TEST_F(SleepTest, thatBlocksEndsEarlierWhenItIsCancelled) {
+    std::optional<Duration> end;
+    start(blockFor(runtime, 3s, source.token(), end));
+    runtime.advance(1s);
+    EXPECT_EQ(end, std::nullopt);
+    source.cancel();
+    runtime.settle();
+    EXPECT_EQ(end, Duration(1s));
+    runtime.advance(5s);
+    EXPECT_EQ(end, Duration(1s));
+}
+
+TEST_F(SleepTest, thatBlocksIsOverAtOnceWhenItWasCancelledBefore) {
+    std::optional<Duration> end;
+    source.cancel();
+    start(blockFor(runtime, 3s, source.token(), end));
+    EXPECT_EQ(end, Duration(0s));
+}
+
 TEST_F(SleepTest, mayBeEndless) {
     runtime.advance(1s);
     start(sleep(Duration::max(), source.token()));
