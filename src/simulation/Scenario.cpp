@@ -6,6 +6,7 @@
 #include <array>
 #include <cmath>
 
+#include "json/Writer.h"
 #include "simulation/ScenarioDecoding.h"
 
 namespace airflow::simulation {
@@ -108,6 +109,13 @@ Call::Method decodeMethod(const Decoder& decoder) {
 
 }  // namespace
 
+std::string planDocument(const Call& call) {
+    if (call.document) return *call.document;
+    json::Writer writer;
+    writer.write(call.plan);
+    return writer.take().value_or("");  // numbers that have no JSON form make no plan
+}
+
 std::string_view nameOf(Call::Method method) {
     return std::ranges::find(methodNames, method, [](const auto& row) { return row.first; })
         ->second;
@@ -115,47 +123,111 @@ std::string_view nameOf(Call::Method method) {
 
 namespace {
 
+std::string clientOf(const Decoder& decoder) {
+    return decoder.optional<std::string>("client").value_or(onlyClient);
+}
+
+/// Returns the name of the file that the plan is in, if it is in one.
+std::string decodePlan(const Decoder& decoder, plan::FanControlPlan& plan) {
+    std::string file;
+    decoder.member("plan", [&](const Decoder& member) {
+        const bool isFile = member.kind() == json::Document::Kind::text;
+        if (isFile)
+            file = member.text();
+        else
+            plan = member.value<plan::FanControlPlan>();
+    });
+    return file;
+}
+
+ProcessEvent::Kind decodeSignal(const Decoder& decoder) {
+    const std::string name = decoder.text();
+    if (name == "SIGTERM") return ProcessEvent::Kind::terminate;
+    if (name != "SIGINT") decoder.fail("Expected \"SIGTERM\" or \"SIGINT\".");
+    return ProcessEvent::Kind::interrupt;
+}
+
+void requireTrue(const Decoder& decoder) {
+    if (!decoder.boolean()) decoder.fail("Expected true.");
+}
+
 /// A call, and the name of the file that its plan is in, if it is in one.
 std::pair<Call, std::string> decodeCall(const Decoder& decoder) {
     std::pair<Call, std::string> result{{.at = requiredSeconds(decoder, "at")}, {}};
     Call& call = result.first;
     decoder.member("call", [&](const Decoder& name) { call.method = decodeMethod(name); });
+    call.client = clientOf(decoder);
     switch (call.method) {
         case Call::Method::setManualRPM:
-            decoder.onlyKeys({"at", "call", "fan", "rpm"});
+            decoder.onlyKeys({"at", "client", "call", "fan", "rpm"});
             call.fan = decoder.required<std::int64_t>("fan");
             call.rpm = decoder.required<std::int64_t>("rpm");
             break;
         case Call::Method::setPercent:
-            decoder.onlyKeys({"at", "call", "fan", "percent"});
+            decoder.onlyKeys({"at", "client", "call", "fan", "percent"});
             call.fan = decoder.required<std::int64_t>("fan");
             call.percent = decoder.required<double>("percent");
             break;
         case Call::Method::applyConfig:
-            decoder.onlyKeys({"at", "call", "plan"});
-            decoder.member("plan", [&](const Decoder& plan) {
-                const bool isFile = plan.kind() == json::Document::Kind::text;
-                if (isFile)
-                    result.second = plan.text();
-                else
-                    call.plan = plan.value<plan::FanControlPlan>();
-            });
+            decoder.onlyKeys({"at", "client", "call", "plan", "document"});
+            call.document = decoder.optional<std::string>("document");
+            if (!call.document) result.second = decodePlan(decoder, call.plan);
             break;
-        default: decoder.onlyKeys({"at", "call"});
+        default: decoder.onlyKeys({"at", "client", "call"});
     }
     return result;
 }
 
+ConnectionChange decodeConnectionChange(const Decoder& decoder, ConnectionChange::Kind kind) {
+    const bool isOpened = kind == ConnectionChange::Kind::connect;
+    if (isOpened)
+        decoder.onlyKeys({"at", "connect", "stranger"});
+    else
+        decoder.onlyKeys({"at", "disconnect"});
+    ConnectionChange change{.at = requiredSeconds(decoder, "at"), .kind = kind};
+    change.client = decoder.required<std::string>(isOpened ? "connect" : "disconnect");
+    if (isOpened) change.isStranger = decoder.optional<bool>("stranger").value_or(false);
+    return change;
+}
+
+ProcessEvent decodeProcessEvent(const Decoder& decoder, std::string_view key) {
+    ProcessEvent event{.at = requiredSeconds(decoder, "at"), .kind = ProcessEvent::Kind::start};
+    if (key == "start") {
+        decoder.onlyKeys({"at", "start"});
+        decoder.member(key, [](const Decoder& start) { requireTrue(start); });
+        return event;
+    }
+    decoder.onlyKeys({"at", key, "afterSteps"});
+    decoder.member(key, [&](const Decoder& member) {
+        event.kind = key == "kill" ? ProcessEvent::Kind::kill : decodeSignal(member);
+        if (key == "kill") requireTrue(member);
+    });
+    ifPresent(decoder, "afterSteps", [&](const Decoder& steps) {
+        event.afterSteps = bounded<std::uint64_t>(steps, 0, 1'000'000'000);
+    });
+    return event;
+}
+
+bool has(const Decoder& decoder, std::string_view key) {
+    bool isThere = false;
+    ifPresent(decoder, key, [&isThere](const Decoder&) { isThere = true; });
+    return isThere;
+}
+
 Event decodeOtherEvent(const Decoder& decoder) {
-    bool isJump = false;
-    ifPresent(decoder, "wallClockJump", [&isJump](const Decoder&) { isJump = true; });
+    using Kind = ConnectionChange::Kind;
+    if (has(decoder, "connect")) return decodeConnectionChange(decoder, Kind::connect);
+    if (has(decoder, "disconnect")) return decodeConnectionChange(decoder, Kind::disconnect);
+    for (const std::string_view key : {"signal", "kill", "start"}) {
+        if (has(decoder, key)) return decodeProcessEvent(decoder, key);
+    }
     const Duration at = requiredSeconds(decoder, "at");
-    if (isJump) {
+    if (has(decoder, "wallClockJump")) {
         decoder.onlyKeys({"at", "wallClockJump"});
         return WallClockJump{.at = at, .seconds = decoder.required<double>("wallClockJump")};
     }
-    decoder.onlyKeys({"at", "heartbeatEvery", "until"});
-    Heartbeats beats{.at = at};
+    decoder.onlyKeys({"at", "client", "heartbeatEvery", "until"});
+    Heartbeats beats{.at = at, .client = clientOf(decoder)};
     decoder.member("heartbeatEvery", [&beats](const Decoder& every) {
         beats.every = seconds(every);
         if (beats.every == Duration::zero()) every.fail("Expected more than 0 seconds.");
@@ -165,9 +237,7 @@ Event decodeOtherEvent(const Decoder& decoder) {
 }
 
 void decodeEvent(const Decoder& decoder, Scenario& scenario) {
-    bool isCall = false;
-    ifPresent(decoder, "call", [&isCall](const Decoder&) { isCall = true; });
-    if (!isCall) {
+    if (!has(decoder, "call")) {
         scenario.events.push_back(decodeOtherEvent(decoder));
         return;
     }

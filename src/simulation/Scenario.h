@@ -41,7 +41,11 @@ struct FirmwareChange {
     double value = 0;
 };
 
-/// One command, by the name that the command surface gives it.
+/// The client of events that name none.
+inline constexpr const char* onlyClient = "app";
+
+/// One command, by the name that the command surface gives it. A client that is not connected
+/// connects first.
 struct Call {
     enum class Method : std::uint8_t {
         setManualRPM,
@@ -57,16 +61,22 @@ struct Call {
     };
 
     concurrency::Duration at{};
+    std::string client = onlyClient;
     Method method = Method::heartbeat;
     std::int64_t fan = 0;
     std::int64_t rpm = 0;
     double percent = 0;
     plan::FanControlPlan plan{};
+    std::optional<std::string> document{};  ///< instead of the plan: what is sent, whatever it is
 };
+
+/// What applyConfig sends: JSON, unless the call has a document of another kind.
+[[nodiscard]] std::string planDocument(const Call& call);
 
 /// Heartbeats at `at`, `at` + `every`, and so on, up to and with `until`.
 struct Heartbeats {
     concurrency::Duration at{};
+    std::string client = onlyClient;
     concurrency::Duration every{};
     concurrency::Duration until{};
 };
@@ -76,7 +86,27 @@ struct WallClockJump {
     double seconds = 0;
 };
 
-using Event = std::variant<Call, Heartbeats, WallClockJump>;
+/// A client opens its connection, or ends it, as it does when it is killed.
+struct ConnectionChange {
+    enum class Kind : std::uint8_t { connect, disconnect };
+
+    concurrency::Duration at{};
+    Kind kind = Kind::connect;
+    std::string client = onlyClient;
+    bool isStranger = false;  ///< not who the daemon asks for
+};
+
+/// Something happens to the daemon's process: a signal, or a start while none runs.
+struct ProcessEvent {
+    enum class Kind : std::uint8_t { terminate, interrupt, kill, start };
+
+    concurrency::Duration at{};
+    Kind kind = Kind::terminate;
+    /// So many steps of the process later, wherever it is then. Not of a start.
+    std::uint64_t afterSteps = 0;
+};
+
+using Event = std::variant<Call, Heartbeats, WallClockJump, ConnectionChange, ProcessEvent>;
 
 struct Scenario {
     MachineDescription machine{};

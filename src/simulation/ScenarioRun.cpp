@@ -4,17 +4,15 @@
 #include <chrono>
 #include <utility>
 
+#include "json/Decoder.h"
+#include "json/Writer.h"
+
 namespace airflow::simulation {
 
 namespace {
 
 using concurrency::Duration;
-using concurrency::Instant;
 using namespace std::chrono_literals;
-
-constexpr const char* onlyClient = "app";
-/// Between the answer to shutdownForUpgrade and the end, so that the answer can leave.
-constexpr auto farewell = 200ms;
 
 void update(Temperatures& temperatures, const std::string& name, std::optional<double> celsius) {
     const auto found = std::ranges::find(temperatures, name, &Temperatures::value_type::first);
@@ -27,155 +25,241 @@ void update(Temperatures& temperatures, const std::string& name, std::optional<d
     }
 }
 
+/// Another schedule for each life; in turns stays in turns.
+std::uint64_t seedOfLife(std::uint64_t seed, std::uint64_t life) {
+    return seed == 0 ? 0 : seed + life * 0x9E3779B97F4A7C15U;
+}
+
+/// Of what is done in one moment: what the machine does comes before a look at it, and what clients
+/// do behind that.
+enum Order { machine, sample, event };
+
 }  // namespace
 
-ScenarioRun::ScenarioRun(const Scenario& played, ScenarioObserver& told, std::uint64_t seed)
+ScenarioRun::ScenarioRun(const Scenario& played, ScenarioObserver& told, std::uint64_t scheduleSeed)
     : scenario(played),
       observer(told),
-      system(played.machine,
-             {.seed = seed, .jitter = played.jitter, .effectiveUserID = played.effectiveUserID}),
+      seed(scheduleSeed),
+      mac(played.machine, [this] { return now(); }, {.jitter = played.jitter, .seed = seed}),
       lastHID(played.machine.hid.value_or(Temperatures{})) {
-    for (const Fault& fault : scenario.faults) system.mac.smc().add(fault);
-    if (scenario.thermal) {
-        system.mac.follow(ThermalModel(scenario.thermal->load, scenario.thermal->ambient));
-    }
-    system.mac.smc().observer = [this](const SMCAccess& access) { observer.access(access); };
-    system.mac.modeObserver = [this](std::size_t fan, FanMode mode) {
-        observer.modeChanged(system.elapsed(), fan, mode);
-    };
-    system.standardError.listener = [this](std::string_view line) {
-        observer.logged(system.elapsed(), line);
-    };
+    connectMachine();
 }
 
 ScenarioRun::~ScenarioRun() {
-    system.runtime.abandon();
+    clients.clear();
+    daemon.reset();
+}
+
+void ScenarioRun::connectMachine() {
+    for (const Fault& fault : scenario.faults) mac.smc().add(fault);
+    if (scenario.thermal) {
+        mac.follow(ThermalModel(scenario.thermal->load, scenario.thermal->ambient));
+    }
+    mac.smc().observer = [this](const SMCAccess& access) { observer.access(access); };
+    mac.modeObserver = [this](std::size_t fan, FanMode mode) {
+        observer.modeChanged(now(), fan, mode);
+    };
+    standardError.listener = [this](std::string_view line) { observer.logged(now(), line); };
+}
+
+Duration ScenarioRun::now() const {
+    return daemon ? daemon->runtime.now().time_since_epoch() : machineTime;
+}
+
+std::uint64_t ScenarioRun::fingerprint() const {
+    const std::uint64_t last = daemon ? daemon->runtime.fingerprint() : 0;
+    return (endedLives ^ last) * 1099511628211U;
 }
 
 void ScenarioRun::play(Duration length) {
-    observer.second(Duration::zero(), system.mac);  // before anything can change
-    system.runtime.detach("states", watchStates(*this));
-    system.runtime.detach("seconds", watchSeconds(*this));
-    system.runtime.run(recover(*this));
-    system.runtime.detach("temperatures", changeTemperatures(*this));
-    system.runtime.detach("firmware", changeFirmware(*this));
+    observer.second(Duration::zero(), mac);  // before anything can change
+    scheduleAll();
+    startDaemon();
+    while (!actions.empty() && actions.begin()->first.first <= length) {
+        runTo(actions.begin()->first.first);
+        const auto next = actions.extract(actions.begin());
+        next.mapped()();
+    }
+    runTo(length);
+}
+
+void ScenarioRun::schedule(Duration at, int order, Action action) {
+    actions.emplace(std::pair(at, order), std::move(action));
+}
+
+void ScenarioRun::scheduleAll() {
+    for (const TemperatureChange& each : scenario.temperatures) {
+        schedule(each.at, machine, [this, &each] { apply(each); });
+    }
+    for (const FirmwareChange& each : scenario.firmware) {
+        schedule(each.at, machine, [this, &each] { mac.smc().poke(each.key, each.value); });
+    }
     for (const Event& event : scenario.events) {
-        system.runtime.detach("event", performEvent(*this, event));
+        const Duration at = std::visit([](const auto& each) { return each.at; }, event);
+        schedule(at, Order::event, [this, &event] { perform(event); });
     }
-    system.runtime.advance(std::max(length - system.elapsed(), Duration::zero()));
+    watchSeconds(1s);
 }
 
-concurrency::Task<void> ScenarioRun::sleepUntil(Duration time) {
-    (void)co_await system.runtime.sleepUntil(Instant(time));  // nobody cancels it
+void ScenarioRun::watchSeconds(Duration at) {
+    schedule(at, sample, [this, at] {
+        observer.second(at, mac);
+        watchSeconds(at + 1s);
+    });
 }
 
-concurrency::Task<void> ScenarioRun::watchStates(ScenarioRun& run) {
-    for (;;) {
-        const auto state = co_await run.system.controller->stateStream().next();
-        if (!state) co_return;
-        run.observer.published(run.system.elapsed(), *state);
+void ScenarioRun::perform(const Event& event) {
+    if (const auto* call = std::get_if<Call>(&event)) send(*call);
+    if (const auto* beats = std::get_if<Heartbeats>(&event)) beat(*beats, beats->at);
+    if (const auto* process = std::get_if<ProcessEvent>(&event)) deliver(*process);
+    if (const auto* client = std::get_if<ConnectionChange>(&event)) {
+        if (client->kind == ConnectionChange::Kind::disconnect)
+            disconnect(client->client);
+        else if (daemon)
+            connect(client->client, client->isStranger);
     }
-}
-
-concurrency::Task<void> ScenarioRun::watchSeconds(ScenarioRun& run) {
-    for (Duration time = 1s;; time += 1s) {
-        co_await run.sleepUntil(time);
-        run.observer.second(time, run.system.mac);
-    }
-}
-
-concurrency::Task<void> ScenarioRun::recover(ScenarioRun& run) {
-    const auto failure = co_await run.system.controller->restoreAllFansToAutomatic();
-    if (failure) {
-        run.observer.logged(
-            run.system.elapsed(),
-            "[com.brisquell.helper] startup Auto recovery failed: " + *failure + "\n");
-        run.hasEnded = true;
+    if (const auto* jump = std::get_if<WallClockJump>(&event)) {
+        dateOffset += concurrency::Seconds(jump->seconds);
+        if (daemon) daemon->runtime.jumpDate(concurrency::Seconds(jump->seconds));
     }
 }
 
-concurrency::Task<void> ScenarioRun::changeTemperatures(ScenarioRun& run) {
-    for (const TemperatureChange& change : run.scenario.temperatures) {
-        co_await run.sleepUntil(change.at);
-        run.apply(change);
-    }
+void ScenarioRun::beat(const Heartbeats& beats, Duration at) {
+    send({.at = at, .client = beats.client, .method = Call::Method::heartbeat});
+    const Duration next = at + beats.every;
+    if (next <= beats.until) schedule(next, event, [this, &beats, next] { beat(beats, next); });
 }
 
 void ScenarioRun::apply(const TemperatureChange& change) {
     for (const auto& [label, celsius] : change.hid) update(lastHID, label, celsius);
     if (change.hidesHID)
-        system.mac.setHID(std::nullopt);
+        mac.setHID(std::nullopt);
     else if (!change.hid.empty())
-        system.mac.setHID(lastHID);
-    for (const auto& [key, celsius] : change.smc) system.mac.setSMCTemperature(key, celsius);
+        mac.setHID(lastHID);
+    for (const auto& [key, celsius] : change.smc) mac.setSMCTemperature(key, celsius);
 }
 
-concurrency::Task<void> ScenarioRun::changeFirmware(ScenarioRun& run) {
-    for (const FirmwareChange& change : run.scenario.firmware) {
-        co_await run.sleepUntil(change.at);
-        run.system.mac.smc().poke(change.key, change.value);
+void ScenarioRun::runTo(Duration time) {
+    if (daemon) {
+        daemon->runtime.advance(std::max(time - now(), Duration::zero()));
+        noteEnd();
+    }
+    machineTime = std::max(machineTime, time);
+}
+
+void ScenarioRun::startDaemon() {
+    if (daemon) return;
+    observer.started(machineTime);
+    daemon = std::make_unique<SimulatedDaemon>(
+        mac, standardError,
+        SimulatedDaemon::Options{.seed = seedOfLife(seed, lives++),
+                                 .time = machineTime,
+                                 .dateOffset = dateOffset,
+                                 .effectiveUserID = scenario.effectiveUserID,
+                                 .published = [this](const control::ControlState& state) {
+                                     observer.published(now(), state);
+                                 }});
+    daemon->start();
+}
+
+/// When the process has ended, everything that was its own goes.
+void ScenarioRun::noteEnd() {
+    if (!daemon || !daemon->process.end()) return;
+    const ProcessEnd end = *daemon->process.end();
+    endedLives = (endedLives ^ daemon->runtime.fingerprint()) * 1099511628211U;
+    machineTime = now();
+    for (auto& [name, client] : clients) client.connection.reset();
+    daemon.reset();
+    observer.ended(end);
+}
+
+void ScenarioRun::deliver(const ProcessEvent& event) {
+    using Kind = ProcessEvent::Kind;
+    if (event.kind == Kind::start) {
+        startDaemon();
+    } else if (daemon) {
+        afterSteps(event.afterSteps, [this, kind = event.kind] {
+            if (kind == Kind::kill) return daemon->process.kill();
+            const auto signal =
+                kind == Kind::terminate ? daemon::Signal::terminate : daemon::Signal::interrupt;
+            observer.signalled(now(), signal);
+            daemon->process.deliver(signal);
+        });
     }
 }
 
-concurrency::Task<void> ScenarioRun::performEvent(ScenarioRun& run, Event event) {
-    if (const auto* call = std::get_if<Call>(&event)) {
-        co_await run.sleepUntil(call->at);
-        co_await perform(run, *call);
-    } else if (const auto* beats = std::get_if<Heartbeats>(&event)) {
-        co_await beat(run, *beats);
-    } else if (const auto* jump = std::get_if<WallClockJump>(&event)) {
-        co_await run.sleepUntil(jump->at);
-        run.system.runtime.jumpDate(concurrency::Seconds(jump->seconds));
-    }
+void ScenarioRun::afterSteps(std::uint64_t steps, Action action) {
+    if (steps > 0)
+        daemon->runtime.afterJobs(steps, std::move(action));
+    else
+        action();
+    noteEnd();
 }
 
-concurrency::Task<void> ScenarioRun::beat(ScenarioRun& run, Heartbeats beats) {
-    for (Duration time = beats.at; time <= beats.until; time += beats.every) {
-        co_await run.sleepUntil(time);
-        if (run.hasEnded) co_return;
-        co_await run.system.controller->heartbeat();
+SimulatedConnection& ScenarioRun::connect(const std::string& name, bool isStranger) {
+    Client& client = clients[name];
+    if (!client.connection || !client.connection->isOpen()) {
+        observer.connected(now(), name);
+        client.connection = daemon->listener.connect(!isStranger);
+        ++client.openings;
     }
+    return *client.connection;
 }
 
-concurrency::Task<void> ScenarioRun::perform(ScenarioRun& run, Call call) {
-    if (run.hasEnded) co_return;
-    run.observer.called(run.system.elapsed(), onlyClient, call);
-    Reply reply = co_await answer(run, call);
-    reply.client = onlyClient;
+void ScenarioRun::disconnect(const std::string& name) {
+    const auto client = clients.find(name);
+    if (client == clients.end() || !client->second.connection) return;
+    observer.disconnected(now(), name);
+    std::exchange(client->second.connection, nullptr)->end();
+}
+
+/// A call while no process runs goes nowhere.
+void ScenarioRun::send(const Call& call) {
+    if (!daemon) return;
+    SimulatedConnection& connection = connect(call.client, false);
+    observer.called(now(), call.client, call);
+    connection.send(message(call));
+}
+
+void ScenarioRun::tell(const Call& call, std::int64_t opening, Reply reply) {
+    const Client& client = clients[call.client];
+    if (!client.connection || client.openings != opening) return;  // nobody waits for it any more
+    reply.client = call.client;
     reply.method = call.method;
-    if (run.hasEnded) co_return;
-    if (call.method != Call::Method::heartbeat) {
-        run.observer.replied(run.system.elapsed(), reply);
-    }
-    if (call.method != Call::Method::shutdownForUpgrade) co_return;
-    (void)co_await run.system.runtime.sleepFor(farewell);  // nobody cancels it
-    run.hasEnded = true;
+    observer.replied(now(), reply);
 }
 
-concurrency::Task<Reply> ScenarioRun::answer(ScenarioRun& run, Call call) {
-    control::LocalFanController& controller = *run.system.controller;
-    Reply reply;
-    switch (call.method) {
-        case Call::Method::setManualRPM:
-            reply.result = co_await controller.setManual(call.fan, call.rpm);
-            break;
-        case Call::Method::setPercent:
-            reply.result = co_await controller.setPercent(call.fan, call.percent);
-            break;
-        case Call::Method::fullBlast: reply.result = co_await controller.fullBlast(); break;
-        case Call::Method::automatic: reply.result = co_await controller.automatic(); break;
-        case Call::Method::applyConfig:
-            reply.result = co_await controller.applyPlan(call.plan);
-            break;
-        case Call::Method::restoreAuto:
-        case Call::Method::shutdownForUpgrade:
-            (void)co_await controller.restoreAuto();  // acknowledged whatever came of it
-            break;
-        case Call::Method::heartbeat: co_await controller.heartbeat(); break;
-        case Call::Method::readState: reply.state = co_await controller.currentState(); break;
-        case Call::Method::helperVersion: break;
-    }
-    co_return reply;
+SimulatedConnection::Message ScenarioRun::message(const Call& call) {
+    using Service = airflow::daemon::FanHelperService;
+    using Method = Call::Method;
+    // The call is copied: those of heartbeats do not stand in the scenario.
+    const auto told = [this, call, opening = clients[call.client].openings](Reply reply) {
+        tell(call, opening, std::move(reply));
+    };
+    const auto code = [told](std::int64_t number) {
+        told({.result = control::ControlResult::fromXPCCode(number)});
+    };
+    const auto done = [told] { told({}); };
+    return [call, told, code, done](Service& service) {
+        switch (call.method) {
+            case Method::setManualRPM: return service.setManualRPM(call.fan, call.rpm, code);
+            case Method::setPercent: return service.setPercent(call.fan, call.percent, code);
+            case Method::fullBlast: return service.fullBlast(code);
+            case Method::automatic: return service.automatic(code);
+            case Method::applyConfig: return service.applyConfig(planDocument(call), code);
+            case Method::restoreAuto: return service.restoreAuto(done);
+            case Method::shutdownForUpgrade: return service.shutdownForUpgrade(done);
+            case Method::heartbeat: return service.heartbeat();
+            case Method::helperVersion:
+                return service.helperVersion(
+                    [&](std::string_view text) { told({.version = std::string(text)}); });
+            case Method::readState:
+                return service.readState([told](std::string_view document) {
+                    auto state = json::decode<control::ControlState>(document);
+                    told({.state = state ? std::optional(std::move(*state)) : std::nullopt});
+                });
+        }
+    };
 }
 
 }  // namespace airflow::simulation

@@ -136,9 +136,19 @@ void SimulatedRuntime::stop() noexcept {
     while (!ready.empty()) ready.take().forgetReady();
 }
 
+void SimulatedRuntime::interrupt() {
+    while (!interruptions.empty() && interruptions.begin()->first <= jobCount) {
+        const auto interruption = interruptions.extract(interruptions.begin());
+        interruption.mapped()();
+    }
+}
+
 bool SimulatedRuntime::runOneJob() {
+    if (!interruptions.empty()) interrupt();
+    if (isHalted) return false;
     while (const Suspended sleeper = timers.popDue(time)) sleeper.resume();
     if (ready.empty()) return false;
+    ++jobCount;
     if (++jobsAtThisTime > jobLimit) fail("time stands still while tasks spin");
     const bool isChosen = choose && ready.size() > 1;
     SimulatedExecutor& executor = ready.take(isChosen ? choose(ready.size()) : 0);
@@ -164,7 +174,7 @@ void SimulatedRuntime::settle() {
 void SimulatedRuntime::advance(Duration duration) {
     const Instant end = time + duration;
     settle();
-    while (timers.next() <= end) {
+    while (!isHalted && timers.next() <= end) {
         moveTimeTo(timers.next());
         settle();
     }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <exception>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -70,6 +71,15 @@ public:
         if constexpr (!std::is_void_v<T>) return std::move(*outcome->value);
     }
 
+    /// Runs nothing any more, not even in the middle of a settle(): what a process is that has
+    /// ended. Time can still be moved. May be called from a job.
+    void halt() noexcept { isHalted = true; }
+    [[nodiscard]] bool hasHalted() const noexcept { return isHalted; }
+    /// Calls `interruption` once, between two jobs, when `jobs` more have run.
+    void afterJobs(std::uint64_t jobs, std::function<void()> interruption) {
+        interruptions.emplace(jobCount + jobs, std::move(interruption));
+    }
+
     /// How many jobs may run before time has to move; more is a task that spins instead of
     /// sleeping, and makes whoever drives this runtime throw Stuck.
     void limitJobs(std::uint64_t jobsAtOneTime) noexcept { jobLimit = jobsAtOneTime; }
@@ -119,6 +129,7 @@ private:
     void stop() noexcept override;
 
     bool runOneJob();
+    void interrupt();
     void runUntil(const bool& isDone, concurrency::Duration limit);
     void moveTimeTo(concurrency::Instant instant);
     [[noreturn]] void fail(std::string reason) const;
@@ -130,6 +141,9 @@ private:
     /// Executors that have work and are not blocked.
     concurrency::LinkedQueue<SimulatedExecutor> ready;
     std::uint64_t executorCount = 0;
+    std::uint64_t jobCount = 0;
+    std::multimap<std::uint64_t, std::function<void()>> interruptions;  ///< by job count
+    bool isHalted = false;
     std::uint64_t jobsAtThisTime = 0;  ///< since time moved, or the test last asked for work
     std::uint64_t jobLimit = 20'000'000;
     std::uint64_t history = 14695981039346656037U;

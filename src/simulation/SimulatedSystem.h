@@ -3,16 +3,13 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
-#include <string>
-#include <vector>
 
 #include "control/LocalFanController.h"
 #include "sensors/HIDBridge.h"
 #include "sensors/HIDFunctions.h"
-#include "sensors/LogSink.h"
 #include "sensors/SensorReader.h"
+#include "simulation/KeptLines.h"
 #include "simulation/LatentSMC.h"
 #include "simulation/MachineDescription.h"
 #include "simulation/SimulatedMac.h"
@@ -20,18 +17,6 @@
 #include "smc/SMCConnection.h"
 
 namespace airflow::simulation {
-
-/// Keeps the lines that are written to it, and tells a listener, if there is one.
-class KeptLines final : public sensors::LogSink {
-public:
-    void write(std::string_view line) override {
-        lines.emplace_back(line);
-        if (listener) listener(line);
-    }
-
-    std::vector<std::string> lines;
-    std::function<void(std::string_view)> listener;
-};
 
 class SimulatedSystem {
 public:

@@ -2,7 +2,6 @@
 
 #include <cmath>
 
-#include "daemon/BuildIdentity.h"
 #include "smc/SMCError.h"
 #include "smc/SMCUserClient.h"
 
@@ -65,15 +64,44 @@ void ScenarioJSONLines::replied(concurrency::Duration time, const simulation::Re
         writer.member("reply", simulation::nameOf(reply.method));
         if (reply.result) writer.member("code", reply.result->xpcCode());
         if (reply.state) writer.member("state", *reply.state);
-        if (reply.method == Call::Method::helperVersion) {
-            writer.member("version", daemon::BuildIdentity::text);
-        }
+        if (reply.method == Call::Method::helperVersion) writer.member("version", reply.version);
     });
 }
 
 void ScenarioJSONLines::logged(concurrency::Duration time, std::string_view text) {
     if (text.ends_with('\n')) text.remove_suffix(1);
     line(time, [&] { writer.member("log", text); });
+}
+
+void ScenarioJSONLines::started(concurrency::Duration time) {
+    line(time, [&] { writer.member("daemon", "started"); });
+}
+
+void ScenarioJSONLines::signalled(concurrency::Duration time, daemon::Signal signal) {
+    line(time, [&] {
+        writer.member("signal", signal == daemon::Signal::terminate ? "SIGTERM" : "SIGINT");
+    });
+}
+
+void ScenarioJSONLines::ended(const simulation::ProcessEnd& end) {
+    line(end.time, [&] {
+        writer.member("daemon", end.bySignal ? "killed" : "exited");
+        writer.member("status", std::int64_t{end.status});
+    });
+}
+
+void ScenarioJSONLines::connected(concurrency::Duration time, std::string_view client) {
+    line(time, [&] {
+        writer.member("client", client);
+        writer.member("connection", "open");
+    });
+}
+
+void ScenarioJSONLines::disconnected(concurrency::Duration time, std::string_view client) {
+    line(time, [&] {
+        writer.member("client", client);
+        writer.member("connection", "ended");
+    });
 }
 
 }  // namespace airflow::tool

@@ -4,7 +4,7 @@
 #include <ostream>
 
 #include "json/Writer.h"
-#include "simulation/ScenarioRun.h"
+#include "simulation/ScenarioObserver.h"
 
 namespace airflow::tool {
 
@@ -20,6 +20,11 @@ public:
     void replied(concurrency::Duration time, const simulation::Reply& reply) override;
     void logged(concurrency::Duration time, std::string_view line) override;
     void second(concurrency::Duration, simulation::SimulatedMac&) override {}
+    void started(concurrency::Duration time) override;
+    void signalled(concurrency::Duration time, daemon::Signal signal) override;
+    void ended(const simulation::ProcessEnd& end) override;
+    void connected(concurrency::Duration time, std::string_view client) override;
+    void disconnected(concurrency::Duration time, std::string_view client) override;
 
 private:
     template <typename Members>

@@ -64,6 +64,7 @@ ScenarioReleases::Release ScenarioReleases::explain(const Fan& fan) const {
     const auto latestFirst = inFlight | std::views::reverse;
     const auto release = std::ranges::find_if(latestFirst, givesAllBack, &Command::method);
     if (release != latestFirst.end()) return {std::string(simulation::nameOf(release->method))};
+    if (underWay) return {*underWay};
     // A fan that this very command took over was given back by the plan's own first step.
     const auto drops = [&fan](const Command& command) { return command.number > fan.forcedAfter; };
     if (std::ranges::any_of(inFlight, drops)) return {"a newer plan", true};
@@ -75,6 +76,7 @@ ScenarioReleases::Release ScenarioReleases::explain(const Fan& fan) const {
 void ScenarioReleases::published(Duration time, const control::ControlState& state) {
     settle(time);
     publishedAt = time;
+    underWay.reset();
     if (!state.lastError) return;
     const std::string& error = *state.lastError;
     for (Release& release : open) {
@@ -96,6 +98,19 @@ void ScenarioReleases::replied(Duration time, Call::Method method) {
     settle(time);
     const auto found = std::ranges::find(inFlight, method, &Command::method);
     if (found != inFlight.end()) inFlight.erase(found);
+}
+
+void ScenarioReleases::ending(Duration time, std::string cause) {
+    settle(time);
+    underWay = std::move(cause);
+}
+
+void ScenarioReleases::started(Duration time) {
+    settle(time);
+    inFlight.clear();
+    underWay.reset();
+    commands = 0;
+    for (auto& [index, fan] : fans) fan.forcedAfter = 0;
 }
 
 /// What happened is over: whoever changed a fan without a write was the machine itself, and a

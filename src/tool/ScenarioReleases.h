@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "simulation/ScenarioRun.h"
+#include "simulation/ScenarioObserver.h"
 
 namespace airflow::tool {
 
@@ -21,6 +21,12 @@ public:
     void published(concurrency::Duration time, const control::ControlState& state);
     void called(concurrency::Duration time, simulation::Call::Method method);
     void replied(concurrency::Duration time, simulation::Call::Method method);
+
+    /// Something besides a command gives all fans back: the end of a connection, a signal. The
+    /// release that it causes ends with a state that is published.
+    void ending(concurrency::Duration time, std::string cause);
+    /// A new process, which knows of no commands.
+    void started(concurrency::Duration time);
 
     /// Every change of a fan from forced to Auto so far, by cause.
     [[nodiscard]] std::map<std::string, int> finish();
@@ -48,7 +54,8 @@ private:
     void countAll();
 
     std::map<std::size_t, Fan> fans;
-    std::vector<Command> inFlight;  ///< those that can give fans back
+    std::optional<std::string> underWay;  ///< besides the commands
+    std::vector<Command> inFlight;        ///< those that can give fans back
     std::int64_t commands = 0;
     std::optional<std::size_t> changed;  ///< this fan, just now, by whom the next access tells
     std::vector<Release> open;           ///< not counted yet

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 
-#include "daemon/BuildIdentity.h"
 #include "tool/Text.h"
 
 namespace airflow::tool {
@@ -27,6 +26,7 @@ std::string describe(const Call& call) {
         case Call::Method::setPercent:
             return fmt::format("{} fan {} at {} %", name, call.fan, plain(call.percent));
         case Call::Method::applyConfig:
+            if (call.document) return fmt::format("{} ({} bytes)", name, call.document->size());
             return fmt::format("{} ({} fans, {} rules)", name, call.plan.fans.size(),
                                call.plan.rules.size());
         default: return std::string(name);
@@ -40,6 +40,12 @@ std::string_view modeText(simulation::FanMode mode) {
         case simulation::FanMode::automatic: break;
     }
     return "Auto";
+}
+
+/// What the client is told: of a failure no reason, which is in the state.
+std::string answerText(const control::ControlResult& result) {
+    const bool hasFailed = result.outcome() == control::ControlResult::Case::failed;
+    return hasFailed ? "failed" : result.description();
 }
 
 /// "  51.8 °C"; a dash, as wide, where there is no temperature.
@@ -125,9 +131,10 @@ void ScenarioTable::called(Duration time, std::string_view client, const Call& c
 void ScenarioTable::replied(Duration time, const simulation::Reply& reply) {
     releases.replied(time, reply.method);
     std::string answer = "done";
-    if (reply.result) answer = reply.result->description();
+    if (reply.result) answer = answerText(*reply.result);
+    if (reply.method == Call::Method::readState) answer = "no state";
     if (reply.state) answer = reply.state->isHolding ? "holding" : "not holding";
-    if (reply.method == Call::Method::helperVersion) answer = daemon::BuildIdentity::text;
+    if (reply.method == Call::Method::helperVersion) answer = reply.version;
     line(time, fmt::format("{}: {} → {}", reply.client, simulation::nameOf(reply.method), answer));
 }
 
@@ -152,6 +159,32 @@ void ScenarioTable::second(Duration time, simulation::SimulatedMac& mac) {
     if (samples++ == 0 || whole % interval == 0) {
         line(time, fmt::format("| {}{}", celsiusText(celsius), row));
     }
+}
+
+void ScenarioTable::started(Duration time) {
+    releases.started(time);
+    last = control::ControlState::idle();
+    if (time > Duration::zero()) line(time, "the daemon starts");
+}
+
+void ScenarioTable::signalled(Duration time, daemon::Signal signal) {
+    const std::string name = signal == daemon::Signal::terminate ? "SIGTERM" : "SIGINT";
+    releases.ending(time, name);
+    line(time, name);
+}
+
+void ScenarioTable::ended(const simulation::ProcessEnd& end) {
+    line(end.time, end.bySignal ? "the daemon is killed"
+                                : fmt::format("the daemon exits with status {}", end.status));
+}
+
+void ScenarioTable::connected(Duration time, std::string_view client) {
+    line(time, fmt::format("{} connects", client));
+}
+
+void ScenarioTable::disconnected(Duration time, std::string_view client) {
+    releases.ending(time, "the end of a connection");
+    line(time, fmt::format("{} is gone", client));
 }
 
 void ScenarioTable::finish(Duration time) {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "simulation/ScenarioRun.h"
+#include "simulation/ScenarioObserver.h"
 #include "tool/ScenarioReleases.h"
 
 namespace airflow::tool {
@@ -27,6 +27,11 @@ public:
     void replied(concurrency::Duration time, const simulation::Reply& reply) override;
     void logged(concurrency::Duration time, std::string_view line) override;
     void second(concurrency::Duration time, simulation::SimulatedMac& mac) override;
+    void started(concurrency::Duration time) override;
+    void signalled(concurrency::Duration time, daemon::Signal signal) override;
+    void ended(const simulation::ProcessEnd& end) override;
+    void connected(concurrency::Duration time, std::string_view client) override;
+    void disconnected(concurrency::Duration time, std::string_view client) override;
 
     /// The end of the timeline, and the summary.
     void finish(concurrency::Duration time);

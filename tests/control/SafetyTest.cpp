@@ -44,7 +44,10 @@ public:
             ++refused;
             return;
         }
-        if (access.key == "Ftst" && access.value == 0) lastFullRelease = now;
+        if (access.key == "Ftst" && access.value == 0) {
+            lastFullRelease = now;
+            snapshotBeforeRelease = lastSnapshot;
+        }
         const bool isModeKey = access.key.ends_with("Md") || access.key.ends_with("md");
         if (!isModeKey || access.value != 1) return;
         forcings.push_back(now);
@@ -56,12 +59,12 @@ public:
         reasons.insert(state.lastError->substr(0, 12));
         // Only of a tick that began after the last command is it known that it ended that plan.
         const bool isSafetyRelease = state.lastError->ends_with("released to Auto");
-        if (isSafetyRelease && lastCommand < lastSnapshot && lastSnapshot < lastFullRelease &&
-            !isFullBlastUnderWay()) {
+        if (isSafetyRelease && lastCommand < snapshotBeforeRelease && !isFullBlastUnderWay()) {
             endPlan(lastFullRelease);
         }
     }
     void called(Duration, std::string_view, const Call& call) override {
+        if (call.method == Call::Method::heartbeat) return;
         lastCommand = ++now;
         isReleaseLast = isRelease(call.method);
         underWay.insert(call.method);
@@ -125,7 +128,8 @@ private:
     int lastSnapshot = 0;  ///< its beginning
     int lastWrite = 0;
     int lastFullRelease = 0;
-    std::vector<int> forcings;  ///< ascending
+    int snapshotBeforeRelease = 0;  ///< the last one's beginning
+    std::vector<int> forcings;      ///< ascending
     std::multiset<Call::Method> underWay;
     bool isReleaseLast = false;
     std::optional<int> planEnded;  ///< by a release since which nothing was commanded

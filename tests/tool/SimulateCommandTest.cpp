@@ -82,6 +82,8 @@ TEST_F(SimulateCommand, listsWritesStatesAndAnswersAsJSON) {
                               {"--format", "jsonl"});
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.out,
+              R"({"time":0,"daemon":"started"})"
+              "\n"
               R"({"time":0,"smc":"write","key":"Ftst","value":1,"result":0})"
               "\n"
               R"({"time":0,"smc":"write","key":"F0Md","value":0,"result":0})"
@@ -89,6 +91,11 @@ TEST_F(SimulateCommand, listsWritesStatesAndAnswersAsJSON) {
               R"({"time":0,"smc":"write","key":"Ftst","value":0,"result":0})"
               "\n"
               R"({"time":0,"state":{"perFanMode":{},"targets":{},"isHolding":false}})"
+              "\n"
+              R"x({"time":0,"log":"[com.brisquell.helper] listening on com.brisquell.helper )x"
+              R"x((build 1.0.3+6)"})x"
+              "\n"
+              R"({"time":1,"client":"app","connection":"open"})"
               "\n"
               R"({"time":1,"smc":"write","key":"Ftst","value":1,"result":0})"
               "\n"
@@ -136,7 +143,9 @@ TEST_F(SimulateCommand, readsAreListedOnDemand) {
     const std::string scenario = std::string("{") + oneFan + R"(,"duration":1})";
     EXPECT_THAT(simulate(scenario, {"--format", "jsonl"}).out, Not(HasSubstr("\"read\"")));
     EXPECT_THAT(simulate(scenario, {"--format", "jsonl", "--reads"}).out,
-                StartsWith(R"({"time":0,"smc":"read","key":"FNum","value":1,"result":0})"
+                StartsWith(R"({"time":0,"daemon":"started"})"
+                           "\n"
+                           R"({"time":0,"smc":"read","key":"FNum","value":1,"result":0})"
                            "\n"
                            R"({"time":0,"smc":"read","key":"F0Md","value":0,"result":0})"));
 }
@@ -266,7 +275,8 @@ TEST_F(SimulateCommand, aFailedStartUpRecoveryEndsTheDaemon) {
     EXPECT_THAT(run.out, HasSubstr("log: [com.brisquell.helper] startup Auto recovery failed: "
                                    "could not read FNum during startup recovery\n"));
     EXPECT_THAT(run.out, Not(HasSubstr("app:")));
-    EXPECT_THAT(run.out, HasSubstr("writes           0, of which 0 refused or failed\n"));
+    EXPECT_THAT(run.out, HasSubstr("log: [com.brisquell.helper] process exit: restoring Auto...\n"
+                                   "       0.0  the daemon exits with status 1\n"));
 }
 
 TEST_F(SimulateCommand, plansAreReadBesideTheScenario) {

@@ -1,0 +1,55 @@
+// ScenarioObserver: who is told what happens in a scenario.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "control/ControlResult.h"
+#include "control/ControlState.h"
+#include "simulation/Scenario.h"
+#include "simulation/SimulatedMac.h"
+#include "simulation/SimulatedProcess.h"
+
+namespace airflow::simulation {
+
+/// What a client was answered.
+struct Reply {
+    std::string client{};
+    Call::Method method = Call::Method::heartbeat;
+    std::optional<control::ControlResult> result{};  ///< of commands that have one, from its code
+    /// Of readState, from its document; absent when that was none.
+    std::optional<control::ControlState> state{};
+    std::string version{};  ///< of helperVersion
+};
+
+/// Is told, in order, of everything that happens in a scenario. `time` is since its start.
+class ScenarioObserver {
+public:
+    ScenarioObserver() = default;
+    ScenarioObserver(const ScenarioObserver&) = delete;
+    ScenarioObserver& operator=(const ScenarioObserver&) = delete;
+    virtual ~ScenarioObserver() = default;
+
+    /// A request that reached the SMC.
+    virtual void access(const SMCAccess& access) = 0;
+    /// The true mode of a fan has changed, whoever changed it.
+    virtual void modeChanged(concurrency::Duration time, std::size_t fan, FanMode mode) = 0;
+    virtual void published(concurrency::Duration time, const control::ControlState& state) = 0;
+    virtual void called(concurrency::Duration time, std::string_view client, const Call& call) = 0;
+    /// An answer that reached its client.
+    virtual void replied(concurrency::Duration time, const Reply& reply) = 0;
+    /// A line for standard error, with its newline.
+    virtual void logged(concurrency::Duration time, std::string_view line) = 0;
+    /// Once a second, and at the start: the machine, for whoever wants to look.
+    virtual void second(concurrency::Duration time, SimulatedMac& mac) = 0;
+
+    /// The daemon's process was started. It listens when it has said so.
+    virtual void started(concurrency::Duration) {}
+    virtual void signalled(concurrency::Duration, daemon::Signal) {}
+    virtual void ended(const ProcessEnd&) {}
+    virtual void connected(concurrency::Duration, std::string_view) {}
+    virtual void disconnected(concurrency::Duration, std::string_view) {}
+};
+
+}  // namespace airflow::simulation

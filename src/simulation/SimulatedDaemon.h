@@ -1,0 +1,76 @@
+// SimulatedDaemon: one life of the daemon's process on a simulated Mac, in virtual time.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+#include "daemon/Daemon.h"
+#include "sensors/HIDBridge.h"
+#include "sensors/LogSink.h"
+#include "sensors/SensorReader.h"
+#include "simulation/LatentSMC.h"
+#include "simulation/SimulatedListener.h"
+#include "simulation/SimulatedMac.h"
+#include "simulation/SimulatedProcess.h"
+#include "simulation/SimulatedRuntime.h"
+
+namespace airflow::simulation {
+
+/// The hardware of a simulated Mac, whose SMC takes its time.
+class SimulatedHardware final : public daemon::Hardware {
+public:
+    SimulatedHardware(SimulatedRuntime& runtime, SimulatedMac& mac, sensors::LogSink& standardError)
+        : connection(runtime, mac.smc()),
+          latent(runtime, connection, mac.smc()),
+          hidFunctions(mac.hidFunctions()),
+          bridge(hidFunctions, mac.hid(), runtime),
+          reader(runtime, latent, bridge, standardError) {}
+
+    [[nodiscard]] concurrency::Task<std::expected<void, smc::SMCError>> open() override {
+        return connection.open();
+    }
+    [[nodiscard]] smc::SMCWriting& smc() override { return latent; }
+    [[nodiscard]] sensors::SensorReader& sensors() override { return reader; }
+
+private:
+    smc::SMCConnection connection;
+    LatentSMC latent;
+    sensors::HIDFunctions hidFunctions;
+    sensors::HIDBridge bridge;
+    sensors::SensorReader reader;
+};
+
+/// Everything that is gone when the process is, and nothing else: the machine stays. Made anew for
+/// every start.
+class SimulatedDaemon {
+public:
+    struct Options {
+        std::uint64_t seed = 0;  ///< of the schedule; 0: executors take turns
+        /// Since the machine was switched on; the wall clock says that much more than at the start
+        /// of time, and `dateOffset` on top of it.
+        concurrency::Duration time{};
+        concurrency::Seconds dateOffset{};
+        std::uint32_t effectiveUserID = 0;
+        std::function<void(const control::ControlState&)> published{};
+    };
+
+    /// Starts nothing yet. Machine and log outlive the daemon.
+    SimulatedDaemon(SimulatedMac& mac, sensors::LogSink& standardError, const Options& options);
+    SimulatedDaemon(const SimulatedDaemon&) = delete;
+    SimulatedDaemon& operator=(const SimulatedDaemon&) = delete;
+    /// The end of the process, as SIGKILL brings it: nothing more is done to the machine.
+    ~SimulatedDaemon();
+
+    /// The process is started; what it does first runs with the runtime.
+    void start();
+
+    SimulatedRuntime runtime;
+    SimulatedProcess process;
+    SimulatedListener listener;
+
+private:
+    SimulatedHardware hardware;
+    daemon::Daemon daemon;
+};
+
+}  // namespace airflow::simulation

@@ -1,0 +1,58 @@
+#include "simulation/SimulatedProcess.h"
+
+#include <utility>
+
+namespace airflow::simulation {
+
+namespace {
+
+using concurrency::Task;
+using daemon::Signal;
+
+constexpr int killed = 137;  // 128 + SIGKILL
+
+}  // namespace
+
+SimulatedProcess::SimulatedProcess(SimulatedRuntime& ownRuntime)
+    : runtime(ownRuntime),
+      signalQueue(runtime.makeExecutor("com.brisquell.helper.signal-safety")) {}
+
+void SimulatedProcess::atExit(Handler handler) {
+    exitHandlers.push_back(std::move(handler));
+}
+
+void SimulatedProcess::handle(Signal signal, Handler handler) {
+    signalHandlers.at(static_cast<std::size_t>(signal)) = std::move(handler);
+}
+
+Task<void> SimulatedProcess::exit(int status) {
+    if (!std::exchange(isExiting, true)) {
+        for (const Handler& handler : exitHandlers) co_await handler();
+        finish(status, false);
+    }
+    co_await concurrency::Suspend([](concurrency::Suspended) { return true; });  // for ever
+}
+
+void SimulatedProcess::deliver(Signal signal) {
+    const Handler& handler = signalHandlers.at(static_cast<std::size_t>(signal));
+    if (handler)
+        runtime.detach("signal", run(signalQueue, handler));
+    else
+        finish(signal == Signal::terminate ? 143 : 130, true);
+}
+
+Task<void> SimulatedProcess::run(SignalQueue&, Handler handler) {
+    co_await handler();
+}
+
+void SimulatedProcess::kill() {
+    finish(killed, true);
+}
+
+void SimulatedProcess::finish(int status, bool bySignal) {
+    if (ending) return;
+    ending = {.time = runtime.now().time_since_epoch(), .status = status, .bySignal = bySignal};
+    runtime.halt();
+}
+
+}  // namespace airflow::simulation
