@@ -54,6 +54,7 @@ public:
     void addNumber(const std::string& name, const std::string& type, std::function<double()> read,
                    std::function<std::uint8_t(double)> write = {});
     void add(const Fault& fault) { faults.push_back(fault); }
+    void removeFaults() { faults.clear(); }
 
     /// The machine itself changes a key that can be written; false when there is no such key, or
     /// when it does not take the value.

@@ -8,6 +8,7 @@
 
 #include "daemon/BuildIdentity.h"
 #include "tool/CheckCommand.h"
+#include "tool/MachineCommand.h"
 #include "tool/MachinesCommand.h"
 #include "tool/ReplayCommand.h"
 #include "tool/SensorsCommand.h"
@@ -123,6 +124,7 @@ int runTool(std::vector<std::string> arguments, Streams streams) {
     addReplay(app, streams, status);
     addSensors(app, streams, status);
     addMachines(app, streams);
+    addMachine(app, streams, status);
     addSimulate(app, streams, status);
     std::ranges::reverse(arguments);  // as the parser wants them
     try {
