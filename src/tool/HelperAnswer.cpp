@@ -27,13 +27,8 @@ std::string reasonOf(const CallOutcome& outcome) {
 }
 
 bool isStopped(const ControlState& state, std::int64_t fan) {
-    return state.stoppedFans && std::ranges::find(*state.stoppedFans, fan) != state.stoppedFans->end();
-}
-
-std::string targetText(const ControlState& state, std::int64_t fan) {
-    if (isStopped(state, fan)) return "stopped";
-    const auto target = state.targets.find(fan);
-    return target == state.targets.end() ? "" : fmt::format("{} RPM", target->second);
+    return state.stoppedFans &&
+           std::ranges::find(*state.stoppedFans, fan) != state.stoppedFans->end();
 }
 
 }  // namespace
@@ -51,6 +46,12 @@ std::string nameOf(ControlMode mode) {
         case ControlMode::curve: break;
     }
     return "curve";
+}
+
+std::string targetText(const ControlState& state, std::int64_t fan) {
+    if (isStopped(state, fan)) return "stopped";
+    const auto target = state.targets.find(fan);
+    return target == state.targets.end() ? "" : fmt::format("{} RPM", target->second);
 }
 
 std::string stateText(const ControlState& state) {

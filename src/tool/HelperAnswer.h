@@ -24,6 +24,9 @@ struct CallOutcome {
 /// The mode's name: "automatic", "curve".
 [[nodiscard]] std::string nameOf(control::ControlMode mode);
 
+/// Where a fan is held: "3000 RPM", or "stopped" on purpose; empty when it is not held.
+[[nodiscard]] std::string targetText(const control::ControlState& state, std::int64_t fan);
+
 /// A state in lines: a table of the fans, whether they are held, the last error.
 [[nodiscard]] std::string stateText(const control::ControlState& state);
 /// The answer in lines: a state, a version, "applied", or a result and why it is not `applied`.

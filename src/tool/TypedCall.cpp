@@ -96,9 +96,9 @@ std::expected<TypedCall, std::string> parseCall(const std::vector<std::string>& 
     TypedCall call{.request = {.method = *method}};
     if (words.size() - 1 != argumentCount(*method)) {
         const auto arguments = argumentsOf(*method);
-        return std::unexpected(
-            arguments.empty() ? fmt::format("{} takes no arguments", words[0])
-                              : fmt::format("{} takes: {}", words[0], arguments));
+        return std::unexpected(arguments.empty()
+                                   ? fmt::format("{} takes no arguments", words[0])
+                                   : fmt::format("{} takes: {}", words[0], arguments));
     }
     if (*method == Method::applyConfig) call.planPath = words[1];
     if (argumentCount(*method) < 2) return call;
@@ -127,6 +127,7 @@ std::expected<std::vector<std::string>, std::string> wordsOf(std::string_view li
             isInWord = false;
             continue;
         }
+        if (!isInWord && character == '#') break;
         if (!isInWord) words.emplace_back();
         isInWord = true;
         if (character == '"')

@@ -24,8 +24,8 @@ struct TypedCall {
 [[nodiscard]] std::expected<TypedCall, std::string> parseCall(
     const std::vector<std::string>& words);
 
-/// The line's words, which blanks part; a word in double quotes may have blanks in it. Or what is
-/// wrong with the quotes.
+/// The line's words, which blanks part, up to one that begins with #; a word in double quotes may
+/// have both in it. Or what is wrong with the quotes.
 [[nodiscard]] std::expected<std::vector<std::string>, std::string> wordsOf(std::string_view line);
 
 /// A number of at least 0 and at most 1,000,000 seconds.
