@@ -99,7 +99,7 @@ void addCall(CLI::App& app, Streams streams, int& status) {
         ->check(CLI::IsMember({"text", "json"}));
     command->footer(
         "Methods:\n" + std::string(methodsHelp()) +
-        "\nPLAN is a file; - is standard input. Write -- before a negative number.\n"
+        "\nPLAN is a file; - is standard input.\n"
         "Every connection that ends, so this one too, makes the daemon give the fans "
         "back to\nAuto, whoever holds them: this shows what a command comes to; `airflow "
         "session` holds.\nThe exit status is 0 if the command was applied, 1 if not, "

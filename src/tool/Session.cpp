@@ -39,7 +39,10 @@ int Session::run() {
         out.flush();
         if (!goesOn || input.isInterrupted()) break;
     }
-    if (input.isInterrupted()) return 130;
+    if (input.isInterrupted()) {
+        err << "Interrupted: what is held goes back to Auto.\n";
+        return 130;
+    }
     sayGoodbye();
     return hasFailed && kind == Kind::script ? 1 : 0;
 }

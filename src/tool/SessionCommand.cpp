@@ -67,7 +67,7 @@ void addSession(CLI::App& app, Streams streams, int& status) {
     command->footer(
         "One command a line, as for `airflow call`; the command help lists them. A # "
         "begins a\ncomment. Answers come in the order of the commands.\n"
-        "A heartbeat goes to the daemon every 5 s; the end of the session gives the "
+        "A heartbeat goes to the daemon every 5 s; the end of the session makes it give the "
         "fans back.\nThe exit status of a script is 1 if any of its lines failed.");
     command->callback([=, &status] { status = runSession(*options, streams); });
 }

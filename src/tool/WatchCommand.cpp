@@ -52,6 +52,7 @@ MachineSight sightOf(const MachineStatus& status) {
     const auto description = simulation::machinePreset(status.machine);
     for (const MachineStatus::Fan& fan : status.fans) {
         MachineSight::Fan seen{.id = fan.id, .rpm = fan.currentRPM, .mode = fanModeText(fan.mode)};
+        seen.mode.erase(seen.mode.find(" ("));  // the number behind the word
         const auto index = static_cast<std::size_t>(fan.id);
         if (description && index < description->fans.size()) {
             seen.maxRPM = description->fans[index].maxRPM;
