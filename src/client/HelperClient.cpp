@@ -252,7 +252,7 @@ void HelperClient::sendHeartbeatIfDue() {
 }
 
 void HelperClient::receive(Instant until) {
-    Received arrived = channel->receive(until);
+    const Received arrived = channel->receive(until);
     if (arrived.kind == Received::Kind::bytes) received += arrived.bytes;
     if (arrived.kind == Received::Kind::ended) channel.reset();
 }

@@ -120,6 +120,7 @@ void ScenarioRun::perform(const Event& event) {
     }
     if (const auto* jump = std::get_if<WallClockJump>(&event)) {
         dateOffset += concurrency::Seconds(jump->seconds);
+        observer.clockJumped(now(), jump->seconds);
         if (daemon) daemon->runtime.jumpDate(concurrency::Seconds(jump->seconds));
     }
 }
@@ -171,6 +172,9 @@ void ScenarioRun::noteEnd() {
     for (auto& [name, client] : clients) client.connection.reset();
     daemon.reset();
     observer.ended(end);
+    if (!scenario.restartAfter) return;
+    schedule(std::max(end.time + *scenario.restartAfter, machineTime), event,
+             [this] { startDaemon(); });
 }
 
 void ScenarioRun::deliver(const ProcessEvent& event) {
@@ -199,7 +203,7 @@ void ScenarioRun::afterSteps(std::uint64_t steps, Action action) {
 SimulatedConnection& ScenarioRun::connect(const std::string& name, bool isStranger) {
     Client& client = clients[name];
     if (!client.connection || !client.connection->isOpen()) {
-        observer.connected(now(), name);
+        observer.connected(now(), name, isStranger);
         client.connection = daemon->listener.connect(!isStranger);
         ++client.openings;
     }
@@ -217,15 +221,18 @@ void ScenarioRun::disconnect(const std::string& name) {
 void ScenarioRun::send(const Call& call) {
     if (!daemon) return;
     SimulatedConnection& connection = connect(call.client, false);
-    observer.called(now(), call.client, call);
-    connection.send(message(call));
+    Call numbered = call;
+    numbered.id = ++calls;
+    observer.called(now(), call.client, numbered);
+    connection.send(message(numbered));
 }
 
 void ScenarioRun::tell(const Call& call, std::int64_t opening, Reply reply) {
     const Client& client = clients[call.client];
-    if (!client.connection || client.openings != opening) return;  // nobody waits for it any more
     reply.client = call.client;
     reply.method = call.method;
+    reply.call = call.id;
+    reply.isDelivered = client.connection && client.openings == opening;
     observer.replied(now(), reply);
 }
 

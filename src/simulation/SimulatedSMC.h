@@ -22,6 +22,7 @@ struct SMCAccess {
     double value = 0;   ///< what was read or written, where that is a number
     std::uint8_t result = 0;
     smc::KernelReturn kernelReturn = smc::kernelSuccess;
+    concurrency::Duration latency{};  ///< how long the answer takes
 };
 
 /// A key store behind the platform calls. Knows nothing of fans: who owns it gives each key its

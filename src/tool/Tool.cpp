@@ -15,6 +15,7 @@
 #include "tool/SensorsCommand.h"
 #include "tool/SessionCommand.h"
 #include "tool/SimulateCommand.h"
+#include "tool/SoakCommand.h"
 #include "tool/WatchCommand.h"
 
 namespace airflow::tool {
@@ -129,6 +130,7 @@ int runTool(std::vector<std::string> arguments, Streams streams) {
     addMachines(app, streams);
     addMachine(app, streams, status);
     addSimulate(app, streams, status);
+    addSoak(app, streams, status);
     addCall(app, streams, status);
     addSession(app, streams, status);
     addWatch(app, streams, status);

@@ -140,7 +140,7 @@ int watchHelper(const WatchPlan& plan, client::Time& time, std::ostream& out, st
             redraw(out, lines, drawn);
             drawn = lines.size();
         } else {
-            out << view.line() << std::endl;
+            out << view.line() << '\n' << std::flush;
         }
         if (plan.count && looks >= *plan.count) break;
         if (!plan.pause(start + looks * plan.interval)) break;

@@ -15,8 +15,6 @@ namespace airflow::tool {
 
 namespace {
 
-using control::ControlState;
-
 constexpr std::size_t longestSparkline = 30;
 
 /// One fan, as daemon and machine together tell.
