@@ -134,8 +134,9 @@ TEST_P(FanHelperServiceTest, dataThatIsNoPlanIsAnsweredWith7AndChangesNothing) {
              {std::string(), std::string("no JSON"), std::string("\xff\xfe\0", 3),
               std::string("{}"), std::string("[]"), std::string("null"),
               std::string(R"({"fans":[],"rules":[]})"), std::string(planForFan1) + "}"}) {
-            EXPECT_THAT(codesOf(apply(document), 0s), ElementsAre(7)) << document;
-            EXPECT_EQ(state(), before) << document;
+            EXPECT_THAT(codesOf(apply(document), 0s), ElementsAre(7))
+                << testing::PrintToString(document);
+            EXPECT_EQ(state(), before) << testing::PrintToString(document);
         }
         EXPECT_EQ(bench->journal, writesBefore);
     }
