@@ -104,7 +104,8 @@ struct ProcessEvent {
 
     concurrency::Duration at{};
     Kind kind = Kind::terminate;
-    /// So many steps of the process later, wherever it is then. Not of a start.
+    /// So many steps of the process later, wherever it is then: in the middle of what else begins
+    /// at this moment. Not of a start.
     std::uint64_t afterSteps = 0;
 };
 

@@ -37,6 +37,7 @@ private:
     struct Client {
         std::shared_ptr<SimulatedConnection> connection;  ///< none while it is not connected
         std::int64_t openings = 0;
+        bool isStranger = false;  ///< as it last connected
     };
     using Action = std::function<void()>;
 
