@@ -5,8 +5,8 @@
 
 namespace airflow::platform {
 
-/// This process. It lives until the process is gone: signals and exit handlers, which have no owner,
-/// refer to it. The first call makes the signal-safety queue.
+/// This process. It lives until the process is gone: signals and exit handlers, which have no
+/// owner, refer to it. The first call makes the signal-safety queue.
 ///
 /// Signals come through Dispatch sources, exit handlers through the C library's exit list.
 [[nodiscard]] daemon::DaemonProcess& dispatchProcess();

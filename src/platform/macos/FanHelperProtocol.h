@@ -9,18 +9,20 @@
 
 /// Every reply is called exactly once. A code is what ControlResult::xpcCode() gives.
 @protocol FanHelperProtocol
-- (void)helperVersionWithReply:(void (^)(NSString *version))reply;
+- (void)helperVersionWithReply:(void (^)(NSString* version))reply;
 - (void)shutdownForUpgradeWithReply:(void (^)(void))reply;
-- (void)setManualRPMWithFan:(NSInteger)fan rpm:(NSInteger)rpm withReply:(void (^)(NSInteger code))reply;
+- (void)setManualRPMWithFan:(NSInteger)fan
+                        rpm:(NSInteger)rpm
+                  withReply:(void (^)(NSInteger code))reply;
 - (void)setPercentWithFan:(NSInteger)fan
                   percent:(double)percent
                 withReply:(void (^)(NSInteger code))reply;
 - (void)fullBlastWithReply:(void (^)(NSInteger code))reply;
 - (void)automaticWithReply:(void (^)(NSInteger code))reply;
 /// `plan` is a plan document (JSON).
-- (void)applyConfig:(NSData *)plan withReply:(void (^)(NSInteger code))reply;
+- (void)applyConfig:(NSData*)plan withReply:(void (^)(NSInteger code))reply;
 - (void)restoreAutoWithReply:(void (^)(void))reply;
 - (void)heartbeat;
 /// Replies with the published state (JSON), or with no bytes at all.
-- (void)readStateWithReply:(void (^)(NSData *state))reply;
+- (void)readStateWithReply:(void (^)(NSData* state))reply;
 @end

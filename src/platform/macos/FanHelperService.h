@@ -7,5 +7,5 @@
 
 @interface FanHelperService : NSObject <FanHelperProtocol>
 /// `service` outlives the object.
-- (instancetype)initWithService:(airflow::daemon::FanHelperService *)service;
+- (instancetype)initWithService:(airflow::daemon::FanHelperService*)service;
 @end

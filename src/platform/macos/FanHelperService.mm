@@ -11,7 +11,7 @@ namespace {
 using airflow::platform::dataOf;
 using airflow::platform::stringOf;
 
-std::string bytesOf(NSData *data) {
+std::string bytesOf(NSData* data) {
     std::string bytes(data.length, '\0');
     [data getBytes:bytes.data() length:bytes.size()];
     return bytes;
@@ -24,16 +24,16 @@ airflow::daemon::FanHelperService::CodeReply codeReply(void (^reply)(NSInteger))
 }  // namespace
 
 @implementation FanHelperService {
-    airflow::daemon::FanHelperService *portable;
+    airflow::daemon::FanHelperService* portable;
 }
 
-- (instancetype)initWithService:(airflow::daemon::FanHelperService *)service {
+- (instancetype)initWithService:(airflow::daemon::FanHelperService*)service {
     self = [super init];
     portable = service;
     return self;
 }
 
-- (void)helperVersionWithReply:(void (^)(NSString *))reply {
+- (void)helperVersionWithReply:(void (^)(NSString*))reply {
     portable->helperVersion([reply](std::string_view version) { reply(stringOf(version)); });
 }
 
@@ -41,9 +41,7 @@ airflow::daemon::FanHelperService::CodeReply codeReply(void (^reply)(NSInteger))
     portable->shutdownForUpgrade([reply] { reply(); });
 }
 
-- (void)setManualRPMWithFan:(NSInteger)fan
-                        rpm:(NSInteger)rpm
-                  withReply:(void (^)(NSInteger))reply {
+- (void)setManualRPMWithFan:(NSInteger)fan rpm:(NSInteger)rpm withReply:(void (^)(NSInteger))reply {
     portable->setManualRPM(fan, rpm, codeReply(reply));
 }
 
@@ -61,7 +59,7 @@ airflow::daemon::FanHelperService::CodeReply codeReply(void (^reply)(NSInteger))
     portable->automatic(codeReply(reply));
 }
 
-- (void)applyConfig:(NSData *)plan withReply:(void (^)(NSInteger))reply {
+- (void)applyConfig:(NSData*)plan withReply:(void (^)(NSInteger))reply {
     portable->applyConfig(bytesOf(plan), codeReply(reply));
 }
 
@@ -73,7 +71,7 @@ airflow::daemon::FanHelperService::CodeReply codeReply(void (^reply)(NSInteger))
     portable->heartbeat();
 }
 
-- (void)readStateWithReply:(void (^)(NSData *))reply {
+- (void)readStateWithReply:(void (^)(NSData*))reply {
     portable->readState([reply](std::string_view state) { reply(dataOf(state)); });
 }
 

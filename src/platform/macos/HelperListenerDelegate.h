@@ -8,5 +8,5 @@
 
 @interface HelperListenerDelegate : NSObject <NSXPCListenerDelegate>
 /// `delegate` outlives the object.
-- (instancetype)initWithDelegate:(airflow::daemon::HelperListenerDelegate *)delegate;
+- (instancetype)initWithDelegate:(airflow::daemon::HelperListenerDelegate*)delegate;
 @end

@@ -13,10 +13,10 @@ namespace {
 class XPCConnection final : public airflow::daemon::Connection {
 public:
     /// `exported` is the one object that all connections share; made for the first of them.
-    XPCConnection(NSXPCConnection *accepted, FanHelperService *__strong &exported)
+    XPCConnection(NSXPCConnection* accepted, FanHelperService* __strong& exported)
         : connection(accepted), exportedObject(exported) {}
 
-    void exportService(airflow::daemon::FanHelperService &service) override {
+    void exportService(airflow::daemon::FanHelperService& service) override {
         if (!exportedObject) {
             exportedObject = [[FanHelperService alloc] initWithService:&service];
         }
@@ -29,36 +29,36 @@ public:
     }
     void setInvalidationHandler(std::function<void()> handler) override {
         connection.invalidationHandler = ^{
-            handler();
+          handler();
         };
     }
     void setInterruptionHandler(std::function<void()> handler) override {
         connection.interruptionHandler = ^{
-            handler();
+          handler();
         };
     }
     void resume() override { [connection resume]; }
 
 private:
-    NSXPCConnection *const connection;
-    FanHelperService *__strong &exportedObject;
+    NSXPCConnection* const connection;
+    FanHelperService* __strong& exportedObject;
 };
 
 }  // namespace
 
 @implementation HelperListenerDelegate {
-    airflow::daemon::HelperListenerDelegate *portable;
-    FanHelperService *exportedObject;
+    airflow::daemon::HelperListenerDelegate* portable;
+    FanHelperService* exportedObject;
 }
 
-- (instancetype)initWithDelegate:(airflow::daemon::HelperListenerDelegate *)delegate {
+- (instancetype)initWithDelegate:(airflow::daemon::HelperListenerDelegate*)delegate {
     self = [super init];
     portable = delegate;
     return self;
 }
 
-- (BOOL)listener:(NSXPCListener *)listener
-    shouldAcceptNewConnection:(NSXPCConnection *)newConnection {
+- (BOOL)listener:(NSXPCListener*)listener
+    shouldAcceptNewConnection:(NSXPCConnection*)newConnection {
     (void)listener;  // there is only one
     XPCConnection connection(newConnection, exportedObject);
     return portable->shouldAccept(connection);

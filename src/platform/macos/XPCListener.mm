@@ -12,17 +12,17 @@ namespace {
 
 class XPCListener final : public daemon::Listener {
 public:
-    void resume(daemon::HelperListenerDelegate &portable) override {
+    void resume(daemon::HelperListenerDelegate& portable) override {
         delegate = [[::HelperListenerDelegate alloc] initWithDelegate:&portable];
-        listener = [[NSXPCListener alloc]
-            initWithMachServiceName:stringOf(daemon::machServiceName)];
+        listener =
+            [[NSXPCListener alloc] initWithMachServiceName:stringOf(daemon::machServiceName)];
         listener.delegate = delegate;
         [listener resume];
     }
 
 private:
-    ::HelperListenerDelegate *delegate;  // the listener itself holds it only weakly
-    NSXPCListener *listener;
+    ::HelperListenerDelegate* delegate;  // the listener itself holds it only weakly
+    NSXPCListener* listener;
 };
 
 }  // namespace

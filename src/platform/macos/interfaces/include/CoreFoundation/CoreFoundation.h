@@ -14,14 +14,14 @@ typedef unsigned long CFTypeID;
 typedef uint32_t CFStringEncoding;
 typedef CFIndex CFNumberType;
 
-typedef const void *CFTypeRef;
-typedef const struct __CFAllocator *CFAllocatorRef;
-typedef const struct __CFArray *CFArrayRef;
-typedef const struct __CFData *CFDataRef;
-typedef const struct __CFDictionary *CFDictionaryRef;
-typedef struct __CFDictionary *CFMutableDictionaryRef;
-typedef const struct __CFNumber *CFNumberRef;
-typedef const struct __CFString *CFStringRef;
+typedef const void* CFTypeRef;
+typedef const struct __CFAllocator* CFAllocatorRef;
+typedef const struct __CFArray* CFArrayRef;
+typedef const struct __CFData* CFDataRef;
+typedef const struct __CFDictionary* CFDictionaryRef;
+typedef struct __CFDictionary* CFMutableDictionaryRef;
+typedef const struct __CFNumber* CFNumberRef;
+typedef const struct __CFString* CFStringRef;
 
 typedef struct {
     CFIndex location;
@@ -50,24 +50,24 @@ void CFRelease(CFTypeRef object);
 CFTypeID CFGetTypeID(CFTypeRef object);
 
 CFIndex CFArrayGetCount(CFArrayRef array);
-const void *CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index);
+const void* CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index);
 
-CFDataRef CFDataCreate(CFAllocatorRef allocator, const UInt8 *bytes, CFIndex size);
+CFDataRef CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex size);
 
 CFMutableDictionaryRef CFDictionaryCreateMutable(CFAllocatorRef allocator, CFIndex capacity,
-                                                 const CFDictionaryKeyCallBacks *keys,
-                                                 const CFDictionaryValueCallBacks *values);
-void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void *key, const void *value);
+                                                 const CFDictionaryKeyCallBacks* keys,
+                                                 const CFDictionaryValueCallBacks* values);
+void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key, const void* value);
 
-CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, const void *value);
+CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, const void* value);
 
 CFTypeID CFStringGetTypeID(void);
-CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8 *bytes, CFIndex size,
+CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8* bytes, CFIndex size,
                                     CFStringEncoding encoding, Boolean isExternal);
 CFIndex CFStringGetLength(CFStringRef string);
 CFIndex CFStringGetBytes(CFStringRef string, CFRange range, CFStringEncoding encoding,
-                         UInt8 lossByte, Boolean isExternal, UInt8 *buffer, CFIndex capacity,
-                         CFIndex *used);
+                         UInt8 lossByte, Boolean isExternal, UInt8* buffer, CFIndex capacity,
+                         CFIndex* used);
 
 #ifdef __cplusplus
 }

@@ -8,19 +8,19 @@
 
 @interface NSData : NSObject
 @property(readonly) NSUInteger length;
-- (void)getBytes:(void *)buffer length:(NSUInteger)length;
+- (void)getBytes:(void*)buffer length:(NSUInteger)length;
 @end
 
 @interface NSXPCInterface : NSObject
-+ (NSXPCInterface *)interfaceWithProtocol:(Protocol *)protocol;
++ (NSXPCInterface*)interfaceWithProtocol:(Protocol*)protocol;
 @end
 
 @interface NSXPCConnection : NSObject
-@property(retain) NSXPCInterface *exportedInterface;
+@property(retain) NSXPCInterface* exportedInterface;
 @property(retain) id exportedObject;
 @property(copy) void (^interruptionHandler)(void);
 @property(copy) void (^invalidationHandler)(void);
-- (void)setCodeSigningRequirement:(NSString *)requirement;
+- (void)setCodeSigningRequirement:(NSString*)requirement;
 - (void)resume;
 @end
 
@@ -28,12 +28,11 @@
 
 @protocol NSXPCListenerDelegate <NSObject>
 @optional
-- (BOOL)listener:(NSXPCListener *)listener
-    shouldAcceptNewConnection:(NSXPCConnection *)newConnection;
+- (BOOL)listener:(NSXPCListener*)listener shouldAcceptNewConnection:(NSXPCConnection*)newConnection;
 @end
 
 @interface NSXPCListener : NSObject
-- (instancetype)initWithMachServiceName:(NSString *)name;
+- (instancetype)initWithMachServiceName:(NSString*)name;
 @property(weak) id<NSXPCListenerDelegate> delegate;
 - (void)resume;
 @end
