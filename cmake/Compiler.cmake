@@ -21,6 +21,13 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 # No fused multiply-add: the same plan and temperatures give the same bytes on every processor.
 add_compile_options(-ffp-contract=off)
 
+# On a Mac whatever is visible is looked up among all libraries at every start.
+if(APPLE)
+  set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+  set(CMAKE_OBJCXX_VISIBILITY_PRESET hidden)
+  set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+endif()
+
 set(AIRFLOW_SANITIZE "" CACHE STRING "Sanitizers, as for -fsanitize=: address,undefined or thread")
 if(AIRFLOW_SANITIZE)
   add_compile_options(-fsanitize=${AIRFLOW_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

@@ -7,6 +7,7 @@ import pathlib
 import plistlib
 import re
 import sys
+import tempfile
 import unittest
 
 import macho
@@ -173,6 +174,11 @@ class MachO(unittest.TestCase):
         self.assertEqual(embedded["CFBundleVersion"], build)
         self.assertEqual((version, build), ("1.0.3", "6"))
         self.assertIn(f"{version}+{build}", self.executable.texts())
+
+    def test_isBelowOneAndAHalfMegabytesWhenStripped(self):
+        with tempfile.NamedTemporaryFile() as stripped:
+            macho.output("llvm-strip-19", "-o", stripped.name, EXECUTABLE)
+            self.assertLess(pathlib.Path(stripped.name).stat().st_size, 1_500_000)
 
     def test_isStartedByAListWithEveryKey(self):
         path = SOURCES / "packaging/macos/com.brisquell.helper.plist"
