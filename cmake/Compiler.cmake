@@ -21,6 +21,13 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 # No fused multiply-add: the same plan and temperatures give the same bytes on every processor.
 add_compile_options(-ffp-contract=off)
 
+# On a Mac whatever is visible is looked up among all libraries at every start.
+if(APPLE)
+  set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+  set(CMAKE_OBJCXX_VISIBILITY_PRESET hidden)
+  set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+endif()
+
 set(AIRFLOW_SANITIZE "" CACHE STRING "Sanitizers, as for -fsanitize=: address,undefined or thread")
 if(AIRFLOW_SANITIZE)
   add_compile_options(-fsanitize=${AIRFLOW_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
@@ -37,6 +44,10 @@ endif()
 add_library(airflow_warnings INTERFACE)
 target_compile_options(airflow_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+# Clang 17 takes a name in a lambda without `this` for a shadow of the class's field.
+if(CMAKE_CXX_COMPILER_VERSION VERSION_LESS 18)
+  target_compile_options(airflow_warnings INTERFACE -Wno-shadow)
+endif()
 
 # One library for each room of the house (docs/architecture.md). `NEEDS` are the rooms it may use;
 # `LIBRARIES` the packages. What a room calls and none of its needs gives does not link; headers and

@@ -6,11 +6,9 @@
 
 namespace airflow::daemon {
 
-inline constexpr std::string_view machServiceName = "com.brisquell.helper";
+extern const std::string_view machServiceName;
 
 /// `text` as a line of the log, with its newline.
-[[nodiscard]] inline std::string logLine(std::string_view text) {
-    return "[" + std::string(machServiceName) + "] " + std::string(text) + "\n";
-}
+[[nodiscard]] std::string logLine(std::string_view text);
 
 }  // namespace airflow::daemon

@@ -51,6 +51,8 @@ public:
     /// An absent optional is left out, key and all.
     template <typename T>
     void member(std::string_view key, const std::optional<T>& value);
+    /// "key":null, for readers to whom an absent member means something else.
+    void null(std::string_view key);
     template <std::invocable Body>
     void objectMember(std::string_view key, Body body);
     template <typename T>
@@ -122,6 +124,11 @@ void Writer::member(std::string_view name, const T& value) {
 template <typename T>
 void Writer::member(std::string_view name, const std::optional<T>& value) {
     if (value) member(name, *value);
+}
+
+inline void Writer::null(std::string_view name) {
+    key(name);
+    text += "null";
 }
 
 template <std::invocable Body>

@@ -37,7 +37,8 @@ Fault Fault::decode(const Decoder& decoder) {
     fault.until = optionalSeconds(decoder, "until", fault.until);
     fault.latency = optionalSeconds(decoder, "latency", fault.latency);
     fault.value = decoder.optional<double>("value");
-    fault.reading = decoder.optional<double>("reading");
+    ifPresent(decoder, "reading",
+              [&](const Decoder& member) { fault.reading = anyNumber(member); });
     ifPresent(decoder, "key", [&](const Decoder& member) {
         fault.key = member.text();
         if (fault.key != "*") fault.key = fourCharacters(member);

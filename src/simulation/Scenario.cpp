@@ -20,7 +20,7 @@ constexpr double longestSilence = 30;  // seconds after the last event of a scen
 TemperatureChange::Values decodeValues(const Decoder& decoder) {
     TemperatureChange::Values values;
     decoder.forEachMember([&values](std::string_view name, const Decoder& value) {
-        values.emplace_back(name, value.isNull() ? std::nullopt : std::optional(value.number()));
+        values.emplace_back(name, value.isNull() ? std::nullopt : std::optional(anyNumber(value)));
     });
     return values;
 }
@@ -274,7 +274,7 @@ void decodeChanges(const Decoder& decoder, std::string_view key, std::vector<Cha
 
 Scenario Scenario::decode(const Decoder& decoder) {
     decoder.onlyKeys({"machine", "temperatures", "thermal", "faults", "firmware", "events",
-                      "jitter", "euid", "duration"});
+                      "jitter", "euid", "duration", "restartAfter"});
     Scenario scenario;
     decoder.member("machine", [&](const Decoder& machine) {
         scenario.machine = MachineDescription::decode(machine);
@@ -299,6 +299,8 @@ Scenario Scenario::decode(const Decoder& decoder) {
     });
     ifPresent(decoder, "duration",
               [&](const Decoder& duration) { scenario.duration = seconds(duration); });
+    ifPresent(decoder, "restartAfter",
+              [&](const Decoder& delay) { scenario.restartAfter = seconds(delay); });
     return scenario;
 }
 

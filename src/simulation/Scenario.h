@@ -12,6 +12,7 @@
 
 #include "concurrency/Clock.h"
 #include "json/Decoder.h"
+#include "json/Writer.h"
 #include "plan/FanControlPlan.h"
 #include "simulation/Fault.h"
 #include "simulation/MachineDescription.h"
@@ -67,6 +68,7 @@ struct Call {
     std::int64_t rpm = 0;
     double percent = 0;
     plan::FanControlPlan plan{};
+    std::uint64_t id = 0;                   ///< given by the run, to tell answers apart
     std::optional<std::string> document{};  ///< instead of the plan: what is sent, whatever it is
 };
 
@@ -102,7 +104,8 @@ struct ProcessEvent {
 
     concurrency::Duration at{};
     Kind kind = Kind::terminate;
-    /// So many steps of the process later, wherever it is then. Not of a start.
+    /// So many steps of the process later, wherever it is then: in the middle of what else begins
+    /// at this moment. Not of a start.
     std::uint64_t afterSteps = 0;
 };
 
@@ -118,7 +121,11 @@ struct Scenario {
     double jitter = 0.05;
     std::uint32_t effectiveUserID = 0;
     std::optional<concurrency::Duration> duration{};
+    /// Whenever the daemon's process has ended, it is started again so much later; absent: never.
+    std::optional<concurrency::Duration> restartAfter{};
 
+    /// The JSON that it can be read from again.
+    void encode(json::Writer& writer) const;
     static Scenario decode(const json::Decoder& decoder);
 
     /// Reads the text of the file of that name beside the scenario, or says why it cannot.

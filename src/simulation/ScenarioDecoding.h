@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <string_view>
 
@@ -54,6 +55,16 @@ T bounded(const Decoder& decoder, std::int64_t low, std::int64_t high) {
         decoder.fail(fmt::format("Expected a whole number from {} to {}.", low, high));
     }
     return static_cast<T>(value);
+}
+
+/// A number, or "nan", "inf" or "-inf", which JSON has no numbers for.
+inline double anyNumber(const Decoder& decoder) {
+    if (decoder.kind() != json::Document::Kind::text) return decoder.number();
+    const std::string name = decoder.text();
+    if (name == "nan") return std::numeric_limits<double>::quiet_NaN();
+    if (name == "inf") return std::numeric_limits<double>::infinity();
+    if (name != "-inf") decoder.fail("Expected a number, \"nan\", \"inf\" or \"-inf\".");
+    return -std::numeric_limits<double>::infinity();
 }
 
 inline std::string fourCharacters(const Decoder& decoder) {

@@ -20,7 +20,9 @@ struct Reply {
     std::optional<control::ControlResult> result{};  ///< of commands that have one, from its code
     /// Of readState, from its document; absent when that was none.
     std::optional<control::ControlState> state{};
-    std::string version{};  ///< of helperVersion
+    std::string version{};    ///< of helperVersion
+    std::uint64_t call = 0;   ///< the Call's
+    bool isDelivered = true;  ///< false: the client was gone by then
 };
 
 /// Is told, in order, of everything that happens in a scenario. `time` is since its start.
@@ -37,7 +39,7 @@ public:
     virtual void modeChanged(concurrency::Duration time, std::size_t fan, FanMode mode) = 0;
     virtual void published(concurrency::Duration time, const control::ControlState& state) = 0;
     virtual void called(concurrency::Duration time, std::string_view client, const Call& call) = 0;
-    /// An answer that reached its client.
+    /// An answer, whether or not its client was still there.
     virtual void replied(concurrency::Duration time, const Reply& reply) = 0;
     /// A line for standard error, with its newline.
     virtual void logged(concurrency::Duration time, std::string_view line) = 0;
@@ -48,7 +50,8 @@ public:
     virtual void started(concurrency::Duration) {}
     virtual void signalled(concurrency::Duration, daemon::Signal) {}
     virtual void ended(const ProcessEnd&) {}
-    virtual void connected(concurrency::Duration, std::string_view) {}
+    virtual void connected(concurrency::Duration, std::string_view, bool /*isStranger*/) {}
+    virtual void clockJumped(concurrency::Duration, double /*seconds*/) {}
     virtual void disconnected(concurrency::Duration, std::string_view) {}
 };
 

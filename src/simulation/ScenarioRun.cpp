@@ -31,8 +31,13 @@ std::uint64_t seedOfLife(std::uint64_t seed, std::uint64_t life) {
 }
 
 /// Of what is done in one moment: what the machine does comes before a look at it, and what clients
-/// do behind that.
-enum Order { machine, sample, event };
+/// do behind that. An interruption is last, and what comes before it has not run yet then.
+enum Order { machine, sample, event, interruption };
+
+Order orderOf(const Event& event) {
+    const auto* process = std::get_if<ProcessEvent>(&event);
+    return process && process->afterSteps > 0 ? Order::interruption : Order::event;
+}
 
 }  // namespace
 
@@ -76,7 +81,8 @@ void ScenarioRun::play(Duration length) {
     scheduleAll();
     startDaemon();
     while (!actions.empty() && actions.begin()->first.first <= length) {
-        runTo(actions.begin()->first.first);
+        const auto [time, order] = actions.begin()->first;
+        if (order != interruption || time > now()) runTo(time);
         const auto next = actions.extract(actions.begin());
         next.mapped()();
     }
@@ -96,7 +102,7 @@ void ScenarioRun::scheduleAll() {
     }
     for (const Event& event : scenario.events) {
         const Duration at = std::visit([](const auto& each) { return each.at; }, event);
-        schedule(at, Order::event, [this, &event] { perform(event); });
+        schedule(at, orderOf(event), [this, &event] { perform(event); });
     }
     watchSeconds(1s);
 }
@@ -120,6 +126,7 @@ void ScenarioRun::perform(const Event& event) {
     }
     if (const auto* jump = std::get_if<WallClockJump>(&event)) {
         dateOffset += concurrency::Seconds(jump->seconds);
+        observer.clockJumped(now(), jump->seconds);
         if (daemon) daemon->runtime.jumpDate(concurrency::Seconds(jump->seconds));
     }
 }
@@ -171,6 +178,9 @@ void ScenarioRun::noteEnd() {
     for (auto& [name, client] : clients) client.connection.reset();
     daemon.reset();
     observer.ended(end);
+    if (!scenario.restartAfter) return;
+    schedule(std::max(end.time + *scenario.restartAfter, machineTime), event,
+             [this] { startDaemon(); });
 }
 
 void ScenarioRun::deliver(const ProcessEvent& event) {
@@ -179,6 +189,7 @@ void ScenarioRun::deliver(const ProcessEvent& event) {
         startDaemon();
     } else if (daemon) {
         afterSteps(event.afterSteps, [this, kind = event.kind] {
+            if (daemon->process.end()) return;
             if (kind == Kind::kill) return daemon->process.kill();
             const auto signal =
                 kind == Kind::terminate ? daemon::Signal::terminate : daemon::Signal::interrupt;
@@ -199,8 +210,10 @@ void ScenarioRun::afterSteps(std::uint64_t steps, Action action) {
 SimulatedConnection& ScenarioRun::connect(const std::string& name, bool isStranger) {
     Client& client = clients[name];
     if (!client.connection || !client.connection->isOpen()) {
-        observer.connected(now(), name);
+        observer.connected(now(), name, isStranger);
+        client.isStranger = isStranger;
         client.connection = daemon->listener.connect(!isStranger);
+        client.connection->refused = [this, name] { observer.disconnected(now(), name); };
         ++client.openings;
     }
     return *client.connection;
@@ -209,23 +222,28 @@ SimulatedConnection& ScenarioRun::connect(const std::string& name, bool isStrang
 void ScenarioRun::disconnect(const std::string& name) {
     const auto client = clients.find(name);
     if (client == clients.end() || !client->second.connection) return;
+    const auto connection = std::exchange(client->second.connection, nullptr);
+    if (!connection->isOpen()) return;  // was refused
     observer.disconnected(now(), name);
-    std::exchange(client->second.connection, nullptr)->end();
+    connection->end();
 }
 
 /// A call while no process runs goes nowhere.
 void ScenarioRun::send(const Call& call) {
     if (!daemon) return;
-    SimulatedConnection& connection = connect(call.client, false);
-    observer.called(now(), call.client, call);
-    connection.send(message(call));
+    SimulatedConnection& connection = connect(call.client, clients[call.client].isStranger);
+    Call numbered = call;
+    numbered.id = ++calls;
+    observer.called(now(), call.client, numbered);
+    connection.send(message(numbered));
 }
 
 void ScenarioRun::tell(const Call& call, std::int64_t opening, Reply reply) {
     const Client& client = clients[call.client];
-    if (!client.connection || client.openings != opening) return;  // nobody waits for it any more
     reply.client = call.client;
     reply.method = call.method;
+    reply.call = call.id;
+    reply.isDelivered = client.connection && client.openings == opening;
     observer.replied(now(), reply);
 }
 

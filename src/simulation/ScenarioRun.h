@@ -37,6 +37,7 @@ private:
     struct Client {
         std::shared_ptr<SimulatedConnection> connection;  ///< none while it is not connected
         std::int64_t openings = 0;
+        bool isStranger = false;  ///< as it last connected
     };
     using Action = std::function<void()>;
 
@@ -69,6 +70,7 @@ private:
     std::unique_ptr<SimulatedDaemon> daemon;  ///< none while no process runs
     concurrency::Duration machineTime{};      ///< while no process runs
     concurrency::Seconds dateOffset{};
+    std::uint64_t calls = 0;
     std::uint64_t lives = 0;
     std::uint64_t endedLives = 14695981039346656037U;  ///< their fingerprints
     std::map<std::string, Client> clients;

@@ -48,6 +48,7 @@ Task<void> SimulatedConnection::deliver(SimulatedConnection& connection,
     if (isStranger && !connection.messages.empty()) {
         connection.messages.clear();
         connection.open = false;
+        if (connection.refused) connection.refused();
     }
     while (!connection.messages.empty()) {
         const Message message = std::move(connection.messages.front());

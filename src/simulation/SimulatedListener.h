@@ -30,6 +30,8 @@ public:
     void send(Message message);
     void end();
     [[nodiscard]] bool isOpen() const { return open; }
+    /// Tells the client, once, that it was refused: its connection has ended from the other side.
+    std::function<void()> refused;
 
     void exportService(daemon::FanHelperService& exported) override { service = &exported; }
     void setCodeSigningRequirement(std::string_view text) override { requirement = text; }

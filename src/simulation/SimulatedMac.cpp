@@ -112,6 +112,11 @@ std::optional<double> SimulatedMac::hottest() {
     return hottestShown();
 }
 
+const Temperatures& SimulatedMac::smcTemperatures() {
+    catchUp();
+    return smcTemps;
+}
+
 std::optional<double> SimulatedMac::hottestShown() const {
     std::optional<double> hottest;
     const auto consider = [&hottest](double celsius) {
@@ -151,6 +156,11 @@ void SimulatedMac::follow(ThermalModel model) {
     catchUp();
     thermal = std::move(model);
     showHeat();
+}
+
+void SimulatedMac::standStill() {
+    catchUp();
+    thermal.reset();
 }
 
 void SimulatedMac::changeMode(Fan& fan, FanMode mode) {

@@ -69,6 +69,8 @@ public:
     /// control follows it, and without any leaves its fans at their lowest speed, as if all were
     /// cool.
     [[nodiscard]] std::optional<double> hottest();
+    /// Of the SMC's keys, °C, at this moment. Those of the HID services are in hid().
+    [[nodiscard]] const Temperatures& smcTemperatures();
 
     /// Told whenever the true mode of a fan changes, whoever changed it.
     std::function<void(std::size_t fan, FanMode mode)> modeObserver;
@@ -82,6 +84,8 @@ public:
     /// From now on all sensors follow a load, and with them the fans: those of the dies are as hot
     /// as the model's die, the others as its heat sink. What is set by hand lasts for a step.
     void follow(ThermalModel thermal);
+    /// From now on temperatures stay where they are, until they are set.
+    void standStill();
 
 private:
     struct Fan {

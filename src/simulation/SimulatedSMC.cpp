@@ -114,7 +114,8 @@ smc::KernelReturn SimulatedSMC::call(std::uint32_t connection, std::uint32_t met
         written = decodeNumber(request.bytes, key->size, key->type);
     }
     const Fault* const fault = activeFault(*operation, access.key, written);
-    if (fault) latency += fault->latency;
+    if (fault) access.latency = fault->latency;
+    latency += access.latency;
     if (key)
         answer(*key, *operation, fault, request, reply);
     else

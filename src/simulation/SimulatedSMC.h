@@ -22,6 +22,7 @@ struct SMCAccess {
     double value = 0;   ///< what was read or written, where that is a number
     std::uint8_t result = 0;
     smc::KernelReturn kernelReturn = smc::kernelSuccess;
+    concurrency::Duration latency{};  ///< how long the answer takes
 };
 
 /// A key store behind the platform calls. Knows nothing of fans: who owns it gives each key its
@@ -54,6 +55,7 @@ public:
     void addNumber(const std::string& name, const std::string& type, std::function<double()> read,
                    std::function<std::uint8_t(double)> write = {});
     void add(const Fault& fault) { faults.push_back(fault); }
+    void removeFaults() { faults.clear(); }
 
     /// The machine itself changes a key that can be written; false when there is no such key, or
     /// when it does not take the value.

@@ -2,6 +2,7 @@
 // fans, cools the sink.
 #pragma once
 
+#include <functional>
 #include <utility>
 #include <vector>
 
@@ -18,6 +19,9 @@ public:
     using Load = std::vector<std::pair<concurrency::Duration, double>>;
 
     ThermalModel(Load load, double ambientCelsius);
+    /// With a load that `watts` gives for each moment.
+    static ThermalModel withLoad(std::function<double(concurrency::Duration)> watts,
+                                 double ambientCelsius);
 
     /// Moves on by one step. `airflow` is the fans' mean speed as a share of their maximum, [0, 1].
     void step(concurrency::Duration now, double seconds, double airflow);
@@ -26,9 +30,7 @@ public:
     [[nodiscard]] double sinkCelsius() const { return sink; }
 
 private:
-    [[nodiscard]] double watts(concurrency::Duration now) const;
-
-    Load load;
+    std::function<double(concurrency::Duration)> watts;
     double ambient;
     double die;
     double sink;

@@ -59,6 +59,7 @@ void ScenarioJSONLines::published(concurrency::Duration time, const control::Con
 }
 
 void ScenarioJSONLines::replied(concurrency::Duration time, const simulation::Reply& reply) {
+    if (!reply.isDelivered) return;
     line(time, [&] {
         writer.member("client", reply.client);
         writer.member("reply", simulation::nameOf(reply.method));
@@ -90,7 +91,7 @@ void ScenarioJSONLines::ended(const simulation::ProcessEnd& end) {
     });
 }
 
-void ScenarioJSONLines::connected(concurrency::Duration time, std::string_view client) {
+void ScenarioJSONLines::connected(concurrency::Duration time, std::string_view client, bool) {
     line(time, [&] {
         writer.member("client", client);
         writer.member("connection", "open");

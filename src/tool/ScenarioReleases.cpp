@@ -110,7 +110,10 @@ void ScenarioReleases::started(Duration time) {
     inFlight.clear();
     underWay.reset();
     commands = 0;
-    for (auto& [index, fan] : fans) fan.forcedAfter = 0;
+    for (auto& [index, fan] : fans) {
+        fan.hasRefused = false;  // retries end with their process
+        fan.forcedAfter = 0;
+    }
 }
 
 /// What happened is over: whoever changed a fan without a write was the machine itself, and a

@@ -130,6 +130,7 @@ void ScenarioTable::called(Duration time, std::string_view client, const Call& c
 
 void ScenarioTable::replied(Duration time, const simulation::Reply& reply) {
     releases.replied(time, reply.method);
+    if (!reply.isDelivered) return;
     std::string answer = "done";
     if (reply.result) answer = answerText(*reply.result);
     if (reply.method == Call::Method::readState) answer = "no state";
@@ -178,7 +179,7 @@ void ScenarioTable::ended(const simulation::ProcessEnd& end) {
                                 : fmt::format("the daemon exits with status {}", end.status));
 }
 
-void ScenarioTable::connected(Duration time, std::string_view client) {
+void ScenarioTable::connected(Duration time, std::string_view client, bool) {
     line(time, fmt::format("{} connects", client));
 }
 

@@ -19,19 +19,6 @@ using sensors::Fan;
 using sensors::SensorSnapshot;
 using sensors::TempSensor;
 
-std::string modeText(std::optional<std::int64_t> mode) {
-    if (!mode) return "no mode key";
-    const auto word = [&] {
-        switch (*mode) {
-            case 0: return "automatic";
-            case 1: return "forced";
-            case 3: return "taken back";
-            default: return "unknown";
-        }
-    };
-    return fmt::format("{} ({})", word(), *mode);
-}
-
 void writeFans(std::ostream& out, const std::vector<Fan>& fans) {
     if (fans.empty()) {
         out << "no fans\n";
@@ -47,7 +34,8 @@ void writeFans(std::ostream& out, const std::vector<Fan>& fans) {
     for (const Fan& fan : fans) {
         table.add({fmt::format("{}", fan.id), printable(fan.name),
                    fmt::format("{}", fan.currentRPM), fmt::format("{}", fan.minRPM),
-                   fmt::format("{}", fan.maxRPM), modeText(fan.mode)});
+                   fmt::format("{}", fan.maxRPM),
+                   fan.mode ? fanModeText(*fan.mode) : "no mode key"});
     }
     table.write(out);
 }

@@ -37,6 +37,18 @@ std::string plain(double number) {
     return fmt::format("{}", number);
 }
 
+std::string fanModeText(std::int64_t mode) {
+    const auto word = [mode] {
+        switch (mode) {
+            case 0: return "automatic";
+            case 1: return "forced";
+            case 3: return "taken back";
+            default: return "unknown";
+        }
+    };
+    return fmt::format("{} ({})", word(), mode);
+}
+
 std::string printable(std::string_view text) {
     std::string result;
     while (!text.empty()) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -9,6 +10,9 @@ namespace airflow::tool {
 
 /// The shortest text of a number: 45, 0.3.
 [[nodiscard]] std::string plain(double number);
+
+/// Who drives a fan whose mode key holds this number, and the number: "forced (1)".
+[[nodiscard]] std::string fanModeText(std::int64_t mode);
 
 /// The text with every control character replaced by U+FFFD, so that a name from a file cannot
 /// move the cursor, change colours or turn the direction of writing.

@@ -7,11 +7,17 @@
 #include <utility>
 
 #include "daemon/BuildIdentity.h"
+#include "tool/CallCommand.h"
 #include "tool/CheckCommand.h"
+#include "tool/HelperCommand.h"
+#include "tool/MachineCommand.h"
 #include "tool/MachinesCommand.h"
 #include "tool/ReplayCommand.h"
 #include "tool/SensorsCommand.h"
+#include "tool/SessionCommand.h"
 #include "tool/SimulateCommand.h"
+#include "tool/SoakCommand.h"
+#include "tool/WatchCommand.h"
 
 namespace airflow::tool {
 
@@ -123,7 +129,13 @@ int runTool(std::vector<std::string> arguments, Streams streams) {
     addReplay(app, streams, status);
     addSensors(app, streams, status);
     addMachines(app, streams);
+    addMachine(app, streams, status);
     addSimulate(app, streams, status);
+    addSoak(app, streams, status);
+    addHelper(app, streams, status);
+    addCall(app, streams, status);
+    addSession(app, streams, status);
+    addWatch(app, streams, status);
     std::ranges::reverse(arguments);  // as the parser wants them
     try {
         app.parse(std::move(arguments));

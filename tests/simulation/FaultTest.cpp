@@ -84,6 +84,14 @@ TEST_F(FaultTest, theFirstThatFitsCounts) {
     EXPECT_EQ(writeMode(1), 0x86);
 }
 
+TEST_F(FaultTest, noneIsLeftWhenAllAreRemoved) {
+    smc.add({.key = "F0Md", .result = 0x82});
+    smc.add({.result = 0x86});
+    EXPECT_EQ(writeMode(1), 0x82);
+    smc.removeFaults();
+    EXPECT_EQ(writeMode(1), 0);
+}
+
 TEST_F(FaultTest, oneValueCanBeRefused) {
     smc.add({.key = "F0Md", .value = 0, .result = 0x86});
     EXPECT_EQ(writeMode(1), 0);

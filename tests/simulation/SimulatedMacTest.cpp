@@ -233,6 +233,21 @@ TEST_F(SimulatedMacTest, underLoadSensorsFollowTheModelAndFansTheSensors) {
     EXPECT_NEAR(mac->fan(1).speed / 6200, mac->fan(0).speed / 6000, 0.02);
 }
 
+TEST_F(SimulatedMacTest, temperaturesThatStandStillKeepWhatTheLoadMadeOfThem) {
+    usePreset("laptop");
+    mac->follow(ThermalModel({{0s, 45.0}}, 25));
+    now = 30min;
+    mac->standStill();
+    const double die = mac->hottest().value();
+    EXPECT_NEAR(die, 82, 1) << "up to this moment they followed it";
+    EXPECT_EQ(mac->smcTemperatures().front(), std::pair(std::string("TCHP"), die));
+    now = 60min;
+    EXPECT_EQ(mac->hottest(), die);
+    mac->setSMCTemperature("TCHP", 20);
+    now = 61min;
+    EXPECT_EQ(mac->smcTemperatures().front(), std::pair(std::string("TCHP"), 20.0));
+}
+
 TEST_F(SimulatedMacTest, fansForcedToTheirLowestSpeedOverheatALoadedMachine) {
     usePreset("left-forced");
     mac->follow(ThermalModel({{0s, 45.0}}, 25));

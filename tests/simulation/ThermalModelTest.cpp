@@ -63,6 +63,16 @@ TEST(ThermalModel, theDieWarmsAtOnceAndTheSinkSlowly) {
     EXPECT_LT(model.sinkCelsius() - sink, 3);
 }
 
+TEST(ThermalModel, aLoadMayBeGivenForEachMoment) {
+    ThermalModel listed({{0s, 10.0}, {30s, 45.0}}, ambient);
+    auto asked = ThermalModel::withLoad(
+        [](concurrency::Duration now) { return now < 30s ? 10.0 : 45.0; }, ambient);
+    run(listed, 0s, 1min, lowest);
+    run(asked, 0s, 1min, lowest);
+    EXPECT_EQ(asked.dieCelsius(), listed.dieCelsius());
+    EXPECT_EQ(asked.sinkCelsius(), listed.sinkCelsius());
+}
+
 TEST(ThermalModel, everythingIsRelativeToTheAirAround) {
     ThermalModel cold({{0s, 30.0}}, 5);
     ThermalModel warm({{0s, 30.0}}, 35);

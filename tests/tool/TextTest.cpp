@@ -11,6 +11,14 @@ TEST(Text, plainNumbersHaveNoTrailingZeros) {
     EXPECT_EQ(plain(-12.5), "-12.5");
 }
 
+TEST(Text, fanModesHaveNames) {
+    EXPECT_EQ(fanModeText(0), "automatic (0)");
+    EXPECT_EQ(fanModeText(1), "forced (1)");
+    EXPECT_EQ(fanModeText(2), "unknown (2)");
+    EXPECT_EQ(fanModeText(3), "taken back (3)");
+    EXPECT_EQ(fanModeText(-1), "unknown (-1)");
+}
+
 TEST(Text, controlCharactersCannotReachATerminal) {
     EXPECT_EQ(printable("a\x1B[31mb\n"), "a\xEF\xBF\xBD[31mb\xEF\xBF\xBD");
     EXPECT_EQ(printable("\x7F"), "\xEF\xBF\xBD");

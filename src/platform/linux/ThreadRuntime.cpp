@@ -14,6 +14,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/linux/BootTime.h"
+
 namespace airflow::platform {
 namespace {
 
@@ -110,12 +112,6 @@ public:
     Timer& operator=(const Timer&) = delete;
     ~Timer() { close(descriptor); }
 
-    static Instant now() noexcept {
-        timespec time{};
-        clock_gettime(CLOCK_BOOTTIME, &time);
-        return Instant(std::chrono::seconds(time.tv_sec) + Duration(time.tv_nsec));
-    }
-
     TimerQueue::Key add(Instant deadline, Suspended sleeper) {
         const std::lock_guard lock(mutex);
         const bool isEarliest = deadline < sleepers.next();
@@ -149,7 +145,7 @@ private:
             require(count > 0 || errno == EINTR, "a timer descriptor can be read");
             const std::lock_guard lock(mutex);
             if (isStopping) return;
-            while (const Suspended sleeper = sleepers.popDue(now())) sleeper.resume();
+            while (const Suspended sleeper = sleepers.popDue(bootTime())) sleeper.resume();
             if (!sleepers.empty()) wakeAt(sleepers.next());
         }
     }
@@ -179,7 +175,7 @@ public:
     std::shared_ptr<Executor> makeExecutor(std::string_view name) override {
         return std::make_shared<Pool::Strand>(pool, name);
     }
-    Instant now() const noexcept override { return Timer::now(); }
+    Instant now() const noexcept override { return bootTime(); }
     Date date() const noexcept override { return std::chrono::system_clock::now(); }
 
 private:

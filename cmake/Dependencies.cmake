@@ -1,0 +1,22 @@
+# The packages that the project uses. For a Mac they are headers only, so that the daemon, which runs
+# as root, loads no library that is not the system's; and they are seen through a folder that holds
+# nothing else, so that no other header of the machine that builds can be found by mistake.
+if(NOT APPLE)
+  find_package(nlohmann_json 3.11 REQUIRED)
+  find_package(CLI11 2.1 REQUIRED)
+  find_package(fmt 9 REQUIRED)
+  return()
+endif()
+
+set(headers "${PROJECT_BINARY_DIR}/dependencies")
+file(MAKE_DIRECTORY "${headers}")
+function(airflow_headers target folder header)
+  find_path(AIRFLOW_${folder}_HEADERS "${folder}/${header}" HINTS /opt/homebrew/include
+            NO_CMAKE_FIND_ROOT_PATH REQUIRED)
+  file(CREATE_LINK "${AIRFLOW_${folder}_HEADERS}/${folder}" "${headers}/${folder}" SYMBOLIC)
+  add_library(${target} INTERFACE IMPORTED GLOBAL)
+  target_include_directories(${target} INTERFACE "${headers}")
+endfunction()
+airflow_headers(nlohmann_json::nlohmann_json nlohmann json.hpp)
+airflow_headers(fmt::fmt fmt format.h)
+target_compile_definitions(fmt::fmt INTERFACE FMT_HEADER_ONLY)

@@ -1,0 +1,134 @@
+// Oracle: judges a run of the whole daemon by what can be seen from outside: the machine's truth,
+// messages, connections, time and the life of the process. It knows nothing of the daemon's code.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "simulation/Properties.h"
+#include "simulation/ScenarioObserver.h"
+
+namespace airflow::simulation {
+
+struct Violation {
+    Property property = Property::releaseBegins;
+    concurrency::Duration time{};
+    std::string what{};
+};
+
+class Oracle final : public ScenarioObserver {
+public:
+    /// The scenario outlives the oracle, which reads the machine and the jumps of the clock there.
+    explicit Oracle(const Scenario& scenario);
+
+    /// The first one; what follows it often follows from it.
+    [[nodiscard]] const std::optional<Violation>& violation() const { return first; }
+    /// How often each of `sometimes` happened.
+    [[nodiscard]] const std::array<std::uint64_t, sometimes.size()>& counts() const {
+        return counters;
+    }
+    /// Depends on everything that was told.
+    [[nodiscard]] std::uint64_t hash() const { return trace; }
+
+    void access(const SMCAccess& access) override;
+    void modeChanged(concurrency::Duration time, std::size_t fan, FanMode mode) override;
+    void published(concurrency::Duration time, const control::ControlState& state) override;
+    void called(concurrency::Duration time, std::string_view client, const Call& call) override;
+    void replied(concurrency::Duration time, const Reply& reply) override;
+    void logged(concurrency::Duration time, std::string_view line) override;
+    void second(concurrency::Duration time, SimulatedMac& mac) override;
+    void started(concurrency::Duration time) override;
+    void signalled(concurrency::Duration time, daemon::Signal signal) override;
+    void ended(const ProcessEnd& end) override;
+    void connected(concurrency::Duration time, std::string_view client, bool isStranger) override;
+    void disconnected(concurrency::Duration time, std::string_view client) override;
+    void clockJumped(concurrency::Duration time, double seconds) override;
+
+private:
+    using Duration = concurrency::Duration;
+
+    /// A moment, by the clock and by how long the driver had been busy until then.
+    struct Mark {
+        Duration time{};
+        Duration busy{};
+    };
+    struct Fan {
+        bool isForced = false;
+        Mark forcedSince{};
+        std::optional<Mark> lastRequest;  ///< to go back
+        int refusals = 0;                 ///< of these in a row
+        bool isLiedAbout = false;         ///< the SMC said that it went back
+        bool isForcedInSecret = false;    ///< the SMC refused it, and did it
+        bool isOvertaken = false;         ///< forced by a claim after a release
+        bool isUnknown = true;            ///< this life of the daemon has not read its mode key
+        bool hasFailedProbe = false;      ///< of its mode key, in this life
+        std::set<double> limits;          ///< as read in this life, RPM
+        bool hasUnwrittenTarget = false;  ///< whose write did not reach the SMC, in this life
+        std::set<double> targets;         ///< accepted in this life of the process
+    };
+    struct Command {
+        Call::Method method = Call::Method::heartbeat;
+        bool isGarbage = false;
+        std::string client{};
+        Mark called{};
+        bool wasControlUnderWay = false;  ///< at any time since
+    };
+
+    void fail(Property property, Duration time, std::string what);
+    void count(std::string_view happening);
+    void mix(std::uint64_t value) { trace = (trace ^ value) * 1099511628211U; }
+    void mix(std::string_view text);
+    /// How long the driver has been busy with slow answers up to now.
+    [[nodiscard]] Duration busyAt(Duration now) const {
+        return busy - std::max(busyUntil - now, Duration::zero());
+    }
+    [[nodiscard]] Mark mark(Duration time) const { return {.time = time, .busy = busyAt(time)}; }
+    [[nodiscard]] Duration since(const Mark& mark, Duration now) const {
+        return now - mark.time - (busyAt(now) - mark.busy);
+    }
+    [[nodiscard]] bool isJudged(const Fan& fan) const {
+        return fan.isForced && !fan.isLiedAbout && !fan.isOvertaken && !fan.isUnknown;
+    }
+    [[nodiscard]] bool isControlUnderWay() const;
+    void endWatch(Duration time);
+    void noteModeWrite(Fan& fan, const SMCAccess& access);
+    void noteReading(Fan& fan, std::string_view kind, const SMCAccess& access);
+    void judgeWrite(const SMCAccess& access);
+    void judgeTarget(Fan& fan, const SMCAccess& access);
+    void judgeFan(std::size_t index, const Fan& fan, Duration now);
+    void judgeState(const Command& question, const Reply& reply, Duration now);
+    void judgeListening(Duration time);
+
+    const Scenario& scenario;
+    Duration perFan{};      ///< 10 s for each fan
+    bool canBeHot = false;  ///< any temperature reaches the ceiling
+    std::vector<Fan> fans;
+    Duration busy{};       ///< with all the answers that were asked for
+    Duration busyUntil{};  ///< the last of them
+    bool isRunning = false;
+    bool isListening = false;
+    std::optional<Mark> exiting;  ///< since when
+    /// Since when nobody watches: no command has come since.
+    std::optional<Mark> watchEnded;
+    bool wasReleasedUnderWay = false;  ///< by a safety check, during a command
+    std::optional<Mark> lastRefusal;
+    Mark lastWrite{};
+    Mark lastWatch{};                 ///< heartbeat or command
+    Duration lastHeartbeat{};         ///< or command, by when it was sent
+    std::optional<Mark> longSilence;  ///< the end of the last that was too long
+    double clockBack = 0;             ///< seconds, since lastWatch
+    double clockForward = 0;
+    std::map<std::uint64_t, Command> commands;  ///< not answered yet
+    std::set<std::string> strangers;
+    std::optional<Violation> first;
+    std::array<std::uint64_t, sometimes.size()> counters{};
+    std::uint64_t trace = 14695981039346656037U;
+};
+
+}  // namespace airflow::simulation

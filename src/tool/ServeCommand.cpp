@@ -1,0 +1,150 @@
+#include "tool/ServeCommand.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/prctl.h>
+#include <sys/signalfd.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <array>
+#include <cerrno>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <vector>
+
+#include "platform/linux/LocalSocket.h"
+#include "platform/linux/StopSignals.h"
+#include "simulation/MachineDescription.h"
+#include "tool/HelperSocket.h"
+#include "tool/MachineCommand.h"
+#include "tool/MachinesCommand.h"
+#include "tool/Text.h"
+
+namespace airflow::tool {
+
+namespace {
+
+struct Options {
+    std::string machine = "laptop";
+    std::string machineSocket;
+    std::string helperSocket;
+};
+
+constexpr const char* self = "/proc/self/exe";
+
+/// Runs this program with other arguments, in a process group of its own: Ctrl-C is for us to pass
+/// on, to the daemon first. The child ends with us, however we end: by its own clean-up.
+std::optional<pid_t> spawn(std::vector<std::string> arguments) {
+    const pid_t parent = getpid();
+    const pid_t child = fork();
+    if (child < 0) return std::nullopt;
+    if (child > 0) return child;
+    setpgid(0, 0);
+    sigset_t none{};
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (getppid() != parent) _exit(1);
+    arguments.insert(arguments.begin(), "airflow");
+    std::vector<char*> pointers;
+    for (std::string& argument : arguments) pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
+    execv(self, pointers.data());
+    _exit(127);
+}
+
+/// As a shell tells it.
+int statusOf(int waited) {
+    return WIFEXITED(waited) ? WEXITSTATUS(waited) : 128 + WTERMSIG(waited);
+}
+
+int waitFor(pid_t child) {
+    int waited = 0;
+    while (waitpid(child, &waited, 0) < 0 && errno == EINTR) {
+    }
+    return statusOf(waited);
+}
+
+int stop(pid_t child, int signal) {
+    kill(child, signal);
+    return waitFor(child);
+}
+
+/// Waits until somebody listens at `path`; false when that takes 5 s, or the child ends.
+bool isListening(const std::string& path, pid_t child) {
+    for (int attempt = 0; attempt < 500; ++attempt) {
+        if (platform::connectTo(path)) return true;
+        siginfo_t ended{};
+        waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOHANG | WNOWAIT);
+        if (ended.si_pid == child) return false;
+        poll(nullptr, 0, 10);
+    }
+    return false;
+}
+
+/// The signal that ends us, or nothing when the daemon has ended by itself.
+std::optional<int> waitForEnd(const platform::StopSignals& signals, pid_t helper) {
+    for (;;) {
+        pollfd arrived{.fd = signals.descriptor().get(), .events = POLLIN, .revents = 0};
+        if (poll(&arrived, 1, 200) > 0) {
+            signalfd_siginfo signal{};
+            const ssize_t size = read(arrived.fd, &signal, sizeof signal);
+            if (size == sizeof signal) return static_cast<int>(signal.ssi_signo);
+        }
+        siginfo_t ended{};
+        waitid(P_PID, static_cast<id_t>(helper), &ended, WEXITED | WNOHANG | WNOWAIT);
+        if (ended.si_pid == helper) return std::nullopt;
+    }
+}
+
+int serve(const Options& options, Streams streams) {
+    const auto machinePath = machineSocket(options.machineSocket);
+    const auto helperPath = helperSocket(options.helperSocket);
+    if (!machinePath || !helperPath) {
+        streams.err << printable(machinePath ? helperPath.error() : machinePath.error()) << '\n';
+        return 1;
+    }
+    const platform::StopSignals signals;
+    const auto machine =
+        spawn({"machine", "--machine", options.machine, "--machine-socket", *machinePath});
+    if (!machine || !isListening(*machinePath, *machine)) {
+        return machine ? stop(*machine, SIGTERM) : 1;  // it has said why
+    }
+    const auto helper =
+        spawn({"helper", "--machine-socket", *machinePath, "--helper-socket", *helperPath});
+    if (!helper) return stop(*machine, SIGTERM), 1;
+    const bool hasOwnPlace = !options.machineSocket.empty() || !options.helperSocket.empty();
+    const std::string where = hasOwnPlace ? " --helper-socket " + printable(*helperPath) : "";
+    streams.out << fmt::format(
+                       "Try in another terminal: `airflow session{0}`, `airflow watch{0}`,\n"
+                       "`airflow call fullBlast{0}` or `airflow machine status`. Ctrl-C ends "
+                       "this.\n",
+                       where)
+                << std::flush;
+    const auto signal = waitForEnd(signals, *helper);
+    // The daemon first: it gives the fans back while there is still a machine.
+    const int status = signal ? stop(*helper, *signal) : waitFor(*helper);
+    stop(*machine, SIGTERM);
+    return status;
+}
+
+}  // namespace
+
+void addServe(CLI::App& app, Streams streams, int& status) {
+    CLI::App* const command =
+        app.add_subcommand("serve", "Run a simulated machine and the daemon over it, for a try");
+    auto options = std::make_shared<Options>();
+    command->add_option("--machine", options->machine, "One of those that machines lists (laptop)")
+        ->check(CLI::Validator(whyNoMachine, "", "machine"));
+    command->add_option("--machine-socket", options->machineSocket, "Where the machine listens");
+    command->add_option("--helper-socket", options->helperSocket, "Where the daemon listens");
+    command->callback([=, &status] { status = serve(*options, streams); });
+}
+
+}  // namespace airflow::tool

@@ -1,0 +1,162 @@
+#include "DaemonBench.h"
+
+namespace airflow::daemon {
+namespace {
+
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+
+/// A signal in every phase of the daemon's life.
+class SignalPhases : public DaemonSchedule {
+protected:
+    static std::unique_ptr<DaemonBench> on(const std::string& machine) {
+        return std::make_unique<DaemonBench>(GetParam(), machine);
+    }
+    static void terminate(DaemonBench& bench) { bench.daemon->process.deliver(Signal::terminate); }
+    static DaemonBench::Connection connectAnd(DaemonBench& bench,
+                                              simulation::SimulatedConnection::Message message) {
+        auto client = bench.daemon->listener.connect();
+        client->send(std::move(message));
+        bench.daemon->runtime.settle();
+        return client;
+    }
+};
+
+TEST_P(SignalPhases, beforeTheControllerIsArmedItHasItsDefaultAction) {
+    for (const auto& [signal, status] :
+         {std::pair(Signal::terminate, 143), std::pair(Signal::interrupt, 130)}) {
+        const auto left = on("left-forced");
+        left->begin();
+        left->daemon->process.deliver(signal);
+        left->advance(1s);
+        EXPECT_EQ(left->end(), (ProcessEnd{.time = 0s, .status = status, .bySignal = true}));
+        EXPECT_THAT(left->journal, IsEmpty());
+        EXPECT_THAT(left->modes(), Each(FanMode::forced));
+    }
+}
+
+TEST_P(SignalPhases, duringRecoveryItRestoresAndExitsWith143) {
+    const auto left = on("left-forced");
+    left->mac.smc().add({.operation = Fault::Operation::write, .latency = 100ms});
+    left->begin();
+    left->advance(50ms);
+    terminate(*left);
+    left->advance(5s);
+    ASSERT_TRUE(left->end());
+    EXPECT_EQ(left->end()->status, 143);
+    EXPECT_FALSE(left->end()->bySignal);
+    EXPECT_THAT(left->lines(), Contains(sigtermLine));
+    EXPECT_THAT(left->lines(), Not(Contains(processExit)));
+    EXPECT_THAT(left->modes(), Each(FanMode::automatic));
+}
+
+TEST_P(SignalPhases, atAnyStepOfTheStartItIsHandledFromThenOnThatTheHandlersStand) {
+    bool wasHandled = false;
+    for (std::uint64_t steps = 0; steps < 20; ++steps) {
+        const auto left = on("left-forced");
+        left->daemon->runtime.afterJobs(steps, [&left] { terminate(*left); });
+        left->start();
+        left->advance(5s);
+        ASSERT_TRUE(left->end()) << steps;
+        EXPECT_EQ(left->end()->status, 143);
+        EXPECT_EQ(left->end()->time, 0s);
+        EXPECT_TRUE(!wasHandled || !left->end()->bySignal) << steps;
+        wasHandled = !left->end()->bySignal;
+        EXPECT_EQ(std::ranges::count(left->lines(), sigtermLine), wasHandled ? 1 : 0);
+        EXPECT_TRUE(wasHandled || left->journal.empty());
+        left->newProcess(GetParam());  // a fan that recovery had not found yet may still be forced
+        left->start();
+        EXPECT_THAT(left->modes(), Each(FanMode::automatic)) << steps;
+    }
+    EXPECT_TRUE(wasHandled);
+}
+
+TEST_P(SignalPhases, inTheMiddleOfAClaimItLeavesNoFanForced) {
+    for (const Duration later : {0ms, 50ms, 100ms, 290ms, 300ms, 350ms}) {
+        const auto bench = on("unlock");
+        bench->start();
+        int replies = 0;
+        const auto client = connectAnd(*bench, [&replies](FanHelperService& service) {
+            service.fullBlast([&replies](std::int64_t) { ++replies; });
+        });
+        bench->advance(later);
+        terminate(*bench);
+        bench->advance(5s);
+        EXPECT_EQ(bench->end(), (ProcessEnd{.time = later, .status = 143}));
+        EXPECT_THAT(bench->modes(), Each(FanMode::automatic)) << later.count();
+        EXPECT_LE(replies, 1);
+        EXPECT_THAT(bench->lines(), ElementsAre(listening, sigtermLine));
+    }
+}
+
+TEST_P(SignalPhases, inTheMiddleOfAReleaseItWaitsForTheRestoration) {
+    const auto bench = on("laptop");
+    const auto client = bench->startAndHold();
+    bench->mac.smc().add({.key = "F1Md", .value = 0, .latency = 1s});
+    client->send([](FanHelperService& service) { service.automatic([](std::int64_t) {}); });
+    bench->advance(500ms);
+    terminate(*bench);
+    bench->advance(10s);
+    EXPECT_EQ(bench->end(), (ProcessEnd{.time = 3s, .status = 143}));
+    EXPECT_THAT(bench->modes(), Each(FanMode::automatic));
+}
+
+TEST_P(SignalPhases, betweenTheAnswerToAnUpgradeAndTheEndItDecidesTheStatus) {
+    const auto bench = on("laptop");
+    const auto client = bench->startAndHold();
+    int replies = 0;
+    client->send([&replies](FanHelperService& service) {
+        service.shutdownForUpgrade([&replies] { ++replies; });
+    });
+    bench->advance(100ms);
+    EXPECT_EQ(replies, 1);
+    terminate(*bench);
+    bench->advance(1s);
+    EXPECT_EQ(bench->end(), (ProcessEnd{.time = 1100ms, .status = 143}));
+    EXPECT_THAT(bench->lines(), ElementsAre(listening, sigtermLine));
+}
+
+TEST_P(SignalPhases, whileTheExitOfAnUpgradeRestoresItChangesNothing) {
+    const auto bench = on("laptop");
+    const auto client = bench->startAndHold();
+    bench->mac.smc().add({.from = 1100ms, .key = "F0Md", .value = 0, .latency = 1s});
+    client->send([](FanHelperService& service) { service.shutdownForUpgrade([] {}); });
+    bench->advance(500ms);
+    terminate(*bench);
+    bench->advance(5s);
+    EXPECT_EQ(bench->end(), (ProcessEnd{.time = 2200ms, .status = 0}));
+    EXPECT_THAT(bench->lines(), ElementsAre(listening, processExit));
+}
+
+TEST_P(SignalPhases, onAMachineWithoutFansItExitsAsEverywhere) {
+    const auto bench = on("fanless");
+    bench->start();
+    terminate(*bench);
+    bench->advance(1s);
+    EXPECT_EQ(bench->end(), (ProcessEnd{.time = 0s, .status = 143}));
+    EXPECT_THAT(bench->lines(), ElementsAre(listening, sigtermLine));
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, SignalPhases, testing::Range(std::uint64_t{0}, std::uint64_t{21}));
+
+// The restoration of an exit gives back the fans whose mode keys are known.
+TEST(SignalDuringRecovery, aFanThatRecoveryHasNotFoundYetIsLeftToTheNextStart) {
+    DaemonBench left(0, "left-forced");
+    left.mac.smc().add({.key = "FNum", .operation = Fault::Operation::read, .latency = 100ms});
+    left.begin();
+    left.advance(50ms);
+    left.daemon->process.deliver(Signal::terminate);
+    left.advance(1s);
+    EXPECT_EQ(left.end(), (ProcessEnd{.time = 100ms, .status = 143}));
+    EXPECT_THAT(left.modes(), Each(FanMode::forced));
+    left.newProcess();
+    left.begin();
+    left.advance(1s);
+    EXPECT_THAT(left.modes(), Each(FanMode::automatic));
+}
+
+}  // namespace
+}  // namespace airflow::daemon

@@ -1,0 +1,185 @@
+#include <gmock/gmock.h>
+
+#include <deque>
+#include <sstream>
+
+#include "ToolRun.h"
+#include "client/FakeHelper.h"
+#include "tool/Session.h"
+
+namespace airflow::tool {
+namespace {
+
+using client::FakeHelper;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using namespace std::chrono_literals;
+
+constexpr std::string_view heldState =
+    R"({"perFanMode":{"0":{"manual":{}}},"targets":{"0":3000},"isHolding":true})";
+
+/// Lines that are there at once; "^C" interrupts. Attends in virtual time.
+class TypedLines : public SessionInput {
+public:
+    TypedLines(std::deque<std::string> typed, FakeHelper& clock)
+        : lines(std::move(typed)), clock(clock) {}
+
+    std::optional<std::string> nextLine(const Attend& attend) override {
+        attend();
+        interrupted = !lines.empty() && lines.front() == "^C";
+        if (interrupted || lines.empty()) return std::nullopt;
+        std::string line = std::move(lines.front());
+        lines.pop_front();
+        return line;
+    }
+    void pause(concurrency::Instant until, const Attend& attend) override {
+        for (auto due = attend(); clock.now() < until; due = attend()) {
+            clock.sleepUntil(std::min(due, until));
+        }
+    }
+    bool isInterrupted() const override { return interrupted; }
+
+private:
+    std::deque<std::string> lines;
+    FakeHelper& clock;
+    bool interrupted = false;
+};
+
+class SessionTest : public testing::Test {
+protected:
+    ToolRun run(std::deque<std::string> lines, Session::Kind kind = Session::Kind::script) {
+        std::ostringstream out;
+        std::ostringstream err;
+        client::HelperClient client(helper, helper);
+        TypedLines input(std::move(lines), helper);
+        Session session(client, helper, input, out, err, kind);
+        const int status = session.run();
+        return {.status = status, .out = out.str(), .err = err.str()};
+    }
+    void answer(const std::string& method, const std::string& rest) {
+        helper.answers = [=](const std::string& asked,
+                             const std::string& id) -> FakeHelper::Replies {
+            if (asked != method) return {};
+            return {{"{\"id\":" + id + "," + rest + "}\n"}};
+        };
+    }
+
+    FakeHelper helper;
+};
+
+TEST_F(SessionTest, answersComeInTheOrderOfTheCommandsOverOneConnection) {
+    const auto session =
+        run({"# a script", "", "helperVersion", "setPercent 0 55", "state", "automatic"});
+    EXPECT_EQ(session.status, 0);
+    EXPECT_EQ(session.out, "1.0.3+6\napplied\nnot held\napplied\n");
+    EXPECT_EQ(session.err, "");
+    EXPECT_EQ(helper.connections, 1);
+    EXPECT_EQ(helper.openConnections, 0);
+}
+
+TEST_F(SessionTest, waitingSendsHeartbeats) {
+    EXPECT_EQ(run({"fullBlast", "wait 12.5"}).status, 0);
+    EXPECT_THAT(helper.methods(),
+                ElementsAre("helperVersion", "fullBlast", "heartbeat", "heartbeat", "readState"));
+    EXPECT_EQ(helper.now().time_since_epoch(), 12500ms);
+}
+
+TEST_F(SessionTest, quitEndsIt) {
+    EXPECT_EQ(run({"quit", "fullBlast"}).status, 0);
+    EXPECT_EQ(helper.countOf("fullBlast"), 0u);
+}
+
+TEST_F(SessionTest, aCommandThatFailsIsNamedWithItsReasonAndTheRestGoesOn) {
+    helper.answers = [](const std::string& method, const std::string& id) -> FakeHelper::Replies {
+        if (method == "setPercent") return {{"{\"id\":" + id + ",\"code\":4}\n"}};
+        if (method != "readState") return {};
+        return {{"{\"id\":" + id +
+                 ",\"state\":{\"perFanMode\":{},\"targets\":{},\"isHolding\":false,"
+                 "\"lastError\":\"no fan 9\"}}\n"}};
+    };
+    const auto session = run({"setPercent 9 55", "automatic"});
+    EXPECT_EQ(session.status, 1);
+    EXPECT_EQ(session.out, "rejected: no fan 9\napplied\n");
+}
+
+TEST_F(SessionTest, aLineThatIsNoCommandIsNamedByItsNumberAndNothingIsSent) {
+    const auto session = run({"", "fly", "wait", "wait -1", "applyConfig -", "quit now", "\""});
+    EXPECT_EQ(session.status, 1);
+    EXPECT_EQ(session.out, "");
+    EXPECT_EQ(session.err,
+              "line 2: there is no method \"fly\"\n"
+              "line 3: wait takes: SECONDS\n"
+              "line 4: SECONDS has to be from 0 to 1000000\n"
+              "line 5: the plan has to be in a file here\n"
+              "line 6: there is no method \"quit\"\n"
+              "line 7: a quotation mark is missing\n");
+    EXPECT_THAT(helper.methods(), ElementsAre("helperVersion", "readState"));
+}
+
+TEST_F(SessionTest, aPersonIsToldTheSameAndTheStatusIsZero) {
+    const auto session = run({"fly", "fullBlast", "quit"}, Session::Kind::conversation);
+    EXPECT_EQ(session.status, 0);
+    EXPECT_EQ(session.err, "there is no method \"fly\"\n");
+    EXPECT_EQ(session.out,
+              "Connected. What is held stays held until this session ends. Try: help\napplied\n");
+}
+
+TEST_F(SessionTest, helpListsTheMethodsAndItsOwnCommands) {
+    const auto session = run({"help"});
+    for (const std::string command : {"setManualRPM FAN RPM", "wait SECONDS", "state ", "quit "}) {
+        EXPECT_THAT(session.out, HasSubstr("  " + command));
+    }
+}
+
+TEST_F(SessionTest, aPlanIsReadFromItsFile) {
+    const ScratchFolder folder;
+    const auto path = folder.write("my plan.json", "{\n}");
+    answer("applyConfig", "\"code\":7");
+    const auto session = run({"applyConfig \"" + path + "\""});
+    EXPECT_EQ(session.out, "failed: " + path + ": The required key \"fans\" is missing.\n");
+    EXPECT_EQ(helper.lines.at(1), "{\"id\":2,\"method\":\"applyConfig\",\"plan\":{ }}");
+}
+
+TEST_F(SessionTest, endingWhileFansAreHeldIsSaid) {
+    answer("readState", "\"state\":" + std::string(heldState));
+    const auto session = run({"setManualRPM 0 3000"});
+    EXPECT_EQ(session.status, 0);
+    EXPECT_EQ(session.err,
+              "The fans are held, but no longer: the end of this session gives them "
+              "back to Auto.\n");
+}
+
+TEST_F(SessionTest, withoutADaemonItEndsAtOnce) {
+    helper.refusals = 1;
+    const auto session = run({"fullBlast"});
+    EXPECT_EQ(session.status, 1);
+    EXPECT_EQ(session.out, "noHelper: /run/helper.sock: nobody listens there\n");
+    EXPECT_EQ(helper.lines.size(), 0u);
+}
+
+TEST_F(SessionTest, aConnectionThatEndsIsAFailureAndTheNextCommandConnectsAgain) {
+    helper.answers = [this](const std::string& method, const std::string& id) {
+        FakeHelper::Replies replies;
+        if (method == "fullBlast" && helper.connections == 1) {
+            replies = {{"{\"id\":" + id + ",\"code\":0}\n"}, {std::string(FakeHelper::hangUp), 3s}};
+        }
+        return replies;
+    };
+    const auto session = run({"fullBlast", "wait 6", "fullBlast"});
+    EXPECT_EQ(session.status, 1);
+    EXPECT_EQ(session.out, "applied\napplied\n");
+    EXPECT_EQ(session.err,
+              "The connection to the daemon ended, and with it what was held. The next "
+              "command connects again.\n");
+    EXPECT_EQ(helper.connections, 2);
+}
+
+TEST_F(SessionTest, anInterruptionEndsIt) {
+    const auto session = run({"fullBlast", "^C"});
+    EXPECT_EQ(session.status, 130);
+    EXPECT_EQ(session.err, "Interrupted: what is held goes back to Auto.\n");
+    EXPECT_THAT(helper.methods(), ElementsAre("helperVersion", "fullBlast"));
+}
+
+}  // namespace
+}  // namespace airflow::tool
