@@ -40,10 +40,14 @@ inline bool eventually(const std::function<bool()>& holds) {
     return true;
 }
 
-/// Two fans and one SMC temperature. The daemon's thread and the test ask it, one at a time.
+/// Two fans, and temperatures that the SMC has. The daemon and the test ask it, one at a time.
 class ServedMac final : public smc::SMCUserClient {
 public:
     using Mode = simulation::FanMode;
+
+    explicit ServedMac(simulation::Temperatures temperatures)
+        : mac(description(std::move(temperatures)),
+              [this] { return std::chrono::steady_clock::now() - start; }) {}
 
     Mode mode(std::size_t fan) {
         const std::lock_guard lock(mutex);
@@ -84,16 +88,15 @@ public:
     simulation::SimulatedMac& unguarded() { return mac; }
 
 private:
-    static simulation::MachineDescription description() {
+    static simulation::MachineDescription description(simulation::Temperatures temperatures) {
         auto machine = *simulation::machinePreset("no-hid-symbols");
-        machine.smc = {{"TCMz", 45.0}};
+        machine.smc = std::move(temperatures);
         return machine;
     }
 
     std::mutex mutex;
     const std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
-    simulation::SimulatedMac mac{description(),
-                                 [this] { return std::chrono::steady_clock::now() - start; }};
+    simulation::SimulatedMac mac;
 };
 
 /// A process that remembers with what it was to end, and goes on.
@@ -123,10 +126,13 @@ public:
 
 class ServedDaemon {
 public:
-    explicit ServedDaemon(PeerCheck isWelcome = isOwnUserOrRoot)
+    /// Reading a temperature takes 40 ms; without any, fans are held for two ticks at most.
+    explicit ServedDaemon(PeerCheck isWelcome = isOwnUserOrRoot,
+                          simulation::Temperatures temperatures = {{"TCMz", 45.0}})
         : path((std::filesystem::path(testing::TempDir()) /
                 ("airflow-" + std::to_string(getpid()) + ".sock"))
                    .string()),
+          mac(std::move(temperatures)),
           listener(std::in_place, listenOn(path).value(), std::move(isWelcome)),
           daemon({.runtime = *runtime,
                   .hardware = hardware,
