@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <sstream>
 #include <system_error>
 
 namespace airflow::platform {
@@ -55,12 +57,30 @@ int bindSocket(const FileDescriptor& own, const sockaddr_un& address) {
     return result == 0 ? 0 : error;
 }
 
+/// Whether the system lists a listening socket that was bound by this very name. Unlike a
+/// connection, asking goes unnoticed: a daemon gives all fans back when one ends. False says
+/// nothing, because a socket may have been bound by another name of the same file.
+bool isListedAsListening(const std::string& path) {
+    std::ifstream sockets("/proc/net/unix");
+    for (std::string line; std::getline(sockets, line);) {
+        std::istringstream columns(line);
+        std::string number;
+        std::string references;
+        std::string protocol;
+        std::string flags;
+        columns >> number >> references >> protocol >> flags;
+        if (flags == "00010000" && line.ends_with(" " + path)) return true;
+    }
+    return false;
+}
+
 /// Removes a socket that nobody listens on.
 SocketResult<void> removeStale(const std::string& path, const sockaddr_un& address) {
     struct stat status{};
     if (lstat(path.c_str(), &status) == 0 && !S_ISSOCK(status.st_mode)) {
         return failure(path, "exists and is not a socket");
     }
+    if (isListedAsListening(path)) return failure(path, "another process listens there");
     const int error = connectSocket(makeSocket(), address);
     if (error == ECONNREFUSED) {
         unlink(path.c_str());

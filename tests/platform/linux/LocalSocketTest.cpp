@@ -76,6 +76,13 @@ TEST_F(LocalSocketTest, aSocketThatSomebodyListensOnIsNot) {
     EXPECT_TRUE(connectTo(path("s")));
 }
 
+TEST_F(LocalSocketTest, whoeverListensIsNotDisturbedByWhoWouldLikeTo) {
+    const auto first = listenOn(path("s"));
+    ASSERT_FALSE(listenOn(path("s")));
+    makeNonBlocking(*first);
+    EXPECT_FALSE(acceptFrom(*first));  // nobody has knocked
+}
+
 TEST_F(LocalSocketTest, aFileIsNeverReplaced) {
     std::ofstream(path("s")) << "precious";
     const auto listening = listenOn(path("s"));
