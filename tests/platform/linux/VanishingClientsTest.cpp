@@ -66,7 +66,7 @@ private:
             }
             default: (void)client->send(messages()[random() % messages().size()]); break;
         }
-        if (random() % 16 == 0) std::this_thread::sleep_for(1ms);
+        std::this_thread::sleep_for(1ms);  // or the daemon would only be working off a backlog
     }
 
     std::string path;
