@@ -430,7 +430,8 @@ void Oracle::ended(const ProcessEnd& end) {
     for (std::size_t i = 0; !end.bySignal && i < fans.size(); ++i) {
         const Fan& fan = fans[i];
         const bool mayStay = !isJudged(fan) || !scenario.machine.fans[i].modeKey ||
-                             scenario.effectiveUserID != 0 || taken >= exitLimit;
+                             scenario.effectiveUserID != 0 || taken >= exitLimit ||
+                             !isListening;  // recovery does not know every fan yet
         const bool wasAsked = exiting && fan.lastRequest && fan.lastRequest->time >= exiting->time;
         if (mayStay || wasAsked) continue;
         fail(Property::exitRestoresFirst, end.time,

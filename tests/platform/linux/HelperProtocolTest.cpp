@@ -167,14 +167,17 @@ TEST(HelperProtocol, aLineThatIsNoObjectIsRefused) {
 }
 
 TEST(HelperProtocol, aLineThatIsNoJSONIsRefusedWithItsColumn) {
-    EXPECT_EQ(refused(R"({"id":1,"method":fullBlast})"),
-              (HelperRefusal{.id = {}, .reason = "column 19: invalid literal"}));
+    EXPECT_EQ(
+        refused(R"({"id":1,"method":fullBlast})"),
+        (HelperRefusal{.id = {},
+                       .reason = "column 19: syntax error while parsing value - invalid literal"}));
     EXPECT_EQ(refused("").reason, "column 1: the document is empty");
     EXPECT_EQ(refused("\r").reason, "column 1: the document is empty");
     EXPECT_EQ(refused("{\"id\":1,\0\"method\":\"fullBlast\"}"s).reason,
               "column 9: a NUL byte is not allowed");
-    EXPECT_EQ(refused("{\"id\":1,\"method\":\"\xFF\"}").reason,
-              "column 19: invalid string: ill-formed UTF-8 byte");
+    EXPECT_EQ(
+        refused("{\"id\":1,\"method\":\"\xFF\"}").reason,
+        "column 19: syntax error while parsing value - invalid string: ill-formed UTF-8 byte");
     EXPECT_EQ(refused("\xEF\xBB\xBF{\"id\":1,\"method\":\"fullBlast\"}").reason,
               "column 1: a byte-order mark is not allowed");
     EXPECT_EQ(refused(R"({"id":1,"method":"fullBlast"}{})").id, std::nullopt);

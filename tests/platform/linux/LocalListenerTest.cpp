@@ -3,8 +3,8 @@
 #include <sys/resource.h>
 #include <time.h>
 
-#include "platform/linux/LocalListener.h"
 #include "ServedDaemon.h"
+#include "platform/linux/LocalListener.h"
 
 namespace airflow::platform {
 namespace {
