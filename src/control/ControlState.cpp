@@ -3,7 +3,8 @@
 namespace airflow::control {
 
 const ControlState& ControlState::idle() {
-    static const ControlState state;
+    // Never destroyed: tasks use it until the process is gone.
+    static const auto& state = *new const ControlState;
     return state;
 }
 

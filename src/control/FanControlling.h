@@ -39,8 +39,8 @@ public:
     /// Tells that the client is alive.
     [[nodiscard]] virtual concurrency::Task<void> heartbeat() = 0;
 
-    /// Every state that is published, in order, from the first on; for one consumer, which may be as
-    /// slow as it likes. Who wants the latest asks the controller.
+    /// Every state that is published, in order, from the first on; for one consumer, which may be
+    /// as slow as it likes. Who wants the latest asks the controller.
     [[nodiscard]] virtual concurrency::Stream<ControlState>& stateStream() = 0;
 };
 

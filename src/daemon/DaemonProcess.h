@@ -30,7 +30,7 @@ public:
     virtual void handle(Signal signal, Handler handler) = 0;
 
     /// Ends the process with `status`, 0 to 255, after its exit handlers. Never completes. When two
-    /// ask for it, the first one's status counts and the second waits for the end.
+    /// ask for it, the first one's status counts and the second waits for ever.
     virtual concurrency::Task<void> exit(int status) = 0;
 };
 

@@ -40,8 +40,8 @@ private:
     DaemonProcess& process;
     sensors::LogSink& standardError;
     std::shared_ptr<control::LocalFanController> exitController;
-    /// Plain, because the second call that it stops comes from the thread that made the first: the
-    /// exit behind a signal.
+    /// Stops the second call from the thread that made the first: the exit behind a signal. An exit
+    /// from another thread meanwhile finds it set, too, and does not wait for that restoration.
     bool exitInProgress = false;
 };
 

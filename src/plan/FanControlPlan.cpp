@@ -15,7 +15,8 @@ void FanPlan::encode(json::Writer& writer) const {
 }
 
 const FanControlPlan& FanControlPlan::allAutomatic() {
-    static const FanControlPlan plan;
+    // Never destroyed: tasks use it until the process is gone.
+    static const auto& plan = *new const FanControlPlan;
     return plan;
 }
 

@@ -37,6 +37,13 @@ bool isRelease(Method method) {
            method == Method::shutdownForUpgrade;
 }
 
+bool managesAny(const plan::FanControlPlan& plan) {
+    const auto isManaged = [](const plan::FanPlan& fan) {
+        return fan.mode != plan::FanControlModePlan::automatic();
+    };
+    return !plan.rules.empty() || std::ranges::any_of(plan.fans, isManaged);
+}
+
 /// The fan that a key belongs to, and what it holds of it.
 std::optional<std::pair<std::size_t, std::string_view>> fanKey(const std::string& key) {
     if (key.size() != 4 || key[0] != 'F' || key[1] < '0' || key[1] > '9') return std::nullopt;
@@ -185,7 +192,11 @@ void Oracle::modeChanged(Duration time, std::size_t index, FanMode mode) {
     if (!fan.isForced) return;
     fan.forcedSince = mark(time);
     fan.isUnknown = false;
-    const bool isOvertaken = watchEnded || (wasReleasedUnderWay && isControlUnderWay());
+    // Two commands at once: the older one's step may force a fan that the newer one gave back.
+    const bool isCollision =
+        isControlUnderWay() && fan.lastRequest && since(*fan.lastRequest, time) < promptly;
+    const bool isOvertaken =
+        watchEnded || isCollision || (wasReleasedUnderWay && isControlUnderWay());
     if (!isOvertaken || !isRunning) return;
     fan.isOvertaken = true;
     count("a claim succeeded after the release that overtook it");
@@ -215,9 +226,6 @@ void Oracle::published(Duration time, const control::ControlState& state) {
     if (error.starts_with("thermal ceiling")) {
         count("the ceiling released fans");
         if (!canBeHot) fail(Property::reasonsAreTrue, time, "nothing is hot: " + error);
-        const bool isRefusing =
-            std::ranges::any_of(fans, [](const Fan& fan) { return fan.refusals > 0; });
-        if (isRefusing) count("the ceiling came while a fan refused to go back");
     }
     if (error.starts_with("temperature ") && error.ends_with("released to Auto")) {
         count("missing temperatures released fans");
@@ -247,6 +255,7 @@ void Oracle::called(Duration time, std::string_view client, const Call& call) {
     if (call.method == Method::heartbeat) return;
     commands[call.id] = {.method = call.method,
                          .isGarbage = call.document.has_value(),
+                         .managesFans = call.method != Method::applyConfig || managesAny(call.plan),
                          .client = std::string(client),
                          .called = mark(time),
                          .wasControlUnderWay = isControlUnderWay()};
@@ -269,7 +278,11 @@ void Oracle::replied(Duration time, const Reply& reply) {
     commands.erase(found);
     if (isControl(command.method) && !command.isGarbage) {
         const bool isInForce = reply.result && reply.result->isApplied();
-        if (isInForce) lastHeartbeat = std::max(lastHeartbeat, command.called.time);
+        if (isInForce && command.managesFans) {
+            lastHeartbeat = std::max(lastHeartbeat, command.called.time);
+        }
+        // It may have come into force after a release that came while it was under way.
+        if (isInForce) watchEnded.reset();
         lastWatch = mark(time);  // a plan in force counts as one heard
     }
     if (command.isGarbage && reply.result && reply.result->xpcCode() == 7) {
@@ -356,6 +369,11 @@ void Oracle::judgeFan(std::size_t index, const Fan& fan, Duration now) {
 }
 
 void Oracle::second(Duration now, SimulatedMac& mac) {
+    const bool isHot = mac.hottest().value_or(0) >= 95;
+    const auto isRefusing = [](const Fan& fan) { return fan.isForced && fan.refusals > 0; };
+    if (isHot && std::ranges::any_of(fans, isRefusing)) {
+        count("the ceiling came while a fan refused to go back");
+    }
     if (!isRunning || scenario.effectiveUserID != 0) return;
     if (!exiting) {
         for (std::size_t i = 0; i < fans.size(); ++i) judgeFan(i, fans[i], now);
@@ -412,7 +430,8 @@ void Oracle::ended(const ProcessEnd& end) {
     for (std::size_t i = 0; !end.bySignal && i < fans.size(); ++i) {
         const Fan& fan = fans[i];
         const bool mayStay = !isJudged(fan) || !scenario.machine.fans[i].modeKey ||
-                             scenario.effectiveUserID != 0 || taken >= exitLimit;
+                             scenario.effectiveUserID != 0 || taken >= exitLimit ||
+                             !isListening;  // recovery does not know every fan yet
         const bool wasAsked = exiting && fan.lastRequest && fan.lastRequest->time >= exiting->time;
         if (mayStay || wasAsked) continue;
         fail(Property::exitRestoresFirst, end.time,

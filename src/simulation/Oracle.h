@@ -75,6 +75,7 @@ private:
     struct Command {
         Call::Method method = Call::Method::heartbeat;
         bool isGarbage = false;
+        bool managesFans = false;  ///< an empty plan does not
         std::string client{};
         Mark called{};
         bool wasControlUnderWay = false;  ///< at any time since

@@ -52,7 +52,8 @@ inline constexpr std::array<PropertyText, 12> properties{{
     {Property::everyCommandIsAnsweredOnce, "everyCommandIsAnsweredOnce",
      "Every command is answered exactly once, within 60 s and 20 s for each fan."},
     {Property::exitRestoresFirst, "exitRestoresFirst",
-     "Before an exit, except by SIGKILL, every forced fan is asked to go back, unless 3 s are "
+     "Before an exit of a daemon that listens, every forced fan is asked to go back, unless 3 s "
+     "are "
      "over."},
     {Property::exitIsInTime, "exitIsInTime",
      "No exit takes longer than the 3 s of its restoration."},

@@ -270,8 +270,15 @@ private:
             if (kind == 3) event.kind = ProcessEvent::Kind::interrupt;
             event.afterSteps = static_cast<std::uint64_t>(random.below(200));
             scenario.events.emplace_back(event);
+            const Duration again = event.at + random.upTo(10s);
             scenario.events.emplace_back(
-                ProcessEvent{.at = event.at + random.upTo(10s), .kind = ProcessEvent::Kind::start});
+                ProcessEvent{.at = again, .kind = ProcessEvent::Kind::start});
+            if (!random.chance(20)) continue;
+            scenario.events.emplace_back(
+                ProcessEvent{.at = again,
+                             .kind = random.chance(70) ? ProcessEvent::Kind::kill
+                                                       : ProcessEvent::Kind::terminate,
+                             .afterSteps = static_cast<std::uint64_t>(random.below(40))});
         }
     }
 

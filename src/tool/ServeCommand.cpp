@@ -1,17 +1,14 @@
 #include "tool/ServeCommand.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/prctl.h>
 #include <sys/signalfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <array>
 #include <cerrno>
 #include <memory>
 #include <optional>
@@ -76,31 +73,33 @@ int stop(pid_t child, int signal) {
     return waitFor(child);
 }
 
-/// Waits until somebody listens at `path`; false when that takes 5 s, or the child ends.
+bool hasEnded(pid_t child) {
+    siginfo_t ended{};
+    waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOHANG | WNOWAIT);
+    return ended.si_pid == child;
+}
+
+/// Waits until the child listens at `path`; false when it ends instead, or takes longer than 5 s.
 bool isListening(const std::string& path, pid_t child) {
-    for (int attempt = 0; attempt < 500; ++attempt) {
-        if (platform::connectTo(path)) return true;
-        siginfo_t ended{};
-        waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOHANG | WNOWAIT);
-        if (ended.si_pid == child) return false;
+    for (int attempt = 0; attempt < 500 && !hasEnded(child); ++attempt) {
+        const auto connection = platform::connectTo(path);
+        const auto peer = connection ? platform::peerOf(*connection) : std::nullopt;
+        if (peer && peer->process == child) return true;
         poll(nullptr, 0, 10);
     }
     return false;
 }
 
-/// The signal that ends us, or nothing when the daemon has ended by itself.
-std::optional<int> waitForEnd(const platform::StopSignals& signals, pid_t helper) {
-    for (;;) {
+/// The signal that ends us, or nothing when one of the children has ended by itself.
+std::optional<int> waitForEnd(const platform::StopSignals& signals, pid_t machine, pid_t helper) {
+    while (!hasEnded(machine) && !hasEnded(helper)) {
         pollfd arrived{.fd = signals.descriptor().get(), .events = POLLIN, .revents = 0};
-        if (poll(&arrived, 1, 200) > 0) {
-            signalfd_siginfo signal{};
-            const ssize_t size = read(arrived.fd, &signal, sizeof signal);
-            if (size == sizeof signal) return static_cast<int>(signal.ssi_signo);
-        }
-        siginfo_t ended{};
-        waitid(P_PID, static_cast<id_t>(helper), &ended, WEXITED | WNOHANG | WNOWAIT);
-        if (ended.si_pid == helper) return std::nullopt;
+        if (poll(&arrived, 1, 200) <= 0) continue;
+        signalfd_siginfo signal{};
+        const ssize_t size = read(arrived.fd, &signal, sizeof signal);
+        if (size == sizeof signal) return static_cast<int>(signal.ssi_signo);
     }
+    return std::nullopt;
 }
 
 int serve(const Options& options, Streams streams) {
@@ -114,7 +113,9 @@ int serve(const Options& options, Streams streams) {
     const auto machine =
         spawn({"machine", "--machine", options.machine, "--machine-socket", *machinePath});
     if (!machine || !isListening(*machinePath, *machine)) {
-        return machine ? stop(*machine, SIGTERM) : 1;  // it has said why
+        streams.err << "the machine did not start\n";
+        if (machine) stop(*machine, SIGTERM);
+        return 1;
     }
     const auto helper =
         spawn({"helper", "--machine-socket", *machinePath, "--helper-socket", *helperPath});
@@ -127,9 +128,12 @@ int serve(const Options& options, Streams streams) {
                        "this.\n",
                        where)
                 << std::flush;
-    const auto signal = waitForEnd(signals, *helper);
+    const auto signal = waitForEnd(signals, *machine, *helper);
+    const bool isMachineLost = hasEnded(*machine);
+    if (isMachineLost) streams.err << "the machine has ended\n";
     // The daemon first: it gives the fans back while there is still a machine.
-    const int status = signal ? stop(*helper, *signal) : waitFor(*helper);
+    const bool endsByItself = !signal && !isMachineLost;
+    const int status = endsByItself ? waitFor(*helper) : stop(*helper, signal.value_or(SIGTERM));
     stop(*machine, SIGTERM);
     return status;
 }

@@ -2,8 +2,8 @@
 
 #include <thread>
 
-#include "concurrency/ThisThread.h"
 #include "concurrency/Stream.h"
+#include "concurrency/ThisThread.h"
 #include "simulation/SimulatedRuntime.h"
 
 namespace airflow::concurrency {

@@ -53,7 +53,7 @@ void LocalConnection::handle(std::uint32_t events) {
         receive();
     else if ((events & (EPOLLHUP | EPOLLERR)) != 0)
         breakOff();
-    flush();
+    proceed();
 }
 
 void LocalConnection::take(const AnswerBox::Answer& answer) {
@@ -64,8 +64,17 @@ void LocalConnection::take(const AnswerBox::Answer& answer) {
         --unanswered;
         write(answer.line);
     }
-    deliver();
-    flush();
+    proceed();
+}
+
+/// As far as it goes: what is written makes room for the answers to further lines.
+void LocalConnection::proceed() {
+    bool wasBusy = false;
+    do {
+        deliver();
+        wasBusy = isBusy();
+        flush();
+    } while (wasBusy && !isBusy() && isReceiving);
 }
 
 void LocalConnection::receive() {
@@ -73,7 +82,6 @@ void LocalConnection::receive() {
     const ssize_t count = recv(socket.get(), chunk.data(), chunk.size(), MSG_DONTWAIT);
     if (count > 0) {
         lines.append({chunk.data(), static_cast<std::size_t>(count)});
-        deliver();
     } else if (count == 0) {
         if (lines.hasRest()) refuse({.id = {}, .reason = "The last line has no newline."});
         stopReceiving();
@@ -168,6 +176,7 @@ void LocalConnection::flush() {
             breakOff();
     }
     outgoing.erase(0, std::exchange(sent, 0));
+    if (outgoing.empty()) outgoing.shrink_to_fit();  // after a client that was slow for a while
     if (outgoing.size() > unreadLimit) breakOff();
 }
 

@@ -29,6 +29,8 @@ class LocalConnection final : public daemon::Connection {
 public:
     /// While so many calls wait for their answer, no further message is read.
     static constexpr std::size_t unansweredLimit = 256;
+    /// While so many bytes of answers are not sent, neither.
+    static constexpr std::size_t unsentLimit = 256UL * 1024;
     /// Bytes of answers that a client may leave unread before its connection ends.
     static constexpr std::size_t unreadLimit = 8 * 1024 * 1024;
 
@@ -55,9 +57,13 @@ public:
     [[nodiscard]] bool hasEnded() const;
 
 private:
-    [[nodiscard]] bool isBusy() const { return unanswered + unheard >= unansweredLimit; }
+    /// Whether the client has so much under way that no further line of it is looked at.
+    [[nodiscard]] bool isBusy() const {
+        return unanswered + unheard >= unansweredLimit || outgoing.size() - sent >= unsentLimit;
+    }
     [[nodiscard]] bool hasUnsent() const { return sent < outgoing.size(); }
     void receive();
+    void proceed();
     void deliver();
     void deliver(std::string_view line);
     void carryOut(HelperCall call);

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <span>
 #include <utility>
 
@@ -56,7 +57,8 @@ void LocalListener::run() {
         std::array<epoll_event, 64> ready{};
         const int count = epoll_wait(epoll.get(), ready.data(), static_cast<int>(ready.size()),
                                      isAcceptingPaused ? pauseMilliseconds : forEver);
-        if (count == 0) pauseAccepting(false);
+        if (isAcceptingPaused && std::chrono::steady_clock::now() >= pauseEnd)
+            pauseAccepting(false);
         const std::size_t found = count > 0 ? static_cast<std::size_t>(count) : 0;
         for (const epoll_event& event : std::span(ready).first(found)) {
             const std::uint64_t id = event.data.u64;
@@ -85,6 +87,7 @@ void LocalListener::accept() {
 void LocalListener::pauseAccepting(bool isPaused) {
     if (isAcceptingPaused == isPaused) return;
     isAcceptingPaused = isPaused;
+    pauseEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(pauseMilliseconds);
     (void)watch(EPOLL_CTL_MOD, listening.get(), listeningID, isPaused ? 0 : EPOLLIN);
 }
 
@@ -113,7 +116,7 @@ void LocalListener::settle(LocalConnection& connection, std::uint64_t id) {
     const auto client = clients.find(id);
     if (connection.hasEnded()) {
         clients.erase(client);
-        pauseAccepting(false);
+        pauseAccepting(false);  // there is a descriptor again
         return;
     }
     const std::uint32_t wanted = connection.interest();

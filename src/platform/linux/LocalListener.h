@@ -2,6 +2,7 @@
 // its clients.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -53,6 +54,7 @@ private:
     std::map<std::uint64_t, Client> clients;  ///< and what follows: of the thread alone
     std::uint64_t lastID;
     bool isAcceptingPaused = false;
+    std::chrono::steady_clock::time_point pauseEnd;
 };
 
 }  // namespace airflow::platform

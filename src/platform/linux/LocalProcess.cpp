@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <mutex>
@@ -53,7 +54,7 @@ private:
     std::mutex mutex;  ///< of what follows
     std::array<Handler, 2> signalHandlers;
     bool hasPipe = false;
-    std::mutex exiting;  ///< taken by the first exit for good
+    std::atomic<bool> isExiting = false;
 };
 
 /// Never destroyed: the C library destroys static objects before it runs older exit handlers, and
@@ -109,10 +110,10 @@ void LocalProcess::serveSignals(int pipe) {
 }
 
 Task<void> LocalProcess::exit(int status) {
-    // The C library does not order two exits; here the second one waits for the end.
-    exiting.lock();
-    std::exit(status);
-    co_return;
+    // The C library does not order two exits. The second one gives its thread back, which the
+    // restoration of the first may need.
+    if (!isExiting.exchange(true)) std::exit(status);
+    co_await concurrency::Suspend([](concurrency::Suspended) { return true; });  // for ever
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "platform/linux/LocalSocket.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -9,8 +10,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <system_error>
 
 namespace airflow::platform {
@@ -57,36 +56,23 @@ int bindSocket(const FileDescriptor& own, const sockaddr_un& address) {
     return result == 0 ? 0 : error;
 }
 
-/// Whether the system lists a listening socket that was bound by this very name. Unlike a
-/// connection, asking goes unnoticed: a daemon gives all fans back when one ends. False says
-/// nothing, because a socket may have been bound by another name of the same file.
-bool isListedAsListening(const std::string& path) {
-    std::ifstream sockets("/proc/net/unix");
-    for (std::string line; std::getline(sockets, line);) {
-        std::istringstream columns(line);
-        std::string number;
-        std::string references;
-        std::string protocol;
-        std::string flags;
-        columns >> number >> references >> protocol >> flags;
-        if (flags == "00010000" && line.ends_with(" " + path)) return true;
-    }
-    return false;
-}
-
-/// Removes a socket that nobody listens on.
-SocketResult<void> removeStale(const std::string& path, const sockaddr_un& address) {
-    struct stat status{};
-    if (lstat(path.c_str(), &status) == 0 && !S_ISSOCK(status.st_mode)) {
-        return failure(path, "exists and is not a socket");
-    }
-    if (isListedAsListening(path)) return failure(path, "another process listens there");
-    const int error = connectSocket(makeSocket(), address);
-    if (error == ECONNREFUSED) {
-        unlink(path.c_str());
-    } else if (error != ENOENT) {
+/// Held by whoever listens at `path`, until its process is gone.
+SocketResult<FileDescriptor> lockBeside(const std::string& path) {
+    const std::string name = path + ".lock";
+    FileDescriptor file(open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (!file) return failure(path, "no socket can be made there: " + reasonOf(errno));
+    if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
         return failure(path, "another process listens there");
     }
+    return file;
+}
+
+/// Removes a socket. Needs the lock: nobody listens on it.
+SocketResult<void> removeStale(const std::string& path) {
+    struct stat status{};
+    if (lstat(path.c_str(), &status) != 0) return {};
+    if (!S_ISSOCK(status.st_mode)) return failure(path, "exists and is not a socket");
+    unlink(path.c_str());
     return {};
 }
 
@@ -94,21 +80,20 @@ SocketResult<void> removeStale(const std::string& path, const sockaddr_un& addre
 
 FileDescriptor::~FileDescriptor() {
     if (number >= 0) close(number);
+    if (companion >= 0) close(companion);
 }
 
 SocketResult<FileDescriptor> listenOn(const std::string& path) {
     const auto address = addressOf(path);
     if (!address) return std::unexpected(address.error());
+    auto lock = lockBeside(path);
+    if (!lock) return std::unexpected(lock.error());
+    if (const auto removed = removeStale(path); !removed) return std::unexpected(removed.error());
     FileDescriptor own = makeSocket();
-    int error = own ? bindSocket(own, *address) : errno;
-    if (error == EADDRINUSE) {
-        if (const auto removed = removeStale(path, *address); !removed) {
-            return std::unexpected(removed.error());
-        }
-        error = bindSocket(own, *address);
-    }
+    const int error = own ? bindSocket(own, *address) : errno;
     if (error != 0) return failure(path, "no socket can be made there: " + reasonOf(error));
     if (listen(own.get(), SOMAXCONN) != 0) return failure(path, reasonOf(errno));
+    own.keep(std::move(*lock));
     return own;
 }
 

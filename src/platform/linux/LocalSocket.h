@@ -18,18 +18,24 @@ class FileDescriptor {
 public:
     FileDescriptor() = default;
     explicit FileDescriptor(int open) : number(open) {}
-    FileDescriptor(FileDescriptor&& other) noexcept : number(std::exchange(other.number, -1)) {}
+    FileDescriptor(FileDescriptor&& other) noexcept
+        : number(std::exchange(other.number, -1)), companion(std::exchange(other.companion, -1)) {}
     FileDescriptor& operator=(FileDescriptor&& other) noexcept {
         std::swap(number, other.number);
+        std::swap(companion, other.companion);
         return *this;
     }
     ~FileDescriptor();
+
+    /// From now on `other` is closed together with this one.
+    void keep(FileDescriptor other) { companion = std::exchange(other.number, -1); }
 
     explicit operator bool() const noexcept { return number >= 0; }
     [[nodiscard]] int get() const noexcept { return number; }
 
 private:
     int number = -1;
+    int companion = -1;
 };
 
 /// The process at the other end, as the kernel knew it when the connection was made.
@@ -44,7 +50,9 @@ using SocketResult = std::expected<T, std::string>;
 
 /// Creates a socket of mode 0600 at `path` and lets connections queue there. Replaces one that
 /// nobody listens on any more, as a process that was killed leaves it; fails when somebody does, or
-/// when something else than a socket lies there. Closed on exec, as are all of these.
+/// when something else than a socket lies there. Who listens is told by a lock on a file beside it
+/// (".lock"), never by a connection: the end of one means something to a daemon. Closed on exec, as
+/// are all of these.
 [[nodiscard]] SocketResult<FileDescriptor> listenOn(const std::string& path);
 /// The next connection that was queued; nothing when there is none (any more) or no descriptor is
 /// left for it, with the reason in errno. Waits for one unless the listening socket is

@@ -3,8 +3,8 @@
 #include <dispatch/dispatch.h>
 #include <signal.h>
 
+#include <atomic>
 #include <cstdlib>
-#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -35,7 +35,7 @@ private:
         dispatch_queue_create("com.brisquell.helper.signal-safety", nullptr);
     std::vector<dispatch_source_t> signalSources;  ///< kept alive
     std::vector<Handler> exitHandlers;
-    std::mutex exiting;  ///< taken by the first exit for good
+    std::atomic<bool> isExiting = false;
 };
 
 DispatchProcess& instance() {
@@ -69,10 +69,10 @@ void DispatchProcess::handle(Signal signal, Handler handler) {
 }
 
 Task<void> DispatchProcess::exit(int status) {
-    // The C library does not order two exits; here the second one waits for the end.
-    exiting.lock();
-    std::exit(status);
-    co_return;
+    // The C library does not order two exits. The second one gives its thread back, which the
+    // restoration of the first may need.
+    if (!isExiting.exchange(true)) std::exit(status);
+    co_await concurrency::Suspend([](concurrency::Suspended) { return true; });  // for ever
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "platform/macos/DispatchProcess.h"
 #include "platform/macos/DispatchRuntime.h"
 #include "platform/macos/XPCListener.h"
+#include "platform/posix/StandardDescriptors.h"
 #include "platform/posix/StandardError.h"
 
 namespace airflow {
@@ -40,6 +41,7 @@ struct HelperProcess {
 }  // namespace airflow
 
 int main() {
+    airflow::platform::openStandardDescriptors();
     auto& helper = *new airflow::HelperProcess;
     helper.startUp.start(helper.runtime.makeMainExecutor(), nullptr, helper.daemon.startUp());
     dispatch_main();
