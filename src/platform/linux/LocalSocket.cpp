@@ -55,18 +55,22 @@ int bindSocket(const FileDescriptor& own, const sockaddr_un& address) {
     return result == 0 ? 0 : error;
 }
 
-/// Removes a socket that nobody listens on.
+/// Asks with a socket of another type, which the system refuses in any case: a connection would be
+/// one to whoever listens, and its end could mean something.
+bool hasOwner(const sockaddr_un& address) {
+    const FileDescriptor other(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const int error = connectSocket(other, address);
+    return error != ECONNREFUSED && error != ENOENT;
+}
+
+/// Removes a socket that nobody has any more.
 SocketResult<void> removeStale(const std::string& path, const sockaddr_un& address) {
     struct stat status{};
     if (lstat(path.c_str(), &status) == 0 && !S_ISSOCK(status.st_mode)) {
         return failure(path, "exists and is not a socket");
     }
-    const int error = connectSocket(makeSocket(), address);
-    if (error == ECONNREFUSED) {
-        unlink(path.c_str());
-    } else if (error != ENOENT) {
-        return failure(path, "another process listens there");
-    }
+    if (hasOwner(address)) return failure(path, "another process listens there");
+    unlink(path.c_str());
     return {};
 }
 
