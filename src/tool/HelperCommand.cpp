@@ -1,5 +1,6 @@
 #include "tool/HelperCommand.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -59,8 +60,19 @@ struct LocalDaemon {
     daemon::Daemon daemon;
 };
 
+/// Takes the numbers of standard descriptors that are not open, so that nothing else has them: the
+/// log would be written into it.
+void reserveStandardDescriptors() {
+    int opened = 0;
+    do {
+        opened = open("/dev/null", O_RDWR);
+    } while (opened >= 0 && opened <= STDERR_FILENO);
+    if (opened >= 0) close(opened);
+}
+
 /// Returns only when it cannot begin: the daemon ends the process itself.
 int runHelper(const Options& options, Streams streams) {
+    reserveStandardDescriptors();
     const auto fail = [&](const std::string& reason) {
         streams.err << printable(reason) << '\n';
         return 1;
