@@ -11,6 +11,11 @@ namespace {
 
 class IdleTest : public ProcessBench {
 protected:
+    void SetUp() override {
+#if __has_feature(thread_sanitizer)
+        GTEST_SKIP() << "the sanitizer has a thread of its own, which wakes ten times a second";
+#endif
+    }
     /// Over all threads.
     long long timesAsleep() const {
         long long sum = 0;
