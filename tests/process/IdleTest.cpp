@@ -1,0 +1,70 @@
+// What the daemon costs while nobody wants anything. Real time: the kernel counts how often the
+// threads of a process went to sleep, and each time they woke before.
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "ProcessBench.h"
+
+namespace airflow::process {
+namespace {
+
+class IdleTest : public ProcessBench {
+protected:
+    void SetUp() override {
+#if __has_feature(thread_sanitizer)
+        GTEST_SKIP() << "the sanitizer has a thread of its own, which wakes ten times a second";
+#endif
+    }
+    /// Over all threads.
+    long long timesAsleep() const {
+        long long sum = 0;
+        const auto tasks = "/proc/" + std::to_string(helper->id()) + "/task";
+        for (const auto& thread : std::filesystem::directory_iterator(tasks)) {
+            std::ifstream lines(thread.path() / "status");
+            for (std::string word; lines >> word;) {
+                long long count = 0;
+                if (word == "voluntary_ctxt_switches:" && lines >> count) sum += count;
+            }
+        }
+        return sum;
+    }
+    void untilQuiet() const {
+        EXPECT_TRUE(eventually([this] {
+            const long long before = timesAsleep();
+            std::this_thread::sleep_for(100ms);
+            return timesAsleep() == before;
+        }));
+    }
+};
+
+TEST_F(IdleTest, noThreadWakesWhileThereIsNoPlan) {
+    startMachine();
+    startHelper();
+    untilQuiet();
+    const long long before = timesAsleep();
+    EXPECT_GT(before, 0);
+    std::this_thread::sleep_for(2s);
+    EXPECT_EQ(timesAsleep(), before);
+}
+
+TEST_F(IdleTest, norAfterAPlanHasEndedOrWhileAClientIsConnected) {
+    startMachine();
+    startHelper();
+    auto client = connect();
+    EXPECT_EQ(client.ask(R"({"id":1,"method":"applyConfig","plan":{"fans":[)"
+                         R"({"fanID":0,"mode":{"fixedPercent":{"_0":70}}}],"rules":[],)"
+                         R"("tuning":{"emaAlpha":0.3,"hysteresisCelsius":2,)"
+                         R"("maxDeltaRPMPerTick":400,"minDwellSeconds":3}}})"),
+              R"({"id":1,"code":0})");
+    EXPECT_EQ(client.ask(R"({"id":2,"method":"restoreAuto"})"), R"({"id":2})");
+    untilQuiet();
+    // The alarm of a tick that was under way may still come.
+    std::this_thread::sleep_for(1600ms);
+    const long long before = timesAsleep();
+    std::this_thread::sleep_for(2s);
+    EXPECT_EQ(timesAsleep(), before);
+}
+
+}  // namespace
+}  // namespace airflow::process
