@@ -9,6 +9,6 @@ namespace airflow::daemon::BuildIdentity {
 inline constexpr std::string_view version = "1.0.3";
 inline constexpr std::int64_t build = 6;
 /// Version, plus sign, build.
-inline constexpr std::string_view text = "1.0.3+6";
+extern const std::string_view text;
 
 }  // namespace airflow::daemon::BuildIdentity

@@ -23,7 +23,8 @@ class Executable:
         ]
         self.sections = {}
         for section in re.split(r"\nSection\n", headers)[1:]:
-            fields = dict(re.findall(r"^ *(sectname|segname|addr|size|offset) +(\S+)", section, re.M))
+            own = section.split("\nLoad command")[0]
+            fields = dict(re.findall(r"^ *(sectname|segname|addr|size|offset) +(\S+)", own, re.M))
             self.sections[fields["segname"], fields["sectname"]] = (
                 int(fields["addr"], 16), int(fields["size"], 16), int(fields["offset"]))
 
@@ -70,7 +71,24 @@ class Executable:
         return result
 
     def methods(self, address):
+        """The selectors of a list of methods, as ordered there."""
+        return [selector for selector, _ in self.typed_methods(address)]
+
+    def typed_methods(self, address):
+        """The selectors and plain types of a list of methods, as ordered there."""
         if not address:
             return []
         size, count = self.at(address, "<2I")
-        return [self.text(self.at(address + 8 + index * size, "<Q")[0]) for index in range(count)]
+        entries = [self.at(address + 8 + index * size, "<2Q") for index in range(count)]
+        return [(self.text(selector), self.text(types)) for selector, types in entries]
+
+    def classes(self):
+        """For each class the selectors and plain types of the instance methods that it has itself."""
+        result = {}
+        (start, size, _) = self.sections["__DATA_CONST", "__objc_classlist"]
+        for entry in range(start, start + size, 8):
+            (described,) = self.at(entry, "<Q")
+            (data,) = self.at(described + 32, "<Q")
+            name, base_methods = self.at((data & ~7) + 24, "<2Q")  # the low bits are flags
+            result[self.text(name)] = self.typed_methods(base_methods)
+        return result

@@ -52,6 +52,22 @@ LISTENER_DELEGATE = [
     ("listener:shouldAcceptNewConnection:", 'B32@0:8@"NSXPCListener"16@"NSXPCConnection"24'),
 ]
 
+# A class's own methods; inside the arguments only protocols tell more.
+FAN_HELPER_SERVICE = [
+    ("helperVersionWithReply:", "v24@0:8@?16"),
+    ("shutdownForUpgradeWithReply:", "v24@0:8@?16"),
+    ("setManualRPMWithFan:rpm:withReply:", "v40@0:8q16q24@?32"),
+    ("setPercentWithFan:percent:withReply:", "v40@0:8q16d24@?32"),
+    ("fullBlastWithReply:", "v24@0:8@?16"),
+    ("automaticWithReply:", "v24@0:8@?16"),
+    ("applyConfig:withReply:", "v32@0:8@16@?24"),
+    ("restoreAutoWithReply:", "v24@0:8@?16"),
+    ("heartbeat", "v16@0:8"),
+    ("readStateWithReply:", "v24@0:8@?16"),
+]
+
+ACCEPTING_METHOD = ("listener:shouldAcceptNewConnection:", "B32@0:8@16@24")
+
 # Lines of the log are put together from these when they are written.
 LOG_TEXTS = [
     "failed to open AppleSMC: ",
@@ -149,6 +165,16 @@ class MachO(unittest.TestCase):
         self.assertEqual(sorted(classes),
                          [("FanHelperService", "NSObject", "FanHelperProtocol"),
                           ("HelperListenerDelegate", "NSObject", "NSXPCListenerDelegate")])
+
+    def test_theServiceHasEveryMethodOfItsProtocol(self):
+        methods = self.executable.classes()["FanHelperService"]
+        others = [method for method in methods if method[0].startswith("init")]
+        self.assertEqual([method for method in methods if method not in others],
+                         FAN_HELPER_SERVICE)
+        self.assertEqual([selector for selector, _ in others], ["initWithService:"])
+
+    def test_theDelegateHasTheMethodThatAcceptsConnections(self):
+        self.assertIn(ACCEPTING_METHOD, self.executable.classes()["HelperListenerDelegate"])
 
     def test_asksForTheClientsSignature(self):
         self.assertOnce(CODE_SIGNING_REQUIREMENT)

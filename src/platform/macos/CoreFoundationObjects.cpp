@@ -2,20 +2,13 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
-#include "concurrency/Require.h"
+#include "platform/macos/RequiredObject.h"
 
 namespace airflow::platform {
 
 using sensors::HIDObject;
 
 namespace {
-
-/// Core Foundation answers running out of memory with nothing.
-template <typename Reference>
-Reference required(Reference object) {
-    if (!object) concurrency::stopProcess("Core Foundation has no memory left for an object");
-    return object;
-}
 
 CFStringRef createText(std::string_view utf8) {
     return required(

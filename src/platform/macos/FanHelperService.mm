@@ -1,6 +1,7 @@
 #import "platform/macos/FanHelperService.h"
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -17,8 +18,18 @@ std::string bytesOf(NSData* data) {
     return bytes;
 }
 
+// A client decides what comes in a message. One without a block to answer is no reason to crash.
+
+std::function<void()> plainReply(void (^reply)(void)) {
+    return [reply] {
+        if (reply) reply();
+    };
+}
+
 airflow::daemon::FanHelperService::CodeReply codeReply(void (^reply)(NSInteger)) {
-    return [reply](std::int64_t code) { reply(code); };
+    return [reply](std::int64_t code) {
+        if (reply) reply(code);
+    };
 }
 
 }  // namespace
@@ -34,11 +45,13 @@ airflow::daemon::FanHelperService::CodeReply codeReply(void (^reply)(NSInteger))
 }
 
 - (void)helperVersionWithReply:(void (^)(NSString*))reply {
-    portable->helperVersion([reply](std::string_view version) { reply(stringOf(version)); });
+    portable->helperVersion([reply](std::string_view version) {
+        if (reply) reply(stringOf(version));
+    });
 }
 
 - (void)shutdownForUpgradeWithReply:(void (^)(void))reply {
-    portable->shutdownForUpgrade([reply] { reply(); });
+    portable->shutdownForUpgrade(plainReply(reply));
 }
 
 - (void)setManualRPMWithFan:(NSInteger)fan rpm:(NSInteger)rpm withReply:(void (^)(NSInteger))reply {
@@ -64,7 +77,7 @@ airflow::daemon::FanHelperService::CodeReply codeReply(void (^reply)(NSInteger))
 }
 
 - (void)restoreAutoWithReply:(void (^)(void))reply {
-    portable->restoreAuto([reply] { reply(); });
+    portable->restoreAuto(plainReply(reply));
 }
 
 - (void)heartbeat {
@@ -72,7 +85,9 @@ airflow::daemon::FanHelperService::CodeReply codeReply(void (^reply)(NSInteger))
 }
 
 - (void)readStateWithReply:(void (^)(NSData*))reply {
-    portable->readState([reply](std::string_view state) { reply(dataOf(state)); });
+    portable->readState([reply](std::string_view state) {
+        if (reply) reply(dataOf(state));
+    });
 }
 
 @end

@@ -11,10 +11,11 @@ namespace airflow::platform {
 namespace {
 
 /// Whether a line can be written without waiting. A pipe is writable while it has room for at least
-/// PIPE_BUF bytes, more than a line of the log has.
+/// PIPE_BUF bytes, more than a line of the log has. POLLNVAL is how macOS answers for terminals,
+/// and how every system does for a closed descriptor, which the write itself finds out.
 bool hasRoom() {
     pollfd descriptor{.fd = STDERR_FILENO, .events = POLLOUT, .revents = 0};
-    return poll(&descriptor, 1, 0) == 1 && (descriptor.revents & POLLOUT) != 0;
+    return poll(&descriptor, 1, 0) == 1 && (descriptor.revents & (POLLOUT | POLLNVAL)) != 0;
 }
 
 }  // namespace
