@@ -142,8 +142,8 @@ T Decoder::value() const {
     } else if constexpr (detail::isIndexMap<T>) {
         T members;
         forEachMember([&members](std::string_view, const Decoder& member) {
-            const std::int64_t key = member.integerKey();
-            members.insert_or_assign(key, member.value<typename T::mapped_type>());
+            const std::int64_t number = member.integerKey();
+            members.insert_or_assign(number, member.value<typename T::mapped_type>());
         });
         return members;
     } else {

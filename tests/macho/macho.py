@@ -83,7 +83,7 @@ class Executable:
         return [(self.text(selector), self.text(types)) for selector, types in entries]
 
     def classes(self):
-        """For each class the selectors and plain types of the instance methods that it has itself."""
+        """For each class the selectors and plain types of the instance methods of its own."""
         result = {}
         (start, size, _) = self.sections["__DATA_CONST", "__objc_classlist"]
         for entry in range(start, start + size, 8):

@@ -28,6 +28,7 @@ public:
         note(time, fmt::format("{} calls {}", client, nameOf(call.method)));
     }
     void replied(concurrency::Duration time, const Reply& reply) override {
+        if (!reply.isDelivered) return;
         std::string answer;
         if (reply.result) answer = fmt::format(" {}", reply.result->xpcCode());
         if (reply.state) answer = reply.state->isHolding ? " holding" : " not holding";

@@ -64,7 +64,8 @@ void DispatchProcess::handle(Signal signal, Handler handler) {
     });
     dispatch_resume(source);
     signalSources.push_back(source);
-    // Last, so that no signal is lost: from here on the source alone sees it.
+    // Last, so that as few signals as possible are lost. The source is registered a little after
+    // it is resumed: a signal that comes after this and before that is dropped.
     (void)::signal(number, SIG_IGN);
 }
 
