@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "ServedDaemon.h"
 #include "platform/linux/LocalConnection.h"
 
 namespace airflow::platform {
@@ -100,19 +101,36 @@ TEST_F(LocalConnectionTest, whoeverIsWelcomeIsHeard) {
     EXPECT_EQ(invalidations, 0);
 }
 
-TEST_F(LocalConnectionTest, whatTheClientDoesNotReadWaitsUpToTheLimit) {
+TEST_F(LocalConnectionTest, aClientThatDoesNotReadIsNotReadFromEither) {
     connection->resume();
-    const std::string message = "{\"id\":1}\n";  // answered with 60 bytes
     std::string messages;
-    for (int i = 0; i < 1000; ++i) messages += message;
+    for (int i = 0; i < 1000; ++i) messages += "{\"id\":1}\n";  // each is answered with 60 bytes
+    makeNonBlocking(client);
     int rounds = 0;
-    while (!connection->hasEnded() && rounds < 1000) {
-        EXPECT_TRUE(sendAll(client, messages));
+    for (; (connection->interest() & EPOLLIN) != 0 && rounds < 1000; ++rounds) {
+        ASSERT_TRUE(sendAll(client, messages));
         connection->handle(EPOLLIN);
-        ++rounds;
     }
-    EXPECT_GT(rounds * 1000 * 60, 8'388'608);
-    EXPECT_LT(rounds * 1000 * 60, 8'388'608 + 1'000'000);
+    EXPECT_EQ(connection->interest(), static_cast<std::uint32_t>(EPOLLOUT));
+    EXPECT_GT(rounds * 60'000, 262'144);
+    EXPECT_LT(rounds * 60'000, 262'144 + 1'000'000);  // and what lies in the socket
+    EXPECT_FALSE(connection->hasEnded());
+    EXPECT_EQ(invalidations, 0);
+}
+
+TEST_F(LocalConnectionTest, aClientThatLeavesMoreThanTheLimitUnreadIsDisconnected) {
+    const auto runtime = makeThreadRuntime(1);
+    EndlessProcess process;
+    daemon::FanHelperService service(*runtime, process, nullptr);
+    connection->exportService(service);
+    connection->resume();
+    const std::string call = "{\"id\":1,\"method\":\"helperVersion\"}\n";
+    EXPECT_TRUE(sendAll(client, call + call));
+    connection->handle(EPOLLIN);
+    connection->take({.connection = 7, .line = std::string(8'388'608, '\n')});
+    EXPECT_FALSE(connection->hasEnded());
+    connection->take({.connection = 7, .line = std::string(1'000'000, '\n')});
+    EXPECT_TRUE(connection->hasEnded());
     EXPECT_EQ(invalidations, 1);
 }
 
