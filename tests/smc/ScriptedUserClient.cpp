@@ -138,18 +138,15 @@ Answer ScriptedUserClient::answerAboutKey(const Record& request) {
     const auto found = std::ranges::find(keys, codeAt(request, 0), &Key::name);
     if (found == keys.end()) return result(0x84);
     switch (request[42]) {
-        case 5:
-            return value(*found);
+        case 5: return value(*found);
         case 6:
             if (found->writeResult == 0) {
                 const auto size = static_cast<std::ptrdiff_t>(read32(request, 28));
                 found->bytes.assign(request.begin() + 48, request.begin() + 48 + size);
             }
             return result(found->writeResult);
-        case 9:
-            return keyInfo(*found);
-        default:
-            return {.code = unsupported};
+        case 9: return keyInfo(*found);
+        default: return {.code = unsupported};
     }
 }
 
