@@ -1,7 +1,7 @@
+// What the oracle remembers of a run; its judgements are in OracleJudgements.cpp.
 #include "simulation/Oracle.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <bit>
@@ -19,14 +19,6 @@ using concurrency::Duration;
 using Method = Call::Method;
 using namespace std::chrono_literals;
 
-constexpr Duration promptly = 1s;
-constexpr Duration retryPeriod = 2500ms;
-constexpr Duration exitLimit = 3s;
-
-double inSeconds(Duration time) {
-    return std::chrono::duration<double>(time).count();
-}
-
 bool isControl(Method method) {
     return method == Method::setManualRPM || method == Method::setPercent ||
            method == Method::fullBlast || method == Method::applyConfig;
@@ -37,29 +29,20 @@ bool isRelease(Method method) {
            method == Method::shutdownForUpgrade;
 }
 
-bool managesAny(const plan::FanControlPlan& plan) {
-    const auto isManaged = [](const plan::FanPlan& fan) {
-        return fan.mode != plan::FanControlModePlan::automatic();
-    };
-    return !plan.rules.empty() || std::ranges::any_of(plan.fans, isManaged);
+bool isGarbage(const Call& call) {
+    return call.method == Method::applyConfig && call.document;
 }
 
-/// The fan that a key belongs to, and what it holds of it.
-std::optional<std::pair<std::size_t, std::string_view>> fanKey(const std::string& key) {
-    if (key.size() != 4 || key[0] != 'F' || key[1] < '0' || key[1] > '9') return std::nullopt;
-    return std::pair(static_cast<std::size_t>(key[1] - '0'), std::string_view(key).substr(2));
+bool isEmptyPlan(const Call& call) {
+    return call.method == Method::applyConfig && !call.document && !managesAny(call.plan);
 }
 
-bool reachesCeiling(const Scenario& scenario) {
-    const auto isHot = [](const auto& reading) {
-        return std::optional<double>(reading.second).value_or(0) >= 94.9;
+bool isHonestMachine(const Scenario& scenario) {
+    const auto isHonest = [](const Fault& fault) {
+        return fault.effect == Fault::Effect::natural && fault.result != 0;
     };
-    if (scenario.thermal) return true;
-    if (std::ranges::any_of(scenario.machine.hid.value_or(Temperatures{}), isHot)) return true;
-    if (std::ranges::any_of(scenario.machine.smc, isHot)) return true;
-    return std::ranges::any_of(scenario.temperatures, [&](const TemperatureChange& change) {
-        return std::ranges::any_of(change.hid, isHot) || std::ranges::any_of(change.smc, isHot);
-    });
+    return scenario.firmware.empty() && !scenario.machine.reclaimAfter &&
+           std::ranges::all_of(scenario.faults, isHonest);
 }
 
 }  // namespace
@@ -68,9 +51,13 @@ Oracle::Oracle(const Scenario& judged)
     : scenario(judged),
       perFan(10s * static_cast<std::int64_t>(judged.machine.fans.size())),
       canBeHot(reachesCeiling(judged)),
-      fans(judged.machine.fans.size()) {
+      isReadWhole(readsEverything(judged)),
+      isHonest(isHonestMachine(judged)),
+      fans(judged.machine.fans.size()),
+      heldFans(judged.machine.fans.size()) {
     for (std::size_t i = 0; i < fans.size(); ++i) {
         fans[i].isForced = judged.machine.fans[i].mode == 1;
+        if (fans[i].isForced) fans[i].lastForced = Duration::zero();
     }
 }
 
@@ -88,14 +75,35 @@ void Oracle::mix(std::string_view text) {
     for (const char c : text) mix(static_cast<std::uint64_t>(static_cast<unsigned char>(c)));
 }
 
+bool Oracle::isAnyForced() const {
+    return std::ranges::any_of(fans, [](const Fan& fan) { return fan.isForced; });
+}
+
 bool Oracle::isControlUnderWay() const {
-    return std::ranges::any_of(commands,
-                               [](const auto& entry) { return isControl(entry.second.method); });
+    return std::ranges::any_of(commands, [](const auto& entry) {
+        return isControl(entry.second.method) && !entry.second.isGarbage;
+    });
+}
+
+/// No command is being worked on, and no release.
+bool Oracle::isUndisturbed(Duration now) const {
+    return commands.empty() && !(lastRelease && since(*lastRelease, now) < 1s);
+}
+
+/// By the wall clock, as far as that can be said while it jumps.
+bool Oracle::isSilent(Duration now) const {
+    return std::chrono::duration<double>(now - lastHeartbeat).count() + clockForward > 15;
 }
 
 void Oracle::endWatch(Duration time) {
     // A second end while the first is being dealt with asks for nothing sooner.
-    if (!watchEnded) watchEnded = mark(time);
+    if (!watchEnded) {
+        watchEnded = mark(time);
+        latecomers.clear();
+    }
+    isPlanless = true;
+    lastRelease = mark(time);
+    heldFans.release();
 }
 
 void Oracle::access(const SMCAccess& access) {
@@ -103,16 +111,14 @@ void Oracle::access(const SMCAccess& access) {
     mix(static_cast<std::uint64_t>(access.time.count()));
     mix(std::bit_cast<std::uint64_t>(access.value));
     mix(access.result);
-    if (access.operation == Fault::Operation::write) judgeWrite(access);
-    const auto key = fanKey(access.key);
     const bool isWrite = access.operation == Fault::Operation::write;
+    if (isWrite) judgeWrite(access);
     const bool isRefused = access.result != 0 || access.kernelReturn != 0;
     if (isRefused && access.operation != Fault::Operation::read) lastRefusal = mark(access.time);
-    if (!isWrite && key && key->first < fans.size()) {
+    if (const auto key = fanKey(access.key); !isWrite && key && key->first < fans.size()) {
         noteReading(fans[key->first], key->second, access);
     }
-    busyUntil = std::max(busyUntil, access.time) + access.latency;
-    busy += access.latency;
+    clock.answered(access.time, access.latency);
 }
 
 void Oracle::noteReading(Fan& fan, std::string_view kind, const SMCAccess& access) {
@@ -134,27 +140,20 @@ void Oracle::noteReading(Fan& fan, std::string_view kind, const SMCAccess& acces
     if (hasFailed || isRead) fan.limits.insert(isNumber ? access.value : 0);
 }
 
-void Oracle::judgeWrite(const SMCAccess& access) {
-    lastWrite = mark(access.time);
-    const auto key = fanKey(access.key);
-    const bool isSwitch = access.value == 0 || access.value == 1;
-    if (access.key == "Ftst" && isSwitch) return;
-    if (key && key->first < fans.size()) {
-        Fan& fan = fans[key->first];
-        const bool isModeKey = key->second == "Md" || key->second == "md";
-        if (isModeKey && isSwitch) return noteModeWrite(fan, access);
-        if (key->second == "Tg") return judgeTarget(fan, access);
-    }
-    fail(Property::onlyAllowedWrites, access.time,
-         fmt::format("{}={} was written", access.key, access.value));
+void Oracle::noteForceRequest(std::size_t index, const SMCAccess& access, bool isRefused) {
+    Fan& fan = fans[index];
+    fan.isForcedInSecret = isRefused && fan.isForced;
+    const bool isLate = watchEnded && access.time > watchEnded->time && !isControlUnderWay();
+    if (!isLate || !isListening) return;
+    latecomers.insert(index);
+    if (latecomers.size() <= 1) return;
+    fail(Property::releaseLasts, access.time,
+         fmt::format("a second fan, {}, is to be forced after a release", index));
 }
 
-void Oracle::noteModeWrite(Fan& fan, const SMCAccess& access) {
-    const bool isRefused = access.result != 0 || access.kernelReturn != 0;
-    if (access.value != 0) {
-        fan.isForcedInSecret = isRefused && fan.isForced;
-        return;
-    }
+void Oracle::noteReleaseRequest(std::size_t index, const SMCAccess& access, bool isRefused) {
+    Fan& fan = fans[index];
+    judgeReason(index, access);
     fan.lastRequest = mark(access.time);
     if (isRefused) {
         ++fan.refusals;
@@ -167,43 +166,40 @@ void Oracle::noteModeWrite(Fan& fan, const SMCAccess& access) {
     count("the SMC said that a fan went back when it did not");
 }
 
-void Oracle::judgeTarget(Fan& fan, const SMCAccess& access) {
-    fan.targets.insert(access.value);  // the state tells what was written, taken or not
-    if (access.value == 0) return;
-    const bool isFinite = std::isfinite(access.value);
-    // A control step uses the limits of its own snapshot, which need not be the latest.
-    const double rounding = 1 + std::abs(access.value) * 1e-6;  // the SMC's numbers are short
-    const bool isWithin = fan.limits.empty() || (access.value >= *fan.limits.begin() - rounding &&
-                                                 access.value <= *fan.limits.rbegin() + rounding);
-    if (isFinite && isWithin) return;
-    fail(Property::onlyAllowedWrites, access.time,
-         fmt::format("{}={} was written; the limits read were {}", access.key, access.value,
-                     fmt::join(fan.limits, ", ")));
-}
-
 void Oracle::modeChanged(Duration time, std::size_t index, FanMode mode) {
     mix(index * 4 + static_cast<std::uint64_t>(mode));
     Fan& fan = fans.at(index);
+    if (fan.isForced) fan.lastForced = time;
     fan.isForced = mode == FanMode::forced;
     fan.isLiedAbout = false;
-    fan.isOvertaken = false;
+    fan.overtaken = Overtaken::no;
     fan.isForcedInSecret = false;
     if (mode == FanMode::reclaimed) count("the firmware took a fan back");
     if (!fan.isForced) return;
+    fan.lastForced = time;
     fan.forcedSince = mark(time);
     fan.isUnknown = false;
-    // Two commands at once: the older one's step may force a fan that the newer one gave back.
+    if (isRunning) noteOvertaken(time, index);
+}
+
+void Oracle::noteOvertaken(Duration time, std::size_t index) {
+    Fan& fan = fans[index];
+    const bool isAlone = commands.size() == 1 && !commands.begin()->second.wasDisturbed;
+    // Two commands at once, or a command and a control step: the older one may force a fan that the
+    // newer one gave back. Or a step and a retry that gives back what it should not.
     const bool isCollision =
-        isControlUnderWay() && fan.lastRequest && since(*fan.lastRequest, time) < promptly;
-    const bool isOvertaken =
-        watchEnded || isCollision || (wasReleasedUnderWay && isControlUnderWay());
-    if (!isOvertaken || !isRunning) return;
-    fan.isOvertaken = true;
+        fan.lastRequest && (isAlone ? fan.lastRequest->time >= commands.begin()->second.called.time
+                                    : since(*fan.lastRequest, time) < 1s);
+    const bool isReleased = isControlUnderWay() && wasReleasedUnderWay;
+    if (!isPlanless && !isCollision && !isReleased) return;
+    // Of several commands each may go on with a claim that another has lost.
+    fan.overtaken =
+        isControlUnderWay() && isAlone ? Overtaken::byCommand : Overtaken::byControlStep;
     count("a claim succeeded after the release that overtook it");
     if (watchEnded && since(*watchEnded, time) > 12s + perFan) {
+        const double late = std::chrono::duration<double>(since(*watchEnded, time)).count();
         fail(Property::releaseLasts, time,
-             fmt::format("fan {} was forced {:.2f} s after the last reason to", index,
-                         inSeconds(since(*watchEnded, time))));
+             fmt::format("fan {} was forced {:.2f} s after the last reason to", index, late));
     }
 }
 
@@ -214,12 +210,13 @@ void Oracle::published(Duration time, const control::ControlState& state) {
     if (isReleased && !isControlUnderWay()) endWatch(time);
     // A refusal hides the message of the safety check.
     const bool isRelease = isReleased || error.starts_with("failed to restore Auto");
+    if (isRelease) heldFans.lose();
     if (isRelease && isControlUnderWay()) wasReleasedUnderWay = true;
     if (error.starts_with("no heartbeat")) {
         count("the watchdog released fans");
         // The silence may have ended after the release began.
         const bool wasSilent = longSilence && since(*longSilence, time) < 3s;
-        if (!wasSilent && inSeconds(time - lastHeartbeat) + clockForward <= 15) {
+        if (!wasSilent && !isSilent(time)) {
             fail(Property::reasonsAreTrue, time, "the client had been heard: " + error);
         }
     }
@@ -227,38 +224,51 @@ void Oracle::published(Duration time, const control::ControlState& state) {
         count("the ceiling released fans");
         if (!canBeHot) fail(Property::reasonsAreTrue, time, "nothing is hot: " + error);
     }
-    if (error.starts_with("temperature ") && error.ends_with("released to Auto")) {
+    if (error.starts_with("temperature ") && isReleased) {
         count("missing temperatures released fans");
+        if (isReadWhole) fail(Property::reasonsAreTrue, time, "temperatures are there: " + error);
     }
 }
 
 void Oracle::called(Duration time, std::string_view client, const Call& call) {
     if (strangers.contains(std::string(client))) return;
-    if (isControl(call.method) && !call.document) {
-        watchEnded.reset();
-        wasReleasedUnderWay = false;
-        for (auto& [id, command] : commands) command.wasControlUnderWay = true;
-        const bool isOthers = std::ranges::any_of(commands, [&](const auto& entry) {
-            return isControl(entry.second.method) && entry.second.client != client;
-        });
-        if (isOthers) count("two clients had commands under way at once");
-    }
-    if ((isControl(call.method) && !call.document) || call.method == Method::heartbeat) {
-        lastWatch = mark(time);
-    }
-    if (call.method == Method::heartbeat) {
-        if (inSeconds(time - lastHeartbeat) + clockForward > 15) longSilence = mark(time);
-        lastHeartbeat = time;
-        clockBack = clockForward = 0;
-    }
+    if (isControl(call.method) && !isGarbage(call)) noteControl(time, call);
+    noteWatch(time, call);
     if (isRelease(call.method)) endWatch(time);
     if (call.method == Method::heartbeat) return;
     commands[call.id] = {.method = call.method,
-                         .isGarbage = call.document.has_value(),
-                         .managesFans = call.method != Method::applyConfig || managesAny(call.plan),
+                         .isGarbage = isGarbage(call),
+                         .managesFans = !isGarbage(call) && !isEmptyPlan(call),
                          .client = std::string(client),
                          .called = mark(time),
+                         .wasDisturbed = !isUndisturbed(time),
                          .wasControlUnderWay = isControlUnderWay()};
+}
+
+void Oracle::noteControl(Duration time, const Call& call) {
+    isPlanless = isEmptyPlan(call);
+    if (isPlanless)
+        loseOvertaken();
+    else
+        watchEnded.reset();
+    wasReleasedUnderWay = false;
+    if (scenario.effectiveUserID == 0) heldFans.command(call, isUndisturbed(time));
+    for (auto& [id, command] : commands) command.wasDisturbed = command.wasControlUnderWay = true;
+    const bool isOthers = std::ranges::any_of(commands, [&](const auto& entry) {
+        return isControl(entry.second.method) && entry.second.client != call.client;
+    });
+    if (isOthers) count("two clients had commands under way at once");
+}
+
+void Oracle::noteWatch(Duration time, const Call& call) {
+    const bool isHeartbeat = call.method == Method::heartbeat;
+    if (isHeartbeat || (isControl(call.method) && !isGarbage(call))) {
+        if (isSilent(time)) longSilence = mark(time);
+        lastWatch = mark(time);
+    }
+    if (!isHeartbeat) return;
+    lastHeartbeat = time;
+    clockBack = clockForward = 0;
 }
 
 void Oracle::replied(Duration time, const Reply& reply) {
@@ -276,40 +286,40 @@ void Oracle::replied(Duration time, const Reply& reply) {
     }
     const Command command = found->second;
     commands.erase(found);
-    if (isControl(command.method) && !command.isGarbage) {
-        const bool isInForce = reply.result && reply.result->isApplied();
-        if (isInForce && command.managesFans) {
-            lastHeartbeat = std::max(lastHeartbeat, command.called.time);
-        }
-        // It may have come into force after a release that came while it was under way.
-        if (isInForce) watchEnded.reset();
-        lastWatch = mark(time);  // a plan in force counts as one heard
-    }
-    if (command.isGarbage && reply.result && reply.result->xpcCode() == 7) {
-        count("garbage was answered with 7");
-    }
+    noteAnswer(command, reply, time);
     if (reply.state) judgeState(command, reply, time);
 }
 
-void Oracle::judgeState(const Command& question, const Reply& reply, Duration now) {
-    for (const auto& [index, target] : reply.state->targets) {
-        const auto fan = static_cast<std::size_t>(index);
-        const auto isTold = [&](double written) {
-            const auto told = static_cast<double>(target);
-            return std::abs(written - told) <= 1 + std::abs(told) * 1e-6;
-        };
-        if (fan < fans.size() && fans[fan].hasUnwrittenTarget) continue;
-        if (fan < fans.size() && std::ranges::any_of(fans[fan].targets, isTold)) continue;
-        fail(Property::stateIsTrue, now,
-             fmt::format("fan {} was never told to turn at {} RPM", index, target));
+void Oracle::noteAnswer(const Command& command, const Reply& reply, Duration time) {
+    if (command.isGarbage && reply.result && reply.result->xpcCode() == 7) {
+        count("garbage was answered with 7");
     }
-    const bool isIdle = !reply.state->isHolding && !reply.state->lastError;
-    if (!isIdle || question.wasControlUnderWay || scenario.effectiveUserID != 0) return;
-    for (std::size_t i = 0; i < fans.size(); ++i) {
-        const Fan& fan = fans[i];
-        if (!isJudged(fan) || since(fan.forcedSince, question.called.time) < 2s) continue;
-        if (fan.refusals > 0 || fan.isForcedInSecret || !scenario.machine.fans[i].modeKey) continue;
-        fail(Property::stateIsTrue, now, fmt::format("fan {} is held, and the state is idle", i));
+    if (!isControl(command.method) || !command.managesFans) return;
+    const bool isInForce = reply.result && reply.result->isApplied();
+    judgeApplied(command, reply, time);
+    if (!isInForce) loseOvertaken();
+    if (isInForce) {
+        if (isSilent(command.called.time)) longSilence = mark(time);
+        lastHeartbeat = std::max(lastHeartbeat, command.called.time);
+    }
+    // It may have come into force after a release that came in the same moment, or while it still
+    // counted the fans.
+    const bool mayBeNewer = command.method == Method::fullBlast ||
+                            (watchEnded && watchEnded->time <= command.called.time);
+    if (mayBeNewer) {
+        watchEnded.reset();
+        isPlanless = false;
+    }
+    lastWatch = mark(time);  // a plan in force counts as one heard
+}
+
+/// A fan that a command claimed after a release is watched by the hold loop that this command has
+/// started. Not if it could not claim every fan: what it claims later, in its control step, no one
+/// watches. And not if a plan without fans ends that loop.
+void Oracle::loseOvertaken() {
+    heldFans.lose();
+    for (Fan& fan : fans) {
+        if (fan.overtaken == Overtaken::byCommand) fan.overtaken = Overtaken::byControlStep;
     }
 }
 
@@ -325,79 +335,13 @@ void Oracle::logged(Duration time, std::string_view line) {
     }
 }
 
-void Oracle::judgeListening(Duration time) {
-    isListening = true;
-    lastWatch = mark(time);
-    lastHeartbeat = time;
-    for (auto& [id, command] : commands) command.called = mark(time);
-    for (std::size_t i = 0; i < fans.size(); ++i) {
-        const Fan& fan = fans[i];
-        const bool wasTried = !fan.isUnknown || fan.hasFailedProbe;
-        if (!fan.isForced || !scenario.machine.fans[i].modeKey) continue;
-        if (wasTried && !isJudged(fan)) continue;
-        fail(Property::recoveryComesFirst, time,
-             fmt::format("the daemon listens while fan {} is forced", i));
-    }
-}
-
-void Oracle::judgeFan(std::size_t index, const Fan& fan, Duration now) {
-    if (!isJudged(fan) || !scenario.machine.fans[index].modeKey) return;
-    const bool wasAsked = watchEnded && fan.lastRequest &&
-                          fan.lastRequest->time >= std::max(watchEnded->time, fan.forcedSince.time);
-    if (watchEnded && !isControlUnderWay()) {
-        if (wasAsked && since(*fan.lastRequest, now) > retryPeriod) {
-            fail(Property::releaseIsRetried, now,
-                 fmt::format("fan {} was last asked to go back {:.2f} s ago", index,
-                             inSeconds(since(*fan.lastRequest, now))));
-        }
-        const bool isCommandLast = lastWatch.time > watchEnded->time;
-        const Mark reason = isCommandLast ? lastWatch : *watchEnded;
-        if (!wasAsked && since(reason, now) > promptly) {
-            fail(Property::releaseBegins, now,
-                 fmt::format("fan {} is forced {:.2f} s after the last reason to", index,
-                             inSeconds(since(reason, now))));
-        }
-    }
-    const auto silence = 15s + Duration(std::llround(clockBack * 1e9)) + 5s + perFan;
-    const bool isPending = fan.lastRequest && fan.lastRequest->time >= fan.forcedSince.time &&
-                           since(*fan.lastRequest, now) <= retryPeriod;
-    if (isListening && !isControlUnderWay() && since(lastWatch, now) > silence && !isPending) {
-        fail(Property::silenceEndsControl, now,
-             fmt::format("fan {} is forced {:.2f} s after the client was last heard", index,
-                         inSeconds(since(lastWatch, now))));
-    }
-}
-
-void Oracle::second(Duration now, SimulatedMac& mac) {
-    const bool isHot = mac.hottest().value_or(0) >= 95;
-    const auto isRefusing = [](const Fan& fan) { return fan.isForced && fan.refusals > 0; };
-    if (isHot && std::ranges::any_of(fans, isRefusing)) {
-        count("the ceiling came while a fan refused to go back");
-    }
-    if (!isRunning || scenario.effectiveUserID != 0) return;
-    if (!exiting) {
-        for (std::size_t i = 0; i < fans.size(); ++i) judgeFan(i, fans[i], now);
-    }
-    if (!isListening) return;
-    for (const auto& [id, command] : commands) {
-        if (since(command.called, now) <= 60s + 2 * perFan) continue;
-        fail(Property::everyCommandIsAnsweredOnce, now,
-             fmt::format("{} has not been answered", nameOf(command.method)));
-    }
-    const bool wasRefused = watchEnded && lastRefusal && since(*lastRefusal, watchEnded->time) < 5s;
-    const bool isAnyForced = std::ranges::any_of(fans, [](const Fan& fan) { return fan.isForced; });
-    if (watchEnded && !wasRefused && !isAnyForced && !isControlUnderWay() &&
-        since(lastWrite, now) > 3s && mac.forceTest()) {
-        fail(Property::forceTestIsLowered, now, "Ftst is on and no fan is forced");
-    }
-}
-
 void Oracle::started(Duration time) {
     isRunning = true;
-    watchEnded = mark(time);
+    watchEnded.reset();
+    endWatch(time);
     for (Fan& fan : fans) {
         fan.targets.clear();
-        fan.isOvertaken = false;
+        fan.overtaken = Overtaken::no;
         fan.isLiedAbout = false;
         fan.isUnknown = true;
         fan.hasFailedProbe = false;
@@ -411,36 +355,8 @@ void Oracle::signalled(Duration time, daemon::Signal) {
     const bool hasReleasedOne = std::ranges::any_of(fans, [&](const Fan& fan) {
         return !fan.isForced && fan.lastRequest && time - fan.lastRequest->time < 10ms;
     });
-    const bool isAnyForced = std::ranges::any_of(fans, [](const Fan& fan) { return fan.isForced; });
-    if (hasReleasedOne && isAnyForced) count("a signal came between the releases of two fans");
-}
-
-void Oracle::ended(const ProcessEnd& end) {
-    mix(static_cast<std::uint64_t>(end.status));
-    const bool isAnyForced = std::ranges::any_of(fans, [](const Fan& fan) { return fan.isForced; });
-    if (end.bySignal && !isListening) count("the process was killed during recovery");
-    if (end.bySignal && isAnyForced) count("the process was killed while a fan was forced");
-    if (end.status == 0) count("an upgrade ended the process");
-    const Duration taken = exiting ? end.time - exiting->time : Duration::zero();
-    if (exiting && taken >= exitLimit) count("an exit ran into its limit of 3 s");
-    if (taken > exitLimit) {
-        fail(Property::exitIsInTime, end.time,
-             fmt::format("the exit took {:.2f} s", inSeconds(taken)));
-    }
-    for (std::size_t i = 0; !end.bySignal && i < fans.size(); ++i) {
-        const Fan& fan = fans[i];
-        const bool mayStay = !isJudged(fan) || !scenario.machine.fans[i].modeKey ||
-                             scenario.effectiveUserID != 0 || taken >= exitLimit ||
-                             !isListening;  // recovery does not know every fan yet
-        const bool wasAsked = exiting && fan.lastRequest && fan.lastRequest->time >= exiting->time;
-        if (mayStay || wasAsked) continue;
-        fail(Property::exitRestoresFirst, end.time,
-             fmt::format("the process exits and fan {} was not asked to go back", i));
-    }
-    isRunning = isListening = false;
-    exiting.reset();
-    commands.clear();
-    strangers.clear();
+    if (hasReleasedOne && isAnyForced()) count("a signal came between the releases of two fans");
+    endWatch(time);
 }
 
 void Oracle::connected(Duration, std::string_view client, bool isStranger) {

@@ -2,7 +2,7 @@
 // messages, connections, time and the life of the process. It knows nothing of the daemon's code.
 #pragma once
 
-#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -11,6 +11,9 @@
 #include <string_view>
 #include <vector>
 
+#include "simulation/DriverClock.h"
+#include "simulation/FanKey.h"
+#include "simulation/HeldFans.h"
 #include "simulation/Properties.h"
 #include "simulation/ScenarioObserver.h"
 
@@ -52,20 +55,20 @@ public:
 
 private:
     using Duration = concurrency::Duration;
+    using Mark = DriverClock::Mark;
 
-    /// A moment, by the clock and by how long the driver had been busy until then.
-    struct Mark {
-        Duration time{};
-        Duration busy{};
-    };
+    /// Who forced a fan after the release that should have been the last word.
+    enum class Overtaken : std::uint8_t { no, byCommand, byControlStep };
+
     struct Fan {
         bool isForced = false;
         Mark forcedSince{};
-        std::optional<Mark> lastRequest;  ///< to go back
-        int refusals = 0;                 ///< of these in a row
-        bool isLiedAbout = false;         ///< the SMC said that it went back
-        bool isForcedInSecret = false;    ///< the SMC refused it, and did it
-        bool isOvertaken = false;         ///< forced by a claim after a release
+        std::optional<Duration> lastForced;  ///< when it last was; absent: never
+        std::optional<Mark> lastRequest;     ///< to go back
+        int refusals = 0;                    ///< of these in a row
+        bool isLiedAbout = false;            ///< the SMC said that it went back
+        bool isForcedInSecret = false;       ///< the SMC refused it, and did it
+        Overtaken overtaken = Overtaken::no;
         bool isUnknown = true;            ///< this life of the daemon has not read its mode key
         bool hasFailedProbe = false;      ///< of its mode key, in this life
         std::set<double> limits;          ///< as read in this life, RPM
@@ -75,9 +78,10 @@ private:
     struct Command {
         Call::Method method = Call::Method::heartbeat;
         bool isGarbage = false;
-        bool managesFans = false;  ///< an empty plan does not
+        bool managesFans = false;  ///< garbage and an empty plan do not
         std::string client{};
         Mark called{};
+        bool wasDisturbed = false;  ///< by another command, or a release that was there before
         bool wasControlUnderWay = false;  ///< at any time since
     };
 
@@ -85,38 +89,54 @@ private:
     void count(std::string_view happening);
     void mix(std::uint64_t value) { trace = (trace ^ value) * 1099511628211U; }
     void mix(std::string_view text);
-    /// How long the driver has been busy with slow answers up to now.
-    [[nodiscard]] Duration busyAt(Duration now) const {
-        return busy - std::max(busyUntil - now, Duration::zero());
-    }
-    [[nodiscard]] Mark mark(Duration time) const { return {.time = time, .busy = busyAt(time)}; }
+    [[nodiscard]] Mark mark(Duration time) const { return clock.mark(time); }
     [[nodiscard]] Duration since(const Mark& mark, Duration now) const {
-        return now - mark.time - (busyAt(now) - mark.busy);
+        return clock.since(mark, now);
     }
     [[nodiscard]] bool isJudged(const Fan& fan) const {
-        return fan.isForced && !fan.isLiedAbout && !fan.isOvertaken && !fan.isUnknown;
+        return fan.isForced && !fan.isLiedAbout && fan.overtaken == Overtaken::no && !fan.isUnknown;
     }
+    [[nodiscard]] bool isAnyForced() const;
     [[nodiscard]] bool isControlUnderWay() const;
+    [[nodiscard]] bool isUndisturbed(Duration now) const;
+    [[nodiscard]] bool isSilent(Duration now) const;
     void endWatch(Duration time);
-    void noteModeWrite(Fan& fan, const SMCAccess& access);
+    void noteControl(Duration time, const Call& call);
+    void noteWatch(Duration time, const Call& call);
+    void noteOvertaken(Duration time, std::size_t index);
+    void noteForceRequest(std::size_t index, const SMCAccess& access, bool isRefused);
+    void noteReleaseRequest(std::size_t index, const SMCAccess& access, bool isRefused);
     void noteReading(Fan& fan, std::string_view kind, const SMCAccess& access);
+    void noteAnswer(const Command& command, const Reply& reply, Duration time);
+    void loseOvertaken();
+
     void judgeWrite(const SMCAccess& access);
     void judgeTarget(Fan& fan, const SMCAccess& access);
     void judgeFan(std::size_t index, const Fan& fan, Duration now);
+    void judgeSilence(std::size_t index, const Fan& fan, Duration now);
+    void judgeReason(std::size_t index, const SMCAccess& access);
+    void judgeApplied(const Command& command, const Reply& reply, Duration now);
+    void judgeTargets(const Reply& reply, Duration now);
     void judgeState(const Command& question, const Reply& reply, Duration now);
     void judgeListening(Duration time);
+    void judgeForceTest(Duration now, const SimulatedMac& mac);
 
     const Scenario& scenario;
-    Duration perFan{};      ///< 10 s for each fan
-    bool canBeHot = false;  ///< any temperature reaches the ceiling
+    Duration perFan{};         ///< 10 s for each fan
+    bool canBeHot = false;     ///< any temperature reaches the ceiling
+    bool isReadWhole = false;  ///< every temperature and fan, at all times
+    bool isHonest = false;     ///< the machine does what it says, and nothing by itself
     std::vector<Fan> fans;
-    Duration busy{};       ///< with all the answers that were asked for
-    Duration busyUntil{};  ///< the last of them
+    DriverClock clock;
+    HeldFans heldFans;
     bool isRunning = false;
     bool isListening = false;
     std::optional<Mark> exiting;  ///< since when
     /// Since when nobody watches: no command has come since.
     std::optional<Mark> watchEnded;
+    bool isPlanless = true;            ///< since a release, or a plan without fans
+    std::optional<Mark> lastRelease;   ///< as watchEnded, whatever came since
+    std::set<std::size_t> latecomers;  ///< asked to be forced after it, without a command
     bool wasReleasedUnderWay = false;  ///< by a safety check, during a command
     std::optional<Mark> lastRefusal;
     Mark lastWrite{};

@@ -2,8 +2,8 @@
 //
 // Bounds leave out the time that the SMC's driver spends with answers that take long: nothing can
 // be written meanwhile. A fan counts as forced as the machine knows it; excepted are fans of which
-// the SMC said that they went back when they did not, and fans that a claim forced after the
-// release that overtook it (docs/safety.md tells of that hole).
+// the SMC said that they went back when they did not, and for the bounds of a release those that a
+// claim forced after the release that overtook it (docs/safety.md tells of that hole).
 #pragma once
 
 #include <array>
@@ -26,6 +26,8 @@ enum class Property : std::uint8_t {
     forceTestIsLowered,
     stateIsTrue,
     reasonsAreTrue,
+    controlLasts,
+    appliedIsTrue,
 };
 
 struct PropertyText {
@@ -34,7 +36,7 @@ struct PropertyText {
     std::string_view sentence;
 };
 
-inline constexpr std::array<PropertyText, 12> properties{{
+inline constexpr std::array<PropertyText, 14> properties{{
     {Property::releaseBegins, "releaseBegins",
      "Within 1 s of a connection's end, a signal, a release command or a start, every forced fan "
      "is "
@@ -43,18 +45,17 @@ inline constexpr std::array<PropertyText, 12> properties{{
      "A fan that does not go back is asked again every 2.0 s, within 2.5 s, for as long as it "
      "takes."},
     {Property::releaseLasts, "releaseLasts",
-     "After a release without a newer command, a fan is forced only by a claim that had begun "
-     "before: within 12 s and 10 s for each fan."},
+     "After a release without a newer command at most one fan is asked to be forced, by the claim "
+     "that had begun before, for no longer than 12 s and 10 s for each fan; commands that were "
+     "under way may go on claiming until they are answered."},
     {Property::silenceEndsControl, "silenceEndsControl",
      "15 s after the last heartbeat or command, and a tick with a claim of 10 s for each fan, no "
-     "fan "
-     "is held."},
+     "fan is held."},
     {Property::everyCommandIsAnsweredOnce, "everyCommandIsAnsweredOnce",
      "Every command is answered exactly once, within 60 s and 20 s for each fan."},
     {Property::exitRestoresFirst, "exitRestoresFirst",
      "Before an exit of a daemon that listens, every forced fan is asked to go back, unless 3 s "
-     "are "
-     "over."},
+     "are over."},
     {Property::exitIsInTime, "exitIsInTime",
      "No exit takes longer than the 3 s of its restoration."},
     {Property::recoveryComesFirst, "recoveryComesFirst",
@@ -65,12 +66,17 @@ inline constexpr std::array<PropertyText, 12> properties{{
     {Property::forceTestIsLowered, "forceTestIsLowered",
      "3 s after a release that nothing refused, Ftst is off."},
     {Property::stateIsTrue, "stateIsTrue",
-     "A state without error, plan and fans is told only when no fan is held, and a target only "
-     "when "
-     "it was written."},
+     "A state without error, plan and fans is told only when no fan is held, one with fans only "
+     "until 3 s after a release that nothing refused, and a target only when it was written."},
     {Property::reasonsAreTrue, "reasonsAreTrue",
-     "A safety release names a reason that exists: more than 15 s of silence, or a temperature of "
-     "95 °C or more."},
+     "A safety release names a reason that exists: more than 15 s of silence, a temperature of "
+     "95 °C or more, or temperatures that cannot be read."},
+    {Property::controlLasts, "controlLasts",
+     "A fan that a client wants at a fixed speed is not asked to go back while that client is "
+     "heard every 15 s and nothing else gives a reason."},
+    {Property::appliedIsTrue, "appliedIsTrue",
+     "When a command is answered as applied, every fan that it wants at a fixed speed is forced, "
+     "or was since it was sent."},
 }};
 
 [[nodiscard]] constexpr const PropertyText& textOf(Property property) {
