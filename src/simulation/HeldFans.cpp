@@ -17,6 +17,15 @@ struct IsFixedAboveZero {
     bool operator()(const plan::Automatic&) const { return false; }
 };
 
+/// Nothing is wrong with a reading but what the temperatures themselves say.
+bool readsEverySensor(const Scenario& scenario) {
+    const auto isOfWrites = [](const Fault& fault) {
+        return fault.key != "*" && fault.operation == Fault::Operation::write;
+    };
+    // Without jitter all samples of a sensor are equal, and it counts as broken.
+    return scenario.jitter > 0 && std::ranges::all_of(scenario.faults, isOfWrites);
+}
+
 }  // namespace
 
 bool reachesCeiling(const Scenario& scenario) {
@@ -31,13 +40,20 @@ bool reachesCeiling(const Scenario& scenario) {
     });
 }
 
-bool readsEverything(const Scenario& scenario) {
-    const auto isOfWrites = [](const Fault& fault) {
-        return fault.key != "*" && fault.operation == Fault::Operation::write;
+bool showsHeat(const Scenario& scenario) {
+    const auto isRead = [](const TemperatureChange& change) {
+        return !change.hidesHID && std::ranges::all_of(change.hid, [](const auto& reading) {
+            return reading.second && *reading.second > -40 && *reading.second < 150;
+        });
     };
-    // Without jitter all samples of a sensor are equal, and it counts as broken.
-    return scenario.jitter > 0 && scenario.temperatures.empty() &&
-           std::ranges::all_of(scenario.faults, isOfWrites);
+    // HID temperatures that cannot be asked for do not heat what is read instead.
+    const bool hasHID = scenario.machine.hasHIDSymbols || scenario.temperatures.empty();
+    return hasHID && readsEverySensor(scenario) &&
+           std::ranges::all_of(scenario.temperatures, isRead);
+}
+
+bool readsEverything(const Scenario& scenario) {
+    return readsEverySensor(scenario) && scenario.temperatures.empty();
 }
 
 bool managesAny(const plan::FanControlPlan& plan) {

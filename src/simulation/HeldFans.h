@@ -12,6 +12,8 @@ namespace airflow::simulation {
 [[nodiscard]] bool reachesCeiling(const Scenario& scenario);
 /// Whether the daemon reads every temperature and every fan of the machine at all times.
 [[nodiscard]] bool readsEverything(const Scenario& scenario);
+/// Whether the daemon sees how hot the machine is, as far as the scenario can say.
+[[nodiscard]] bool showsHeat(const Scenario& scenario);
 /// Whether the plan manages any fan.
 [[nodiscard]] bool managesAny(const plan::FanControlPlan& plan);
 

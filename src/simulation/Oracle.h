@@ -113,6 +113,7 @@ private:
     void judgeWrite(const SMCAccess& access);
     void judgeTarget(Fan& fan, const SMCAccess& access);
     void judgeFan(std::size_t index, const Fan& fan, Duration now);
+    void judgeHeat(std::size_t index, const Fan& fan, Duration now);
     void judgeSilence(std::size_t index, const Fan& fan, Duration now);
     void judgeReason(std::size_t index, const SMCAccess& access);
     void judgeApplied(const Command& command, const Reply& reply, Duration now);
@@ -125,6 +126,7 @@ private:
     Duration perFan{};         ///< 10 s for each fan
     bool canBeHot = false;     ///< any temperature reaches the ceiling
     bool isReadWhole = false;  ///< every temperature and fan, at all times
+    bool isHeatShown = false;  ///< the daemon can read every temperature
     bool isHonest = false;     ///< the machine does what it says, and nothing by itself
     std::vector<Fan> fans;
     DriverClock clock;
@@ -138,6 +140,7 @@ private:
     std::optional<Mark> lastRelease;   ///< as watchEnded, whatever came since
     std::set<std::size_t> latecomers;  ///< asked to be forced after it, without a command
     bool wasReleasedUnderWay = false;  ///< by a safety check, during a command
+    std::optional<Mark> hotSince;      ///< above the ceiling, as the machine knows it
     std::optional<Mark> lastRefusal;
     Mark lastWrite{};
     Mark lastWatch{};                 ///< heartbeat or command

@@ -156,6 +156,16 @@ void Oracle::judgeSilence(std::size_t index, const Fan& fan, Duration now) {
                      inSeconds(since(lastWatch, now))));
 }
 
+void Oracle::judgeHeat(std::size_t index, const Fan& fan, Duration now) {
+    const bool isWatched = isJudged(fan) && isListening && isHeatShown && !isControlUnderWay();
+    if (!isWatched || !hotSince || since(fan.forcedSince, now) <= 5s + perFan) return;
+    const bool isPending = fan.lastRequest && since(*fan.lastRequest, now) <= retryPeriod;
+    if (isPending || since(*hotSince, now) <= 5s + perFan) return;
+    fail(Property::heatEndsControl, now,
+         fmt::format("fan {} is forced {:.2f} s after it became too hot", index,
+                     inSeconds(since(*hotSince, now))));
+}
+
 void Oracle::judgeForceTest(Duration now, const SimulatedMac& mac) {
     const bool wasRefused = watchEnded && lastRefusal && since(*lastRefusal, watchEnded->time) < 5s;
     const bool isOver = watchEnded && !wasRefused && !isAnyForced() && !isControlUnderWay();
@@ -164,7 +174,10 @@ void Oracle::judgeForceTest(Duration now, const SimulatedMac& mac) {
 }
 
 void Oracle::second(Duration now, SimulatedMac& mac) {
-    const bool isHot = mac.hottest().value_or(0) >= 95;
+    const double hottest = mac.hottest().value_or(0);
+    const bool isHot = hottest >= 95;
+    if (hottest < 95.5) hotSince.reset();
+    if (hottest >= 95.5 && !hotSince) hotSince = mark(now);
     const auto isRefusing = [](const Fan& fan) { return fan.isForced && fan.refusals > 0; };
     if (isHot && std::ranges::any_of(fans, isRefusing)) {
         count("the ceiling came while a fan refused to go back");
@@ -174,6 +187,7 @@ void Oracle::second(Duration now, SimulatedMac& mac) {
         if (!scenario.machine.fans[i].modeKey) continue;
         judgeFan(i, fans[i], now);
         judgeSilence(i, fans[i], now);
+        judgeHeat(i, fans[i], now);
     }
     if (!isListening) return;
     for (const auto& [id, command] : commands) {

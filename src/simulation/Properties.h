@@ -28,6 +28,7 @@ enum class Property : std::uint8_t {
     reasonsAreTrue,
     controlLasts,
     appliedIsTrue,
+    heatEndsControl,
 };
 
 struct PropertyText {
@@ -36,7 +37,7 @@ struct PropertyText {
     std::string_view sentence;
 };
 
-inline constexpr std::array<PropertyText, 14> properties{{
+inline constexpr std::array<PropertyText, 15> properties{{
     {Property::releaseBegins, "releaseBegins",
      "Within 1 s of a connection's end, a signal, a release command or a start, every forced fan "
      "is "
@@ -77,6 +78,9 @@ inline constexpr std::array<PropertyText, 14> properties{{
     {Property::appliedIsTrue, "appliedIsTrue",
      "When a command is answered as applied, every fan that it wants at a fixed speed is forced, "
      "or was since it was sent."},
+    {Property::heatEndsControl, "heatEndsControl",
+     "When a temperature that can be read has been at 95.5 °C or more for 5 s and a claim of 10 s "
+     "for each fan, no fan is held that was held before."},
 }};
 
 [[nodiscard]] constexpr const PropertyText& textOf(Property property) {

@@ -241,12 +241,13 @@ private:
         if (!scenario.machine.hid || scenario.machine.hid->empty()) return;
         const std::string label = scenario.machine.hid->front().first;
         const Duration from = moment();
-        switch (random.below(5)) {
+        switch (random.below(6)) {
             case 0: heat(from, label, 96 + static_cast<double>(random.below(20))); break;
             case 1:
                 for (int i = 0; i < 8; ++i) heat(from + i * 1s, label, i % 2 ? 94.9 : 95.1);
                 break;
             case 2: heat(from, label, std::numeric_limits<double>::quiet_NaN()); break;
+            case 4: heat(from, label, 85 + static_cast<double>(random.below(9))); break;
             case 3: heat(from, label, random.chance(50) ? -5 : 1e30); break;
             default:
                 scenario.temperatures.push_back({.at = from, .hidesHID = true});
