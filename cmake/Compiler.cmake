@@ -40,6 +40,17 @@ if(AIRFLOW_COVERAGE)
   add_link_options(-fprofile-instr-generate)
 endif()
 
+option(AIRFLOW_LIBCXX "Use libc++, as on a Mac" OFF)
+if(AIRFLOW_LIBCXX)
+  add_compile_options(-stdlib=libc++)
+  add_link_options(-stdlib=libc++)
+endif()
+
+# Links the many test programs several times as fast.
+if(NOT APPLE)
+  add_link_options(-fuse-ld=lld)
+endif()
+
 # The project's own warnings; on targets, so that dependencies are not judged by them.
 add_library(airflow_warnings INTERFACE)
 target_compile_options(airflow_warnings INTERFACE

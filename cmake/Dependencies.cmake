@@ -5,6 +5,10 @@ if(NOT APPLE)
   find_package(nlohmann_json 3.11 REQUIRED)
   find_package(CLI11 2.1 REQUIRED)
   find_package(fmt 9 REQUIRED)
+  if(AIRFLOW_LIBCXX)
+    # The package's library is compiled for the other standard library.
+    target_compile_definitions(fmt::fmt INTERFACE FMT_HEADER_ONLY)
+  endif()
   return()
 endif()
 

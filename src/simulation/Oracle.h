@@ -142,6 +142,7 @@ private:
     bool wasReleasedUnderWay = false;  ///< by a safety check, during a command
     std::optional<Mark> hotSince;      ///< above the ceiling, as the machine knows it
     std::optional<Mark> lastRefusal;
+    bool hasLoweredForceTest = false;  ///< by the last write of "Ftst"
     Mark lastWrite{};
     Mark lastWatch{};                 ///< heartbeat or command
     Duration lastHeartbeat{};         ///< or command, by when it was sent

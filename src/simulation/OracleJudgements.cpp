@@ -29,7 +29,10 @@ void Oracle::judgeWrite(const SMCAccess& access) {
     lastWrite = mark(access.time);
     const bool isRefused = access.result != 0 || access.kernelReturn != 0;
     const bool isSwitch = access.value == 0 || access.value == 1;
-    if (access.key == "Ftst" && isSwitch) return;
+    if (access.key == "Ftst" && isSwitch) {
+        hasLoweredForceTest = access.value == 0 && !isRefused;  // or the SMC says so
+        return;
+    }
     if (const auto key = fanKey(access.key); key && key->first < fans.size()) {
         const bool isModeKey = key->second == "Md" || key->second == "md";
         if (isModeKey && access.value == 1) return noteForceRequest(key->first, access, isRefused);
@@ -169,7 +172,8 @@ void Oracle::judgeHeat(std::size_t index, const Fan& fan, Duration now) {
 void Oracle::judgeForceTest(Duration now, const SimulatedMac& mac) {
     const bool wasRefused = watchEnded && lastRefusal && since(*lastRefusal, watchEnded->time) < 5s;
     const bool isOver = watchEnded && !wasRefused && !isAnyForced() && !isControlUnderWay();
-    if (!isOver || since(lastWrite, now) <= 3s || !mac.forceTest()) return;
+    const bool isDone = hasLoweredForceTest || !mac.forceTest();
+    if (!isOver || isDone || since(lastWrite, now) <= 3s) return;
     fail(Property::forceTestIsLowered, now, "Ftst is on and no fan is forced");
 }
 

@@ -32,7 +32,8 @@ void Oracle::noteReading(Fan& fan, std::string_view kind, const SMCAccess& acces
     const bool hasFailed = access.result != 0 || access.kernelReturn != 0;
     if (kind == "Md" || kind == "md") {
         // Once the daemon listens, its sensors may read a key that its start could not.
-        if (!hasFailed && !isListening) fan.isUnknown = false;
+        const bool isRead = access.operation == Fault::Operation::read;
+        if (!hasFailed && isRead && !isListening) fan.isUnknown = false;
         if (!hasFailed) return;
         fan.hasFailedProbe = true;
         // A write begins with the key's information, and gets no further without it.
