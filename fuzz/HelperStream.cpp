@@ -14,6 +14,7 @@
 #include <string>
 #include <string_view>
 
+#include "FanNumbers.h"
 #include "client/Protocol.h"
 #include "concurrency/Require.h"
 #include "daemon/Daemon.h"
@@ -73,6 +74,17 @@ std::size_t countOf(const IDs& ids) {
     std::size_t count = 0;
     for (const auto& [id, times] : ids) count += times;
     return count;
+}
+
+/// Whether every message of these is for fans that can have a key.
+bool namesFans(std::string_view bytes) {
+    for (;;) {
+        const std::size_t end = bytes.find('\n');
+        if (end == std::string_view::npos) return true;
+        const auto call = platform::HelperProtocol::parse(bytes.substr(0, end));
+        if (call && !(hasKey(call->fan) && allHaveKeys(call->plan))) return false;
+        bytes.remove_prefix(end + 1);
+    }
 }
 
 /// Where the only client knocks.
@@ -137,7 +149,7 @@ public:
         }
     }
     void judgeEnd() {
-        wait(60s);
+        wait(30s);
         for (std::size_t fan = 0; fan < mac.fanCount(); ++fan) {
             require(mac.fan(fan).mode != FanMode::forced, "fans do not outlive their client");
         }
@@ -210,12 +222,14 @@ private:
 
 void playHelperStream(Input input) {
     constexpr std::array<concurrency::Duration, 4> pauses{0s, 50ms, 2s, 20s};
-    Conversation conversation(input.below(3));
+    const std::uint64_t seed = input.below(3);
     const bool isEnded = input.below(4) != 0;
     const bool isGone = input.below(16) == 1;
     std::array<std::size_t, 8> lengths{};
     for (std::size_t& each : lengths) each = input.below(128);
     std::string_view rest = input.text();
+    if (!namesFans(rest)) return;
+    Conversation conversation(seed);
     for (const std::size_t length : lengths) {
         conversation.send(rest.substr(0, length));
         rest.remove_prefix(std::min(length, rest.size()));

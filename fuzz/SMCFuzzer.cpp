@@ -42,7 +42,7 @@ public:
           driver(mac.smc(), input),
           controller(std::make_shared<control::LocalFanController>(runtime, connection, sensors,
                                                                    [] { return 0U; })) {
-        (void)runtime.run(connection.open());
+        require(runtime.run(connection.open()).has_value(), "an honest driver can be opened");
     }
     System(const System&) = delete;
     System& operator=(const System&) = delete;
