@@ -34,6 +34,11 @@ if(AIRFLOW_SANITIZE)
   add_link_options(-fsanitize=${AIRFLOW_SANITIZE})
 endif()
 
+option(AIRFLOW_FUZZERS "Build the fuzzers, and everything so that they see where an input leads" OFF)
+if(AIRFLOW_FUZZERS)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 option(AIRFLOW_COVERAGE "Instrument for source-based coverage" OFF)
 if(AIRFLOW_COVERAGE)
   add_compile_options(-fprofile-instr-generate -fcoverage-mapping)
