@@ -1,0 +1,78 @@
+// What arrives when a fan that refused to go back is tried again.
+#include "Situation.h"
+
+namespace airflow::simulation {
+namespace {
+
+std::string soonAndAtTheEnd(const Witness& seen) {
+    return seen.machineAt(6) + ", then " + seen.machineAtEnd();
+}
+
+/// `key` refuses 0 when the release comes, at 3 s, and takes it when it is tried again, at 5 s.
+Situation refusedOnce(const std::string& key) {
+    Situation situation;
+    situation.apply(1s, {3000, 3000}, "app")
+        .refuse(key, 0, 2s, 4s)
+        .call(3s, Method::automatic, "app");
+    return situation;
+}
+
+TEST(Retries, aPlanDuringTheRetryOfAFanIsTheLastWord) {
+    refusedOnce("F0Md")
+        .apply(5s, {4000, 4000}, "other")
+        .between(5s, 5100ms, 9s)
+        .comesTo({"4000 4000 Ftst, then 4000 4000 Ftst"}, soonAndAtTheEnd);
+}
+
+/// The refusal of force-test makes the retry a release of everything.
+TEST(Retries, aPlanDuringTheRetryOfAllIsTheLastWord) {
+    refusedOnce("Ftst")
+        .apply(5s, {4000, 4000}, "other")
+        .between(5s, 5100ms, 9s)
+        .comesTo({"4000 4000 Ftst, then 4000 4000 Ftst"}, soonAndAtTheEnd);
+}
+
+/// A known hole: the retry raises force-test behind the release that lowered it, and does not lower
+/// it itself. No fan is forced. The next full release bounds it.
+TEST(Retries, aRestoreDuringARetryMayLeaveForceTestToTheNextRelease) {
+    refusedOnce("F0Md")
+        .call(5s, Method::restoreAuto, "other")
+        .call(8s, Method::restoreAuto, "other")
+        .between(5s, 5100ms, 9s)
+        .comesTo({"auto auto, then auto auto", "auto auto Ftst, then auto auto"}, soonAndAtTheEnd);
+}
+
+/// The same, and the process ends. The next start bounds it.
+TEST(Retries, aSignalDuringARetryMayLeaveForceTestToTheNextStart) {
+    Situation situation = refusedOnce("F0Md");
+    situation.scenario.restartAfter = 3s;
+    situation.signal(5s)
+        .between(5s, 5100ms, 9s)
+        .comesTo({"auto auto, then auto auto", "auto auto Ftst, then auto auto"}, soonAndAtTheEnd);
+}
+
+/// The plan at 3.74 s drops fan 0, which refuses to go. It is tried again when a control step is at
+/// fan 1, and everything is to be given back. Again force-test may stay.
+TEST(Retries, aRestoreDuringARetryAndAStepLeavesNoFan) {
+    Situation()
+        .apply(1s, {3000, 3000}, "app")
+        .refuse("F0Md", 0, 2s, 5s)
+        .apply(3740ms, {0, 3000}, "app")
+        .call(5740ms, Method::restoreAuto, "other")
+        .call(8s, Method::restoreAuto, "other")
+        .between(5740ms, 5750ms, 9s)
+        .comesTo({"auto auto, then auto auto", "auto auto Ftst, then auto auto"}, soonAndAtTheEnd);
+}
+
+/// The partial retry leaves the fan that the plan holds alone.
+TEST(Retries, aRetryDuringAStepGivesBackItsFanAlone) {
+    Situation()
+        .apply(1s, {3000, 3000}, "app")
+        .refuse("F0Md", 0, 2s, 5s)
+        .apply(3740ms, {0, 3000}, "app")
+        .between(5740ms, 5750ms, 9s)
+        .comesTo({"auto 3000 Ftst, then auto 3000 Ftst"}, soonAndAtTheEnd);
+}
+
+}  // namespace
+}  // namespace airflow::simulation
