@@ -1,4 +1,6 @@
 // Commands that arrive together, or in the middle of each other.
+#include <algorithm>
+
 #include "Situation.h"
 
 namespace airflow::simulation {
@@ -69,17 +71,22 @@ TEST(Commands, aPlanDuringARestoreIsTheLastWord) {
         .comesTo({"4000 4000 Ftst, then 4000 4000 Ftst"}, outcome);
 }
 
-/// A plan that comes into force behind the release is given back by the exit.
+/// Two releases, by the command and by the exit, whatever the plan does. What comes into force
+/// behind the first is given back by the second.
 TEST(Commands, aPlanDuringAnUpgradeDoesNotOutliveTheProcess) {
     const auto outcome = [](const Witness& seen) {
-        return fmt::format("{}, status {}", seen.machineAtEnd(), seen.ends.at(0).status);
+        const auto isRelease = [](const auto& write) {
+            return write.first >= 3s && write.second == "F0Md=0";
+        };
+        return fmt::format("{}, status {}, {} releases", seen.machineAtEnd(),
+                           seen.ends.at(0).status, std::ranges::count_if(seen.writes, isRelease));
     };
     Situation()
         .apply(1s, {3000, 3000}, "app")
         .call(3s, Method::shutdownForUpgrade, "other")
         .apply(3s, {4000, 4000}, "app")
         .between(3s, 3250ms, 5s)
-        .comesTo({"auto auto, status 0"}, outcome);
+        .comesTo({"auto auto, status 0, 2 releases"}, outcome);
 }
 
 /// The state is told as it was before or as it is afterwards, never half of each.

@@ -1,4 +1,6 @@
 // What arrives when a fan that refused to go back is tried again.
+#include <algorithm>
+
 #include "Situation.h"
 
 namespace airflow::simulation {
@@ -30,6 +32,34 @@ TEST(Retries, aPlanDuringTheRetryOfAllIsTheLastWord) {
         .apply(5s, {4000, 4000}, "other")
         .between(5s, 5100ms, 9s)
         .comesTo({"4000 4000 Ftst, then 4000 4000 Ftst"}, soonAndAtTheEnd);
+}
+
+/// The state behind the plans, and how many zeros were written to mode keys since 5.005 s.
+std::string afterThePlans(const Witness& seen) {
+    const auto isZero = [](const auto& write) {
+        return write.first >= 5005ms && (write.second == "F0Md=0" || write.second == "F1Md=0");
+    };
+    return fmt::format("{}, {} zeros", soonAndAtTheEnd(seen),
+                       std::ranges::count_if(seen.writes, isZero));
+}
+
+/// The retry waits for the driver up to 5.01 s. Two plans come, one before that and one just then.
+TEST(Retries, ofAFanThatAPlanOvertookWriteNothingMore) {
+    refusedOnce("F0Md")
+        .add(Fault{.from = 4s, .until = 5005ms, .key = "Ftst", .value = 1, .latency = 10ms})
+        .apply(5005ms, {4000, 4000}, "other")
+        .apply(5010ms, {5000, 5000}, "app")
+        .between(5005ms, 5020ms, 7s)
+        .comesTo({"5000 5000 Ftst, then 5000 5000 Ftst, 0 zeros"}, afterThePlans, 1);
+}
+
+TEST(Retries, ofAllThatAPlanOvertookWriteNothingMore) {
+    refusedOnce("Ftst")
+        .add(Fault{.from = 4s, .until = 5005ms, .key = "F0Md", .value = 0, .latency = 10ms})
+        .apply(5005ms, {4000, 4000}, "other")
+        .apply(5010ms, {5000, 5000}, "app")
+        .between(5005ms, 5020ms, 7s)
+        .comesTo({"5000 5000 Ftst, then 5000 5000 Ftst, 0 zeros"}, afterThePlans, 1);
 }
 
 /// A known hole: the retry raises force-test behind the release that lowered it, and does not lower

@@ -21,12 +21,16 @@ TEST(Ticks, automaticDuringAStepIsTheLastWord) {
         .comesTo({"auto auto, then auto auto; applied"}, outcome);
 }
 
+/// Nothing is asked of the SMC any more, either: the hold loop has ended.
 TEST(Ticks, aRestoreDuringAStepIsTheLastWord) {
+    const auto outcome = [](const Witness& seen) {
+        return soonAndAtTheEnd(seen) + (seen.lastRequest < 3s ? ", at rest" : ", busy");
+    };
     Situation()
         .apply(1s, {3000, 3000}, "app")
         .call(2580ms, Method::restoreAuto, "other")
-        .between(2580ms, 2590ms, 5s)
-        .comesTo({"auto auto, then auto auto"}, soonAndAtTheEnd);
+        .between(2580ms, 2590ms, 6s)
+        .comesTo({"auto auto, then auto auto, at rest"}, outcome);
 }
 
 TEST(Ticks, aPlanDuringAStepIsTheLastWord) {
@@ -131,6 +135,21 @@ TEST(Ticks, aClaimThatTwoReleasesOvertookSucceedsAllTheSame) {
         .call(31s, Method::restoreAuto, "other")
         .between(3980ms, 3990ms, 32s)
         .comesTo({"1200 auto, then 1200 auto, then auto auto"}, outcome, 1);
+}
+
+/// The same with two fans to claim: the second, at least, is not claimed any more.
+TEST(Ticks, aClaimThatAReleaseOvertookIsTheStepsLast) {
+    const auto outcome = [](const Witness& seen) {
+        return fmt::format("{}, then {}", seen.machineAt(9), seen.machineAtEnd());
+    };
+    claimingStep(4s)
+        .refuse("F1Md", 1, 900ms, 2400ms)
+        .add(Fault{.from = 2400ms, .until = 3s, .key = "F1Md", .value = 1, .result = 0x82})
+        .call(3980ms, Method::restoreAuto, "other")
+        .disconnect(3980ms, "app")
+        .call(10s, Method::restoreAuto, "other")
+        .between(3980ms, 4100ms, 11s)
+        .comesTo({"1200 auto, then auto auto"}, outcome, 1);
 }
 
 /// A known hole: see aPlanDuringAStepMayLeaveAFanToTheNextRelease. With two plans even a fan that

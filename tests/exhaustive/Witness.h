@@ -33,14 +33,16 @@ public:
     }
 
     Oracle oracle;
-    std::optional<control::ControlState> read;                          ///< by the last readState
-    std::vector<control::ControlState> states;                          ///< as they were published
-    std::vector<ProcessEnd> ends;                                       ///< of the daemon's lives
-    std::vector<std::string> log;                                       ///< lines
+    std::optional<control::ControlState> read;  ///< by the last readState
+    std::vector<control::ControlState> states;  ///< as they were published
+    std::vector<ProcessEnd> ends;               ///< of the daemon's lives
+    std::vector<std::string> log;               ///< lines
+    concurrency::Duration lastRequest{};        ///< when the SMC was last asked for something
     std::vector<std::pair<concurrency::Duration, std::string>> writes;  ///< "F0Md=1"
 
     void access(const SMCAccess& access) override {
         oracle.access(access);
+        lastRequest = access.time;
         if (access.operation != Fault::Operation::write) return;
         const bool isRefused = access.result != 0 || access.kernelReturn != 0;
         writes.emplace_back(access.time, fmt::format("{}={}{}", access.key, access.value,
