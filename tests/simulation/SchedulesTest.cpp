@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -206,6 +207,23 @@ TEST(Schedules, aScenarioLeavesTheChoiceToItsSchedule) {
     EXPECT_GT(second, 0U);
     EXPECT_EQ(choicesIn({.from = 1s}, scenario), first + second);
     EXPECT_EQ(choicesIn({.from = 3s}, scenario), 0U);
+}
+
+/// The hold loop's tick and a release at the same moment: the schedule decides which comes first.
+TEST(Schedules, whatHappensInAMomentComesTogetherWithTheTimersOfThatMoment) {
+    Scenario scenario = fourCommands();
+    scenario.events = {Call{.at = 1s, .method = Call::Method::setManualRPM, .rpm = 3000},
+                       Call{.at = 2500ms, .method = Call::Method::automatic}};
+    std::set<std::uint64_t> traces;
+    const auto run = [&](const SimulatedRuntime::Chooser& chooser) -> std::optional<std::string> {
+        Oracle oracle(scenario);
+        ScenarioRun(scenario, oracle, {.choose = chooser, .from = 2500ms, .until = 2501ms})
+            .play(scenario.length());
+        traces.insert(oracle.hash());
+        return std::nullopt;
+    };
+    EXPECT_GT(explore(run, bounds(1)).schedules, 5U);
+    EXPECT_GT(traces.size(), 1U);
 }
 
 }  // namespace
