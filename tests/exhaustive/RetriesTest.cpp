@@ -43,10 +43,12 @@ std::string afterThePlans(const Witness& seen) {
                        std::ranges::count_if(seen.writes, isZero));
 }
 
-/// The retry waits for the driver up to 5.01 s. Two plans come, one before that and one just then.
-TEST(Retries, ofAFanThatAPlanOvertookWriteNothingMore) {
+/// The retry waits up to 5.01 s for the driver to give fan 0 back; fan 1 is next. Two plans come,
+/// one before that and one just then.
+TEST(Retries, ofTwoFansThatAPlanOvertookWriteNothingMore) {
     refusedOnce("F0Md")
-        .add(Fault{.from = 4s, .until = 5005ms, .key = "Ftst", .value = 1, .latency = 10ms})
+        .refuse("F1Md", 0, 2s, 4s)
+        .add(Fault{.from = 4s, .until = 5005ms, .key = "F0Md", .value = 0, .latency = 10ms})
         .apply(5005ms, {4000, 4000}, "other")
         .apply(5010ms, {5000, 5000}, "app")
         .between(5005ms, 5020ms, 7s)

@@ -54,8 +54,9 @@ public:
     /// many there were. Fails the test when the oracle finds a violation, when an outcome is none
     /// of the expected ones, when one of these never comes, unless the limit stopped the search,
     /// and when the schedules do not differ in anything that can be seen.
+    /// `rarer` outcomes may come, when there are more deviations.
     void comesTo(const std::set<std::string>& expected, const Outcome& outcome,
-                 std::size_t deviations = 2) const;
+                 std::size_t deviations = 2, const std::set<std::string>& rarer = {}) const;
 
     Scenario scenario;
 
