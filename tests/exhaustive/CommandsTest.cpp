@@ -116,7 +116,7 @@ TEST(Commands, ofTwoPlansAndARestoreAtOnceAClaimMayBeForgotten) {
         .comesTo({"3000 auto Ftst, then auto auto", "auto 4000 Ftst, then auto auto",
                   "auto auto, then auto auto", "1200 4000 Ftst, then auto auto",
                   "3000 1200 Ftst, then auto auto"},
-                 soonAndAtTheEnd, 1, {"1200 auto, then auto auto", "auto 1200, then auto auto"});
+                 soonAndAtTheEnd, 1, {"1200 auto, then auto auto"});
 }
 
 }  // namespace

@@ -112,8 +112,12 @@ Situation& Situation::between(Duration first, Duration last, Duration end) {
 void Situation::search(ScheduleBounds bounds, const Outcome& outcome, Found& found) const {
     const auto run = [&](const SimulatedRuntime::Chooser& chooser) -> std::optional<std::string> {
         Witness witness(scenario);
-        ScenarioRun(scenario, witness, {.choose = chooser, .from = from, .until = until})
-            .play(scenario.length());
+        try {
+            ScenarioRun(scenario, witness, {.choose = chooser, .from = from, .until = until})
+                .play(scenario.length());
+        } catch (const Stuck& stuck) {
+            return stuck.what();
+        }
         found.traces.insert(witness.oracle.hash());
         if (const auto& violation = witness.oracle.violation()) return describe(*violation);
         ++found.outcomes[outcome(witness)];

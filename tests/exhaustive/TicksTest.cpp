@@ -152,8 +152,8 @@ TEST(Ticks, aClaimThatAReleaseOvertookIsTheStepsLast) {
         .comesTo({"1200 auto, then auto auto"}, outcome, 1);
 }
 
-/// With two deviations the hole of aPlanDuringAStepMayLeaveAFanToTheNextRelease shows here, too: the
-/// fan that the last plan gave back stays forced, even at a speed of the first.
+/// With two deviations the hole of aPlanDuringAStepMayLeaveAFanToTheNextRelease shows here, too:
+/// the fan that the last plan gave back stays forced, even at a speed of the first.
 TEST(Ticks, ofTwoPlansDuringAStepOneIsInForce) {
     Situation()
         .apply(1s, {3000, 3500}, "app")
