@@ -52,9 +52,9 @@ public:
     /// Runs every schedule with at most `deviations`, or as many as AIRFLOW_SCHEDULE_BOUND says,
     /// for both ways of taking turns; for each at most AIRFLOW_SCHEDULE_LIMIT schedules. Prints how
     /// many there were. Fails the test when the oracle finds a violation, when an outcome is none
-    /// of the expected ones, when one of these never comes, unless the limit stopped the search,
-    /// and when the schedules do not differ in anything that can be seen.
-    /// `rarer` outcomes may come, when there are more deviations.
+    /// of the expected ones, and, unless the limit stopped the search, when one of these never
+    /// comes or when the schedules do not differ in anything that can be seen. The `rarer` outcomes
+    /// take more deviations: they may come.
     void comesTo(const std::set<std::string>& expected, const Outcome& outcome,
                  std::size_t deviations = 2, const std::set<std::string>& rarer = {}) const;
 
