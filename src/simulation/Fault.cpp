@@ -31,12 +31,15 @@ Fault::Effect decodeEffect(const Decoder& decoder) {
 
 Fault Fault::decode(const Decoder& decoder) {
     decoder.onlyKeys({"from", "until", "key", "operation", "value", "result", "kernelReturn",
-                      "latency", "reading", "size", "type", "effect"});
+                      "latency", "reading", "size", "type", "effect", "access"});
     Fault fault;
     fault.from = optionalSeconds(decoder, "from", fault.from);
     fault.until = optionalSeconds(decoder, "until", fault.until);
     fault.latency = optionalSeconds(decoder, "latency", fault.latency);
     fault.value = decoder.optional<double>("value");
+    ifPresent(decoder, "access", [&](const Decoder& member) {
+        fault.access = bounded<std::uint64_t>(member, 1, INT64_MAX);
+    });
     ifPresent(decoder, "reading",
               [&](const Decoder& member) { fault.reading = anyNumber(member); });
     ifPresent(decoder, "key", [&](const Decoder& member) {

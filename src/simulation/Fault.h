@@ -21,6 +21,8 @@ struct Fault {
     std::string key = "*";
     Operation operation = Operation::write;
     std::optional<double> value{};  ///< only writes of this value
+    /// Only the request of this number; 1 is the first since the machine was switched on.
+    std::optional<std::uint64_t> access{};
 
     std::optional<std::uint8_t> result{};        ///< the SMC answers with this result
     std::optional<std::int32_t> kernelReturn{};  ///< the kernel refuses the whole request

@@ -243,6 +243,7 @@ void Oracle::started(Duration time) {
     isRunning = true;
     watchEnded.reset();
     endWatch(time);
+    countedFans = fans.size();
     for (Fan& fan : fans) {
         fan.targets.clear();
         fan.overtaken = Overtaken::no;

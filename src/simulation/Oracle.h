@@ -129,6 +129,7 @@ private:
     bool isHeatShown = false;  ///< the daemon can read every temperature
     bool isHonest = false;     ///< the machine does what it says, and nothing by itself
     std::vector<Fan> fans;
+    std::size_t countedFans = 0;  ///< how many the SMC told of when the daemon started
     DriverClock clock;
     HeldFans heldFans;
     bool isRunning = false;

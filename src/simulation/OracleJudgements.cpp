@@ -122,7 +122,7 @@ void Oracle::judgeListening(Duration time) {
     for (std::size_t i = 0; i < fans.size(); ++i) {
         const Fan& fan = fans[i];
         const bool wasTried = !fan.isUnknown || fan.hasFailedProbe;
-        if (!fan.isForced || !scenario.machine.fans[i].modeKey) continue;
+        if (!fan.isForced || !scenario.machine.fans[i].modeKey || i >= countedFans) continue;
         if (wasTried && !isJudged(fan)) continue;
         fail(Property::recoveryComesFirst, time,
              fmt::format("the daemon listens while fan {} is forced", i));

@@ -25,6 +25,10 @@ void Oracle::access(const SMCAccess& access) {
     if (const auto key = fanKey(access.key); !isWrite && key && key->first < fans.size()) {
         noteReading(fans[key->first], key->second, access);
     }
+    if (access.key == "FNum" && !isRefused && !isListening &&
+        access.operation == Fault::Operation::read) {
+        countedFans = static_cast<std::size_t>(std::clamp(access.value, 0.0, 10.0));
+    }
     clock.answered(access.time, access.latency);
 }
 

@@ -113,6 +113,7 @@ void writeFault(Writer& writer, const Fault& fault) {
         writer.member("key", fault.key);
         writer.member("operation", nameOf(fault.operation));
         writer.member("value", fault.value);
+        if (fault.access) writer.member("access", static_cast<std::int64_t>(*fault.access));
         if (fault.result) writer.member("result", std::int64_t{*fault.result});
         if (fault.kernelReturn) writer.member("kernelReturn", std::int64_t{*fault.kernelReturn});
         if (fault.latency > Duration::zero()) writer.member("latency", inSeconds(fault.latency));

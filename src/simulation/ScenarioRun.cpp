@@ -42,9 +42,18 @@ Order orderOf(const Event& event) {
 }  // namespace
 
 ScenarioRun::ScenarioRun(const Scenario& played, ScenarioObserver& told, std::uint64_t scheduleSeed)
+    : ScenarioRun(played, told, scheduleSeed, {}) {}
+
+ScenarioRun::ScenarioRun(const Scenario& played, ScenarioObserver& told,
+                         ChosenSchedule chosenSchedule)
+    : ScenarioRun(played, told, 0, std::move(chosenSchedule)) {}
+
+ScenarioRun::ScenarioRun(const Scenario& played, ScenarioObserver& told, std::uint64_t scheduleSeed,
+                         ChosenSchedule chosenSchedule)
     : scenario(played),
       observer(told),
       seed(scheduleSeed),
+      chosen(std::move(chosenSchedule)),
       mac(played.machine, [this] { return now(); }, {.jitter = played.jitter, .seed = seed}),
       lastHID(played.machine.hid.value_or(Temperatures{})) {
     connectMachine();
@@ -82,7 +91,10 @@ void ScenarioRun::play(Duration length) {
     startDaemon();
     while (!actions.empty() && actions.begin()->first.first <= length) {
         const auto [time, order] = actions.begin()->first;
-        if (order != interruption || time > now()) runTo(time);
+        if (chosen.choose)
+            approach(time);
+        else if (order != interruption || time > now())
+            runTo(time);
         const auto next = actions.extract(actions.begin());
         next.mapped()();
     }
@@ -154,12 +166,30 @@ void ScenarioRun::runTo(Duration time) {
     machineTime = std::max(machineTime, time);
 }
 
+void ScenarioRun::approach(Duration time) {
+    if (time <= now()) return;
+    if (daemon) {
+        daemon->runtime.approach(time - now());
+        noteEnd();
+    }
+    machineTime = std::max(machineTime, time);
+}
+
+SimulatedRuntime::Chooser ScenarioRun::chooser() {
+    if (!chosen.choose) return {};
+    return [this](std::size_t candidates) {
+        const bool isUpToIt = now() >= chosen.from && now() < chosen.until;
+        return isUpToIt ? chosen.choose(candidates) : 0;
+    };
+}
+
 void ScenarioRun::startDaemon() {
     if (daemon) return;
     observer.started(machineTime);
     daemon = std::make_unique<SimulatedDaemon>(
         mac, standardError,
         SimulatedDaemon::Options{.seed = seedOfLife(seed, lives++),
+                                 .chooser = chooser(),
                                  .time = machineTime,
                                  .dateOffset = dateOffset,
                                  .effectiveUserID = scenario.effectiveUserID,

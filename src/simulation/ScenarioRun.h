@@ -17,11 +17,22 @@
 
 namespace airflow::simulation {
 
+/// An order of the steps of a run that is chosen by whoever makes the run.
+struct ChosenSchedule {
+    SimulatedRuntime::Chooser choose{};
+    /// Since the start of the run. Before and from the end on, executors take turns.
+    concurrency::Duration from{};
+    concurrency::Duration until = concurrency::Duration::max();
+};
+
 /// The machine outlives the daemon, and so do the clients; what connects them does not.
 class ScenarioRun {
 public:
     /// Both outlive the run.
     ScenarioRun(const Scenario& scenario, ScenarioObserver& observer, std::uint64_t seed);
+    /// With a chosen schedule, everything that happens at the same time happens before a step of
+    /// the daemon at that time, its timers included: the schedule decides what comes of it first.
+    ScenarioRun(const Scenario& scenario, ScenarioObserver& observer, ChosenSchedule schedule);
     ~ScenarioRun();
     ScenarioRun(const ScenarioRun&) = delete;
     ScenarioRun& operator=(const ScenarioRun&) = delete;
@@ -41,6 +52,8 @@ private:
     };
     using Action = std::function<void()>;
 
+    ScenarioRun(const Scenario& scenario, ScenarioObserver& observer, std::uint64_t seed,
+                ChosenSchedule schedule);
     void connectMachine();
     void schedule(concurrency::Duration at, int order, Action action);
     void scheduleAll();
@@ -51,6 +64,8 @@ private:
 
     [[nodiscard]] concurrency::Duration now() const;
     void runTo(concurrency::Duration time);
+    void approach(concurrency::Duration time);
+    [[nodiscard]] SimulatedRuntime::Chooser chooser();
     void startDaemon();
     void noteEnd();
     void deliver(const ProcessEvent& event);
@@ -65,6 +80,7 @@ private:
     const Scenario& scenario;
     ScenarioObserver& observer;
     std::uint64_t seed;
+    ChosenSchedule chosen;  ///< its chooser is empty when the seed decides
     KeptLines standardError;
     SimulatedMac mac;
     std::unique_ptr<SimulatedDaemon> daemon;  ///< none while no process runs

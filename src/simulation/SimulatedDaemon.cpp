@@ -4,7 +4,7 @@ namespace airflow::simulation {
 
 SimulatedDaemon::SimulatedDaemon(SimulatedMac& mac, sensors::LogSink& standardError,
                                  const Options& options)
-    : runtime(options.seed),
+    : runtime(options.chooser ? options.chooser : SimulatedRuntime::chooserFor(options.seed)),
       process(runtime),
       listener(runtime),
       hardware(runtime, mac, standardError),

@@ -45,7 +45,8 @@ private:
 class SimulatedDaemon {
 public:
     struct Options {
-        std::uint64_t seed = 0;  ///< of the schedule; 0: executors take turns
+        std::uint64_t seed = 0;               ///< of the schedule; 0: executors take turns
+        SimulatedRuntime::Chooser chooser{};  ///< of the schedule, instead of the seed
         /// Since the machine was switched on; the wall clock says that much more than at the start
         /// of time, and `dateOffset` on top of it.
         concurrency::Duration time{};

@@ -17,17 +17,6 @@ using concurrency::TimerQueue;
 
 namespace {
 
-/// SplitMix64: the same numbers with every standard library.
-SimulatedRuntime::Chooser chooserFor(std::uint64_t seed) {
-    if (seed == 0) return {};
-    return [state = seed](std::size_t candidates) mutable {
-        std::uint64_t mixed = (state += 0x9E3779B97F4A7C15U);
-        mixed = (mixed ^ (mixed >> 30U)) * 0xBF58476D1CE4E5B9U;
-        mixed = (mixed ^ (mixed >> 27U)) * 0x94D049BB133111EBU;
-        return static_cast<std::size_t>((mixed ^ (mixed >> 31U)) % candidates);
-    };
-}
-
 /// Where a task waits. One that has no place yet was posted to its executor and not run.
 std::string describe(const Promise& task) {
     const std::string executor = " on executor " + task.executor->name() + "\n";
@@ -91,6 +80,17 @@ private:
     const Job* blocker = nullptr;  ///< the job whose blocking sleep is not over
     bool isReady = false;
 };
+
+/// SplitMix64: the same numbers with every standard library.
+SimulatedRuntime::Chooser SimulatedRuntime::chooserFor(std::uint64_t seed) {
+    if (seed == 0) return {};
+    return [state = seed](std::size_t candidates) mutable {
+        std::uint64_t mixed = (state += 0x9E3779B97F4A7C15U);
+        mixed = (mixed ^ (mixed >> 30U)) * 0xBF58476D1CE4E5B9U;
+        mixed = (mixed ^ (mixed >> 27U)) * 0x94D049BB133111EBU;
+        return static_cast<std::size_t>((mixed ^ (mixed >> 31U)) % candidates);
+    };
+}
 
 SimulatedRuntime::SimulatedRuntime(std::uint64_t seed) : SimulatedRuntime(chooserFor(seed)) {}
 
@@ -175,6 +175,16 @@ void SimulatedRuntime::advance(Duration duration) {
     const Instant end = time + duration;
     settle();
     while (!isHalted && timers.next() <= end) {
+        moveTimeTo(timers.next());
+        settle();
+    }
+    moveTimeTo(end);
+}
+
+void SimulatedRuntime::approach(Duration duration) {
+    const Instant end = time + duration;
+    settle();
+    while (!isHalted && timers.next() < end) {
         moveTimeTo(timers.next());
         settle();
     }

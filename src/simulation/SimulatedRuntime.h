@@ -38,7 +38,8 @@ public:
     /// its own answers sees every schedule.
     using Chooser = std::function<std::size_t(std::size_t candidates)>;
 
-    /// Seed 0 is in order: executors take turns, each with one job.
+    /// Seed 0 is in order, without a chooser: executors take turns, each with one job.
+    [[nodiscard]] static Chooser chooserFor(std::uint64_t seed);
     explicit SimulatedRuntime(std::uint64_t seed = 0);
     explicit SimulatedRuntime(Chooser chooser);
     ~SimulatedRuntime() override;
@@ -56,6 +57,9 @@ public:
     void settle();
     /// Moves time forward, stopping at every deadline on the way, as a running machine does.
     void advance(concurrency::Duration duration);
+    /// Moves time forward in the same way, and runs nothing yet of what is due at its end: that
+    /// comes together with what the test does then.
+    void approach(concurrency::Duration duration);
     /// Moves time forward in one step, past several deadlines at once: a machine that slept.
     void leap(concurrency::Duration duration);
 

@@ -103,6 +103,7 @@ smc::KernelReturn SimulatedSMC::call(std::uint32_t connection, std::uint32_t met
         reply.result = unknownRequest;
         return smc::kernelSuccess;
     }
+    ++requests;
     const Key* const key = keyOf(*operation, request);
     SMCAccess access{.time = clock(), .operation = *operation};
     if (*operation != Operation::enumeration)
@@ -152,7 +153,8 @@ const Fault* SimulatedSMC::activeFault(Operation operation, const std::string& k
     const auto now = clock();
     const auto fits = [&](const Fault& fault) {
         return fault.operation == operation && now >= fault.from && now < fault.until &&
-               (fault.key == "*" || fault.key == key) && (!fault.value || fault.value == written);
+               (fault.key == "*" || fault.key == key) && (!fault.value || fault.value == written) &&
+               (!fault.access || fault.access == requests);
     };
     const auto found = std::ranges::find_if(faults, fits);
     return found == faults.end() ? nullptr : &*found;

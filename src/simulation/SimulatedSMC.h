@@ -108,6 +108,7 @@ private:
     std::vector<Key> keys;
     std::vector<std::uint32_t> codes;  ///< of the keys, to find them by
     std::vector<Fault> faults;
+    std::uint64_t requests = 0;  ///< for an operation that arrived, the present one included
     concurrency::Duration latency{};
     int services = 0;
     std::vector<std::uint32_t> connections;  ///< that are open

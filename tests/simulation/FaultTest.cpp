@@ -67,6 +67,18 @@ TEST_F(FaultTest, itLastsForItsSpan) {
     EXPECT_EQ(mode, 0);
 }
 
+TEST_F(FaultTest, itLiesOverOneRequestOfMany) {
+    smc.add({.access = 4, .result = 0x86});
+    EXPECT_EQ(writeMode(1), 0);                       // the first request
+    EXPECT_EQ(wire.information("F0Md").result(), 0);  // the second
+    EXPECT_EQ(writeMode(0), 0);                       // the third
+    EXPECT_EQ(writeMode(1), 0x86);                    // the fourth
+    EXPECT_EQ(writeMode(1), 0);                       // the fifth
+    smc.add({.operation = Operation::read, .access = 6, .result = 0x82});
+    EXPECT_EQ(wire.information("F0Md").result(), 0);  // the sixth, of another kind
+    EXPECT_EQ(wire.read("F0Md", 1).result(), 0);
+}
+
 TEST_F(FaultTest, itLiesOverItsKeyOrOverAll) {
     smc.add({.key = "F0Md", .result = 0x86});
     EXPECT_EQ(wire.write("F0Tg", {0, 0, 0, 0}).result(), 0);

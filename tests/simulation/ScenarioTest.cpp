@@ -77,6 +77,17 @@ TEST(Scenario, readsEveryPart) {
     EXPECT_EQ(scenario->length(), 90500ms);
 }
 
+TEST(Scenario, aFaultOfOneRequestIsWrittenAndReadAgain) {
+    Scenario scenario;
+    scenario.machine = machinePreset("laptop").value();
+    scenario.faults = {{.key = "F0Md", .access = 12, .result = 0x86}, {.access = 1}};
+    json::Writer writer;
+    writer.write(scenario);
+    const auto again = Scenario::parse(writer.take().value(), {});
+    ASSERT_TRUE(again) << again.error().describe("scenario");
+    EXPECT_EQ(again->faults, scenario.faults);
+}
+
 TEST(Scenario, readsALoadInsteadOfTemperatures) {
     const auto scenario = parse(R"({"machine": "laptop", "temperatures": null,
         "thermal": {"load": [{"at": 0, "watts": 8}, {"at": 60, "watts": 45}], "ambient": 20}})");
@@ -190,6 +201,8 @@ TEST(Scenario, aWrongValueIsAnErrorAtItsPlace) {
     EXPECT_EQ(errorIn(R"("duration":1e9)"), "duration: Expected seconds from 0 to 100000000.");
     EXPECT_EQ(errorIn(R"("euid":-1)"), "euid: Expected a whole number from 0 to 4294967295.");
     EXPECT_EQ(errorIn(R"("faults":[{"key":"F0M"}])"), "faults[0].key: Expected four characters.");
+    EXPECT_EQ(errorIn(R"("faults":[{"access":0}])"),
+              "faults[0].access: Expected a whole number from 1 to 9223372036854775807.");
     EXPECT_EQ(errorIn(R"("faults":[{"result":256}])"),
               "faults[0].result: Expected a whole number from 0 to 255.");
     EXPECT_EQ(errorIn(R"("faults":[{"operation":"erase"}])"),

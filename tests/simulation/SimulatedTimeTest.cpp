@@ -62,6 +62,17 @@ TEST_F(SimulatedTimeTest, costsNoRealTime) {
     EXPECT_EQ(ticks.size(), 100'000u);
 }
 
+TEST_F(SimulatedTimeTest, approachingAMomentLeavesWhatIsDueThenToTheTest) {
+    runtime.detach("ticks", tick(3));
+    runtime.approach(2s);
+    EXPECT_EQ(runtime.now().time_since_epoch(), 2s);
+    EXPECT_EQ(ticks, (std::vector<Duration>{1s}));
+    runtime.settle();
+    EXPECT_EQ(ticks, (std::vector<Duration>{1s, 2s}));
+    runtime.approach(0s);
+    EXPECT_EQ(runtime.now().time_since_epoch(), 2s);
+}
+
 TEST_F(SimulatedTimeTest, theDateGoesWithTime) {
     using namespace std::chrono;
     const Date start = sys_days(2026y / January / 1);

@@ -1,0 +1,203 @@
+// One fault a run: each kind of fault at each request of the example scenarios to the SMC.
+//
+// AIRFLOW_FAULT_STRIDE says which of these runs are made: 1, all; k, every k-th.
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <limits>
+#include <map>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Witness.h"
+#include "simulation/ScenarioRun.h"
+
+namespace airflow::simulation {
+namespace {
+
+using namespace std::chrono_literals;
+using Operation = Fault::Operation;
+
+/// A prime, so that over many requests every kind has its turn.
+constexpr std::uint64_t usualStride = 61;
+constexpr std::uint64_t firstRun = 7;
+/// Behind the end of a scenario, so that what has to come right can.
+constexpr concurrency::Duration calm = 30s;
+/// Of longer scenarios only the beginning: what follows repeats it.
+constexpr concurrency::Duration longest = 60s;
+
+std::string read(const std::string& path) {
+    std::ifstream file(path);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+Scenario example(const std::string& name) {
+    const std::string folder = std::string(AIRFLOW_EXAMPLES) + "/scenarios/";
+    const auto readBeside = [&folder](const std::string& file) {
+        return std::expected<std::string, std::string>(read(folder + file));
+    };
+    Scenario scenario = Scenario::parse(read(folder + name + ".json"), readBeside).value();
+    scenario.duration = std::min(scenario.length(), longest) + calm;
+    return scenario;
+}
+
+/// What a request of this kind can suffer.
+std::vector<std::pair<std::string, Fault>> faultsOf(Operation operation, const std::string& key) {
+    constexpr std::int32_t ioError = -536870212;  // 0xE00002BC
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+    std::vector<std::pair<std::string, Fault>> faults;
+    for (const int result : {0x82, 0x84, 0x86, 0x87, 0xFF}) {
+        faults.emplace_back(fmt::format("result 0x{:x}", result),
+                            Fault{.result = static_cast<std::uint8_t>(result)});
+    }
+    faults.emplace_back("kernel error", Fault{.kernelReturn = ioError});
+    faults.emplace_back("latency 1 s", Fault{.latency = 1s});
+    faults.emplace_back("latency 5 s", Fault{.latency = 5s});
+    if (operation == Operation::write) {
+        faults.emplace_back("ignored", Fault{.effect = Fault::Effect::ignored});
+        faults.emplace_back("applied but refused",
+                            Fault{.result = 0x86, .effect = Fault::Effect::applied});
+    }
+    if (operation == Operation::information) faults.emplace_back("wrong size", Fault{.size = 8});
+    if (operation == Operation::read) {
+        for (const double reading : {nan, -1.0, 0.0, infinity}) {
+            // More than ten fans stop the process, for there are no keys for them.
+            if (key == "FNum" && reading == infinity) continue;
+            faults.emplace_back(fmt::format("reading {}", reading), Fault{.reading = reading});
+        }
+    }
+    for (auto& [name, fault] : faults) fault.operation = operation;
+    return faults;
+}
+
+std::vector<SMCAccess> accessesOf(const Scenario& scenario) {
+    class Accesses final : public ScenarioObserver {
+    public:
+        std::vector<SMCAccess> all;
+        void access(const SMCAccess& access) override { all.push_back(access); }
+        void modeChanged(concurrency::Duration, std::size_t, FanMode) override {}
+        void published(concurrency::Duration, const control::ControlState&) override {}
+        void called(concurrency::Duration, std::string_view, const Call&) override {}
+        void replied(concurrency::Duration, const Reply&) override {}
+        void logged(concurrency::Duration, std::string_view) override {}
+        void second(concurrency::Duration, SimulatedMac&) override {}
+    };
+    Accesses accesses;
+    ScenarioRun(scenario, accesses, 0).play(scenario.length());
+    return accesses.all;
+}
+
+struct Finding {
+    std::optional<Property> property;  ///< none: the daemon got stuck
+    std::string text;
+};
+
+std::optional<Finding> violationOf(const Scenario& scenario) {
+    Oracle oracle(scenario);
+    try {
+        ScenarioRun(scenario, oracle, 0).play(scenario.length());
+    } catch (const Stuck& stuck) {
+        return Finding{.property = std::nullopt, .text = stuck.what()};
+    }
+    if (!oracle.violation()) return std::nullopt;
+    const Violation& violation = *oracle.violation();
+    return Finding{
+        .property = violation.property,
+        .text = fmt::format("{} at {:.3f} s: {}", textOf(violation.property).name,
+                            std::chrono::duration<double>(violation.time).count(), violation.what)};
+}
+
+class Faults : public testing::TestWithParam<std::string> {
+protected:
+    /// Of the n-th request.
+    void suffer(std::uint64_t number, const SMCAccess& access, const std::string& name,
+                Fault fault) {
+        fault.access = number;
+        Scenario faulty = scenario;
+        faulty.faults.insert(faulty.faults.begin(), fault);
+        ++runs;
+        const auto violation = violationOf(faulty);
+        if (!violation) return;
+        ADD_FAILURE() << fmt::format("request {} at {:.3f} s, {}, {}: {}", number,
+                                     std::chrono::duration<double>(access.time).count(), access.key,
+                                     name, violation->text);
+    }
+
+    Scenario scenario = example(GetParam());
+    std::uint64_t runs = 0;
+};
+
+TEST_P(Faults, atAnyRequestBreakNoProperty) {
+    const char* const given = std::getenv("AIRFLOW_FAULT_STRIDE");
+    const std::uint64_t stride = given ? std::strtoull(given, nullptr, 10) : usualStride;
+    ASSERT_FALSE(violationOf(scenario));
+    const std::vector<SMCAccess> accesses = accessesOf(scenario);
+    std::uint64_t possible = 0;
+    for (std::size_t i = 0; i < accesses.size(); ++i) {
+        for (auto& [name, fault] : faultsOf(accesses[i].operation, accesses[i].key)) {
+            if (possible++ % stride == firstRun % stride) suffer(i + 1, accesses[i], name, fault);
+        }
+    }
+    std::puts(fmt::format("{}: {} of {} runs, {} requests", GetParam(), runs, possible,
+                          accesses.size())
+                  .c_str());
+    RecordProperty("runs", std::to_string(runs));
+    EXPECT_GT(runs, 0U);
+}
+
+/// All of them, by what became of the process and of the two forced fans.
+std::map<std::string, int> startsWithAFault() {
+    const Scenario scenario = example("start-up-recovery");
+    const std::vector<SMCAccess> accesses = accessesOf(scenario);
+    std::map<std::string, int> counts;
+    for (std::size_t i = 0; i < accesses.size(); ++i) {
+        for (auto& [name, fault] : faultsOf(accesses[i].operation, accesses[i].key)) {
+            Scenario faulty = scenario;
+            fault.access = i + 1;
+            faulty.faults.push_back(fault);
+            Witness witness(faulty);
+            ScenarioRun(faulty, witness, 0).play(faulty.length());
+            const bool hasEnded = !witness.ends.empty();
+            const bool isForced = witness.machineAtEnd().find("1200") != std::string::npos;
+            ++counts[fmt::format("{}, {}", hasEnded ? "ended" : "listens",
+                                 isForced ? "forced" : "auto")];
+        }
+    }
+    return counts;
+}
+
+/// Fans stay forced behind a recovery, known holes all: where a mode key could not be read (5
+/// results, the kernel's error, and the wrong size in its information: 13 for each of two), where
+/// the SMC has fewer fans than there are (3) or says that a fan went back which did not (2). Where
+/// "FNum" could not be read (13) the start fails, and the next one tries again. Where a write
+/// failed (14 for each fan and for "Ftst") it fails, too, but the exit gives the fans back.
+TEST(FaultsAtStart, leaveFansForcedOnlyWhereRecoveryDoesNotSeeThem) {
+    const std::map<std::string, int> expected{
+        {"ended, auto", 42}, {"ended, forced", 13}, {"listens, auto", 52}, {"listens, forced", 31}};
+    EXPECT_EQ(startsWithAFault(), expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Examples, Faults,
+                         testing::Values("busy-claim", "client-killed", "daemon-killed",
+                                         "firmware-reclaim", "lost-heartbeat", "release-refused",
+                                         "start-up-recovery", "temperatures-missing", "terminated",
+                                         "thermal-ceiling", "upgrade", "working-day"),
+                         [](const auto& info) {
+                             std::string name = info.param;
+                             std::ranges::replace(name, '-', '_');
+                             return name;
+                         });
+
+}  // namespace
+}  // namespace airflow::simulation
