@@ -149,9 +149,9 @@ TEST_P(Faults, atAnyRequestBreakNoProperty) {
             if (possible++ % stride == firstRun % stride) suffer(i + 1, accesses[i], name, fault);
         }
     }
-    std::puts(fmt::format("{}: {} of {} runs, {} requests", GetParam(), runs, possible,
-                          accesses.size())
-                  .c_str());
+    std::puts(
+        fmt::format("{}: {} of {} runs, {} requests", GetParam(), runs, possible, accesses.size())
+            .c_str());
     RecordProperty("runs", std::to_string(runs));
     EXPECT_GT(runs, 0U);
 }
