@@ -127,14 +127,13 @@ Task<void> LocalFanController::releaseRetryLoop(std::weak_ptr<LocalFanController
 }
 
 Task<bool> LocalFanController::retryRelease(std::int64_t generation) {
-    if (releaseRetryGeneration != generation) co_return true;  // the handle is a newer loop's
     const bool isPartial = !pendingAutoReleaseFans.empty();
     Failure failure;
     if (isPartial)
         failure = co_await releasePendingAutoFans(generation);
     else
         failure = co_await releaseAllToAuto(generation);
-    if (releaseRetryGeneration != generation) co_return true;
+    if (releaseRetryGeneration != generation) co_return true;  // the handle is a newer loop's
     if (failure || !pendingAutoReleaseFans.empty()) co_return false;
     // releaseAllToAuto has published; the other leaves it to us, and a failure that is over must
     // not go on being shown.
