@@ -46,7 +46,7 @@ Task<std::optional<std::string>> LocalFanController::releaseAllToAuto(
     cancelHoldTask();
     ++releaseGeneration;
     co_await raiseForceTest();
-    const std::vector<std::pair<Fan, std::string>> keys(modeKeyCache.begin(), modeKeyCache.end());
+    const auto keys = modeKeyCache;
     std::set<Fan> failed;
     std::vector<std::string> messages;
     for (const auto& [fan, key] : keys) {
@@ -85,13 +85,11 @@ Task<std::optional<std::string>> LocalFanController::releasePendingAutoFans(
     std::optional<std::int64_t> expectedRetryGeneration) {
     if (isSuperseded(expectedRetryGeneration)) co_return std::nullopt;
     co_await raiseForceTest();
-    const std::vector<Fan> pending(pendingAutoReleaseFans.begin(), pendingAutoReleaseFans.end());
+    const auto pending = withModeKeys(pendingAutoReleaseFans);
     std::vector<std::string> messages;
-    for (const Fan fan : pending) {
+    for (const auto& [fan, key] : pending) {
         if (isSuperseded(expectedRetryGeneration)) co_return std::nullopt;
-        const auto key = modeKeyCache.find(fan);
-        if (key == modeKeyCache.end()) continue;
-        const Failure refusal = co_await writeZero(key->second);
+        const Failure refusal = co_await writeZero(key);
         if (refusal) {
             messages.push_back(*refusal);
         } else {
