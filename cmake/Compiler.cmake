@@ -39,9 +39,9 @@ if(AIRFLOW_FUZZERS)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
-option(AIRFLOW_COVERAGE "Instrument for source-based coverage" OFF)
+option(AIRFLOW_COVERAGE "Instrument for source-based coverage, with MC/DC" OFF)
 if(AIRFLOW_COVERAGE)
-  add_compile_options(-fprofile-instr-generate -fcoverage-mapping)
+  add_compile_options(-fprofile-instr-generate -fcoverage-mapping -fcoverage-mcdc)
   add_link_options(-fprofile-instr-generate)
 endif()
 

@@ -72,6 +72,13 @@ Task<std::optional<std::string>> LocalFanController::resolveModeKey(Fan fan) {
     co_return std::nullopt;
 }
 
+std::map<std::int64_t, std::string> LocalFanController::withModeKeys(
+    const std::set<Fan>& fans) const {
+    auto keys = modeKeyCache;
+    std::erase_if(keys, [&fans](const auto& entry) { return !fans.contains(entry.first); });
+    return keys;
+}
+
 Task<std::optional<std::int64_t>> LocalFanController::fanCount() {
     const auto value = co_await smc.tryReadValue("FNum");
     const auto number = value ? value->numeric() : std::nullopt;

@@ -72,6 +72,8 @@ private:
     void publishState(bool holding, std::optional<std::string> error);
     concurrency::Task<std::optional<std::string>> resolveModeKey(Fan fan);
     concurrency::Task<std::optional<std::int64_t>> fanCount();
+    /// Those of the fans whose mode key is known, ascending, with it.
+    [[nodiscard]] std::map<Fan, std::string> withModeKeys(const std::set<Fan>& fans) const;
     [[nodiscard]] plan::FanControlPlan activePlanWith(plan::FanPlan entry) const;
 
     // Claim

@@ -125,7 +125,8 @@ void LocalFanController::cancelHoldTask() {
 
 /// One turn of the hold loop. False when it was the last.
 Task<bool> LocalFanController::holdTick(concurrency::CancelToken token) {
-    bool goesOn = !token.isRequested() && !(claimedFans.empty() && monitoredFans.empty());
+    const bool isOver = token.isRequested() || (claimedFans.empty() && monitoredFans.empty());
+    bool goesOn = !isOver;
     if (goesOn) goesOn = co_await checkAndAssert();
     if (!goesOn) holdTask.reset();
     co_return goesOn;
@@ -200,14 +201,13 @@ Task<std::vector<std::int64_t>> LocalFanController::assertPlanOnce(plan::FanCont
         co_await claimWanted(std::move(actions.toClaim), std::move(plan), generation);
     if (!claimed) co_return std::vector<Fan>{};
     std::vector<Fan> reverted;
-    const std::vector<Fan> held(claimedFans.begin(), claimedFans.end());
-    for (const Fan fan : held) {
+    const auto held = withModeKeys(claimedFans);
+    for (const auto& [fan, key] : held) {
         if (releaseGeneration != generation) co_return std::vector<Fan>{};
         if (!claimedFans.contains(fan)) continue;  // a plan has given it back meanwhile
         const auto target = actions.targets.find(fan);
-        const auto key = modeKeyCache.find(fan);
-        if (key == modeKeyCache.end() || target == actions.targets.end()) continue;
-        const bool isReverted = co_await writeTarget(fan, key->second, target->second);
+        if (target == actions.targets.end()) continue;
+        const bool isReverted = co_await writeTarget(fan, key, target->second);
         if (isReverted) reverted.push_back(fan);
     }
     if (claimedFans.empty() && !actions.forceTestEnabled) {
@@ -219,11 +219,10 @@ Task<std::vector<std::int64_t>> LocalFanController::assertPlanOnce(plan::FanCont
 /// Gives the fans back; one that refuses stays claimed and is tried again on the next tick. False
 /// when a release came meanwhile.
 Task<bool> LocalFanController::releaseUnwanted(std::vector<Fan> fans, std::int64_t generation) {
-    for (const Fan fan : fans) {
+    const auto unwanted = withModeKeys({fans.begin(), fans.end()});
+    for (const auto& [fan, key] : unwanted) {
         if (releaseGeneration != generation) co_return false;
-        const auto key = modeKeyCache.find(fan);
-        if (key == modeKeyCache.end()) continue;
-        const WriteResult written = co_await smc.writeUInt8(key->second, 0);
+        const WriteResult written = co_await smc.writeUInt8(key, 0);
         if (!written || *written != 0) continue;
         claimedFans.erase(fan);
         targets.erase(fan);

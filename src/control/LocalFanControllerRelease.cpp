@@ -46,7 +46,7 @@ Task<std::optional<std::string>> LocalFanController::releaseAllToAuto(
     cancelHoldTask();
     ++releaseGeneration;
     co_await raiseForceTest();
-    const std::vector<std::pair<Fan, std::string>> keys(modeKeyCache.begin(), modeKeyCache.end());
+    const auto keys = modeKeyCache;
     std::set<Fan> failed;
     std::vector<std::string> messages;
     for (const auto& [fan, key] : keys) {
@@ -85,13 +85,11 @@ Task<std::optional<std::string>> LocalFanController::releasePendingAutoFans(
     std::optional<std::int64_t> expectedRetryGeneration) {
     if (isSuperseded(expectedRetryGeneration)) co_return std::nullopt;
     co_await raiseForceTest();
-    const std::vector<Fan> pending(pendingAutoReleaseFans.begin(), pendingAutoReleaseFans.end());
+    const auto pending = withModeKeys(pendingAutoReleaseFans);
     std::vector<std::string> messages;
-    for (const Fan fan : pending) {
+    for (const auto& [fan, key] : pending) {
         if (isSuperseded(expectedRetryGeneration)) co_return std::nullopt;
-        const auto key = modeKeyCache.find(fan);
-        if (key == modeKeyCache.end()) continue;
-        const Failure refusal = co_await writeZero(key->second);
+        const Failure refusal = co_await writeZero(key);
         if (refusal) {
             messages.push_back(*refusal);
         } else {
@@ -127,14 +125,13 @@ Task<void> LocalFanController::releaseRetryLoop(std::weak_ptr<LocalFanController
 }
 
 Task<bool> LocalFanController::retryRelease(std::int64_t generation) {
-    if (releaseRetryGeneration != generation) co_return true;  // the handle is a newer loop's
     const bool isPartial = !pendingAutoReleaseFans.empty();
     Failure failure;
     if (isPartial)
         failure = co_await releasePendingAutoFans(generation);
     else
         failure = co_await releaseAllToAuto(generation);
-    if (releaseRetryGeneration != generation) co_return true;
+    if (releaseRetryGeneration != generation) co_return true;  // the handle is a newer loop's
     if (failure || !pendingAutoReleaseFans.empty()) co_return false;
     // releaseAllToAuto has published; the other leaves it to us, and a failure that is over must
     // not go on being shown.

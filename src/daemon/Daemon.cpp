@@ -43,11 +43,10 @@ void Daemon::buildController() {
     controller = std::make_shared<control::LocalFanController>(
         platform.runtime, platform.hardware.smc(), platform.hardware.sensors(),
         platform.effectiveUserID);
-    // A stream keeps what nobody reads, so one without a reader is closed.
-    if (platform.published)
-        platform.runtime.detach("states", tellStates(controller, platform.published));
-    else
-        controller->stateStream().close();
+    // A stream keeps what nobody reads, so one that nobody is told of is closed, which ends the
+    // task.
+    if (!platform.published) controller->stateStream().close();
+    platform.runtime.detach("states", tellStates(controller, platform.published));
 }
 
 Task<void> Daemon::tellStates(std::shared_ptr<control::LocalFanController> controller,

@@ -22,8 +22,7 @@ constexpr auto farewell = 200ms;
 std::string stateDocument(const control::ControlState& state) {
     json::Writer writer;
     writer.write(state);
-    auto text = writer.take();
-    return text ? std::move(*text) : std::string();
+    return writer.take().value_or(std::string());
 }
 
 }  // namespace

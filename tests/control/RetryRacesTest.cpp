@@ -1,0 +1,109 @@
+// What a retry does when, while it sleeps or waits for the SMC, something else has changed what
+// there is to give back.
+#include "HoldBench.h"
+
+namespace airflow::control {
+namespace {
+
+constexpr std::uint8_t refused = 0x86;
+
+Texts timesWritten(const Texts& writes, const std::string& write) {
+    Texts found;
+    std::ranges::copy_if(writes, std::back_inserter(found),
+                         [&write](const std::string& each) { return each == write; });
+    return found;
+}
+
+/// Without this the fan that only the overtaking release failed to give back would stay forced with
+/// nobody trying.
+TEST(RetryRaces, aReleaseThatFailsDuringARetryKeepsTheRetryGoing) {
+    ControllerBench bench(steadyMachine(), withoutJitter);
+    (void)bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
+    const auto start = bench.system.elapsed();
+    bench.mac().smc().add(refusal("F0Md", 0, refused, {}, start + 1s));
+    (void)bench.run(bench.controller().applyPlan(planOf({{1, rpm(4000)}})));
+    auto refusalOfFan1 = refusal("F1Md", 0, refused, {}, start + 4s);
+    refusalOfFan1.latency = 10ms;
+    bench.mac().smc().add(refusalOfFan1);
+    bench.advance(start + 1985ms - bench.system.elapsed());
+    slowDown(bench, 10ms);
+    forget(bench);
+    // The retry wakes in the middle of this release, knows of fan 0 only, and ends after it.
+    const auto restored = bench.start(bench.controller().restoreAuto());
+    bench.advance(100ms);
+    EXPECT_EQ(*restored, "failed to restore Auto: F1Md=0 rejected (SMC 0x86)");
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0", "Ftst=1", "F1Md=0 (0x86)", "F0Md=0"));
+    EXPECT_EQ(bench.state().lastError, "failed to restore Auto: F1Md=0 rejected (SMC 0x86)");
+    EXPECT_TRUE(bench.state().isHolding);
+    EXPECT_EQ(bench.mac().fan(1).mode, FanMode::forced);
+    bench.advance(4s);
+    EXPECT_EQ(bench.mac().fan(1).mode, FanMode::automatic);
+    EXPECT_FALSE(bench.state().isHolding);
+    EXPECT_EQ(bench.state().lastError, std::nullopt);
+}
+
+TEST(RetryRaces, withNothingLeftARetryThatSucceedsEndsAndSaysSo) {
+    ControllerBench bench(steadyMachine(), withoutJitter);
+    (void)bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
+    bench.mac().smc().add(refusal("F0Md", 0, refused, {}, bench.system.elapsed() + 1s));
+    (void)bench.run(bench.controller().applyPlan(planOf({{1, rpm(4000)}})));
+    EXPECT_NE(bench.system.runtime.pending().find("release retry"), std::string::npos);
+    bench.advance(2100ms);
+    EXPECT_EQ(bench.system.runtime.pending().find("release retry"), std::string::npos);
+    EXPECT_EQ(bench.state().lastError, std::nullopt);
+    EXPECT_TRUE(bench.state().isHolding);
+}
+
+/// A retry that wakes to a newer plan would otherwise end the hold that the plan has just begun.
+class SupersededRetry : public testing::TestWithParam<std::uint64_t> {
+protected:
+    /// A retry sleeps because `refusal` was in the way of a release; then a plan holds fan 0.
+    void supersede(const Fault& refusal) {
+        (void)bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}})));
+        bench.mac().smc().add(refusal);
+        (void)bench.run(bench.controller().automatic());
+        forget(bench);
+        EXPECT_EQ(bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}}))),
+                  ControlResult::applied());
+        bench.settle();
+    }
+    void expectHeldByTheLoop() {
+        forget(bench);
+        bench.advance(1600ms);
+        EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=1", "F0Tg=3000"));
+        EXPECT_EQ(bench.mac().fan(0).mode, FanMode::forced);
+        EXPECT_EQ(bench.system.runtime.pending().find("release retry"), std::string::npos);
+    }
+
+    ControllerBench bench{steadyMachine(1), {.seed = GetParam(), .jitter = 0}};
+};
+
+TEST_P(SupersededRetry, ofTheWholeWritesNothing) {
+    supersede(refusal("Ftst", 0, refused));
+    EXPECT_THAT(timesWritten(bench.writes, "F0Md=0"), IsEmpty());
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=1", "Ftst=1", "F0Md=1", "F0Tg=3000"));
+    expectHeldByTheLoop();
+}
+
+TEST_P(SupersededRetry, ofPendingFansWritesNothing) {
+    supersede(refusal("F0Md", 0, refused));
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "Ftst=1", "F0Md=1", "F0Tg=3000"));
+    expectHeldByTheLoop();
+}
+
+TEST_P(SupersededRetry, ofAFanThatStaysPendingLeavesItToTheNewOne) {
+    ControllerBench two(steadyMachine(), {.seed = GetParam(), .jitter = 0});
+    (void)two.run(two.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
+    two.mac().smc().add(refusal("F0Md", 0, refused));
+    (void)two.run(two.controller().applyPlan(planOf({{1, rpm(4000)}})));
+    forget(two);
+    (void)two.run(two.controller().applyPlan(planOf({{1, rpm(5000)}})));
+    two.settle();
+    EXPECT_THAT(two.writes, ElementsAre("Ftst=1", "F0Md=0 (0x86)", "Ftst=1", "F0Md=0 (0x86)",
+                                        "F1Md=1", "F1Tg=5000"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, SupersededRetry, testing::Values(0U, 1U, 2U, 3U, 4U));
+
+}  // namespace
+}  // namespace airflow::control
