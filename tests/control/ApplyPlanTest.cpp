@@ -197,5 +197,17 @@ TEST_F(ApplyPlan, countsAsAHeartbeat) {
     EXPECT_EQ(bench.state().lastError, "no heartbeat for >15s — released to Auto");
 }
 
+TEST_F(ApplyPlan, countsAsAHeartbeatOnlyWhenItsClaimsAreOver) {
+    bench.mac().smc().add(refusal("F0Md", 1, 0x82, 0s, 9s));
+    bench.mac().smc().add(refusal("F1Md", 1, 0x82, 0s, 18s));
+    EXPECT_EQ(apply({{0, rpm(3000)}, {1, rpm(4000)}}), ControlResult::applied());
+    bench.advance(14s);  // 32 s after the client was last heard
+    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::forced);
+    EXPECT_EQ(bench.mac().fan(1).mode, FanMode::forced);
+    EXPECT_TRUE(bench.state().isHolding);
+    bench.advance(3s);
+    EXPECT_EQ(bench.state().lastError, "no heartbeat for >15s — released to Auto");
+}
+
 }  // namespace
 }  // namespace airflow::control

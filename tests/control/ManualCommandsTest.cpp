@@ -241,5 +241,16 @@ TEST(Heartbeat, touchesNeitherTheSMCNorTheState) {
     EXPECT_THAT(bench.published, IsEmpty());
 }
 
+TEST(ManualCommands, fullBlastKeepsTheRulesOfAPlanThatArrivesWhileItCountsTheFans) {
+    ControllerBench bench(steadyMachine(), withoutJitter);
+    const auto controller = install<PlanKeeper>(bench);
+    slowDown(bench, 5ms);
+    atRequest(bench, 1, [&] { (void)bench.start(controller->applyPlan(crowdedPlan())); });
+    (void)bench.run(controller->fullBlast());
+    auto expected = crowdedPlan();
+    expected.fans = {{.fanID = 0, .mode = percent(100.0)}, {.fanID = 1, .mode = percent(100.0)}};
+    EXPECT_THAT(controller->plans, ElementsAre(crowdedPlan(), expected));
+}
+
 }  // namespace
 }  // namespace airflow::control

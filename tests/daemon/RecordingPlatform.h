@@ -45,7 +45,12 @@ class RecordingListener final : public Listener {
 public:
     explicit RecordingListener(Journal& kept) : journal(kept) {}
 
-    void resume(HelperListenerDelegate&) override { journal.push_back("listen"); }
+    void resume(HelperListenerDelegate& accepting) override {
+        journal.push_back("listen");
+        delegate = &accepting;
+    }
+
+    HelperListenerDelegate* delegate = nullptr;
 
 private:
     Journal& journal;

@@ -210,5 +210,14 @@ TEST_F(RecordedStartUp, doesNotListenWhenRecoveryFails) {
                             "exit 1"));
 }
 
+TEST_F(RecordedStartUp, keepsNoStatesThatNobodyReads) {
+    start();
+    RecordingConnection connection;
+    (void)listener.delegate->shouldAccept(connection);
+    const auto controller = connection.exported->fanController();
+    EXPECT_EQ(runtime.run(controller->automatic()), control::ControlResult::applied());
+    EXPECT_EQ(runtime.run(controller->stateStream().next()), std::nullopt);
+}
+
 }  // namespace
 }  // namespace airflow::daemon
