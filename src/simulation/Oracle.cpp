@@ -170,6 +170,7 @@ void Oracle::noteWatch(Duration time, const Call& call) {
         if (isSilent(time)) longSilence = mark(time);
         lastWatch = mark(time);
     }
+    if (isControl(call.method) && !isGarbage(call)) lastCommand = mark(time);
     if (!isHeartbeat) return;
     lastHeartbeat = time;
     clockBack = clockForward = 0;
@@ -214,7 +215,7 @@ void Oracle::noteAnswer(const Command& command, const Reply& reply, Duration tim
         watchEnded.reset();
         isPlanless = false;
     }
-    lastWatch = mark(time);  // a plan in force counts as one heard
+    lastWatch = lastCommand = mark(time);  // a plan in force counts as one heard
 }
 
 /// A fan that a command claimed after a release is watched by the hold loop that this command has

@@ -144,6 +144,7 @@ private:
     std::optional<Mark> lastRefusal;
     Mark lastWrite{};
     Mark lastWatch{};                 ///< heartbeat or command
+    Mark lastCommand{};               ///< that controls fans, or its answer
     Duration lastHeartbeat{};         ///< or command, by when it was sent
     std::optional<Mark> longSilence;  ///< the end of the last that was too long
     double clockBack = 0;             ///< seconds, since lastWatch

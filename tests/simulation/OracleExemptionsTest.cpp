@@ -179,6 +179,16 @@ TEST_F(OracleExemptionsTest, whatItTookBeforeIsNoExcuse) {
     expectViolationJustAfter(6s, Property::releaseBegins);
 }
 
+// Another client
+
+TEST_F(OracleExemptionsTest, anotherClientsHeartbeatsDoNotPutOffARelease) {
+    serve();
+    hold(1s);
+    leave(5s);
+    (void)call(5500ms, {.client = "other", .method = Method::heartbeat});
+    expectViolationJustAfter(6s, Property::releaseBegins);
+}
+
 // Garbage
 
 TEST_F(OracleExemptionsTest, garbageDoesNotPutOffARelease) {
