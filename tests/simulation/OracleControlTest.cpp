@@ -36,6 +36,16 @@ TEST_F(OracleControlTest, aCommandEndsSilenceAsAHeartbeatDoes) {
     expectViolation(Property::reasonsAreTrue, 25s);
 }
 
+TEST_F(OracleControlTest, aSilenceThatEndedWithinTheLastThreeSecondsIsAReasonStill) {
+    serve();
+    (void)call(1s, Method::heartbeat);
+    (void)call(17s, Method::heartbeat);
+    publish(20s - instant, silenceError);
+    expectNoViolation();
+    publish(20s, silenceError);
+    expectViolation(Property::reasonsAreTrue, 20s);
+}
+
 TEST_F(OracleControlTest, heatIsNoReasonOnAMachineThatIsNeverHot) {
     serve();
     publish(1s, heatError);
