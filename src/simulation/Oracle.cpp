@@ -97,6 +97,13 @@ bool Oracle::isSilent(Duration now) const {
 }
 
 void Oracle::endWatch(Duration time) {
+    // No claim is left that could have overtaken this one, too.
+    for (Fan& fan : fans) {
+        if (fan.overtaken == Overtaken::no || isControlUnderWay()) continue;
+        if (since(fan.forcedSince, time) <= 12s + perFan) continue;
+        fan.overtaken = Overtaken::no;
+        watchEnded.reset();
+    }
     // A second end while the first is being dealt with asks for nothing sooner.
     if (!watchEnded) {
         watchEnded = mark(time);
@@ -170,6 +177,7 @@ void Oracle::noteWatch(Duration time, const Call& call) {
         if (isSilent(time)) longSilence = mark(time);
         lastWatch = mark(time);
     }
+    if (isControl(call.method) && !isGarbage(call)) lastCommand = mark(time);
     if (!isHeartbeat) return;
     lastHeartbeat = time;
     clockBack = clockForward = 0;
@@ -214,7 +222,7 @@ void Oracle::noteAnswer(const Command& command, const Reply& reply, Duration tim
         watchEnded.reset();
         isPlanless = false;
     }
-    lastWatch = mark(time);  // a plan in force counts as one heard
+    lastWatch = lastCommand = mark(time);  // a plan in force counts as one heard
 }
 
 /// A fan that a command claimed after a release is watched by the hold loop that this command has

@@ -146,6 +146,7 @@ private:
     bool hasLoweredForceTest = false;  ///< by the last write of "Ftst"
     Mark lastWrite{};
     Mark lastWatch{};                 ///< heartbeat or command
+    Mark lastCommand{};               ///< that controls fans, or its answer
     Duration lastHeartbeat{};         ///< or command, by when it was sent
     std::optional<Mark> longSilence;  ///< the end of the last that was too long
     double clockBack = 0;             ///< seconds, since lastWatch

@@ -138,8 +138,8 @@ void Oracle::judgeFan(std::size_t index, const Fan& fan, Duration now) {
              fmt::format("fan {} was last asked to go back {:.2f} s ago", index,
                          inSeconds(since(*fan.lastRequest, now))));
     }
-    const bool isCommandLast = lastWatch.time > watchEnded->time;
-    const Mark reason = isCommandLast ? lastWatch : *watchEnded;
+    const bool isCommandLast = lastCommand.time > watchEnded->time;
+    const Mark reason = isCommandLast ? lastCommand : *watchEnded;
     if (!wasAsked && since(reason, now) > promptly) {
         fail(Property::releaseBegins, now,
              fmt::format("fan {} is forced {:.2f} s after the last reason to", index,

@@ -34,7 +34,8 @@ public:
         if (random.chance(50)) makeProcessEvents();
         sortByTime(scenario.firmware);
         sortByTime(scenario.temperatures);
-        if (random.chance(70)) scenario.restartAfter = random.upTo(10s);
+        // Some time has to pass, or a start that fails at once is tried for ever in one moment.
+        if (random.chance(70)) scenario.restartAfter = 1ms + random.upTo(10s);
         scenario.duration = troubleEnds + calm;
         return std::move(scenario);
     }
