@@ -30,9 +30,12 @@ std::uint64_t seedOfLife(std::uint64_t seed, std::uint64_t life) {
     return seed == 0 ? 0 : seed + life * 0x9E3779B97F4A7C15U;
 }
 
+/// More of them is a daemon that cannot start, and a scenario that does not wait between two tries.
+constexpr int mostStartsInAMoment = 100;
+
 /// Of what is done in one moment: what the machine does comes before a look at it, and what clients
 /// do behind that. An interruption is last, and what comes before it has not run yet then.
-enum Order { machine, sample, event, interruption };
+enum Order { machine, sample, event, interruption, atTheEnd };
 
 Order orderOf(const Event& event) {
     const auto* process = std::get_if<ProcessEvent>(&event);
@@ -89,16 +92,16 @@ void ScenarioRun::play(Duration length) {
     observer.second(Duration::zero(), mac);  // before anything can change
     scheduleAll();
     startDaemon();
-    while (!actions.empty() && actions.begin()->first.first <= length) {
+    schedule(length, atTheEnd, [] {});
+    while (actions.begin()->first.first <= length) {
         const auto [time, order] = actions.begin()->first;
-        if (chosen.choose)
-            approach(time);
-        else if (order != interruption || time > now())
-            runTo(time);
+        const bool isInTheMiddle = !chosen.choose && order == interruption && time <= now();
+        // A process that ends on the way may be started again before what comes next.
+        if (!isInTheMiddle && !runTo(time)) continue;
+        if (order == atTheEnd) break;
         const auto next = actions.extract(actions.begin());
         next.mapped()();
     }
-    runTo(length);
 }
 
 void ScenarioRun::schedule(Duration at, int order, Action action) {
@@ -158,21 +161,19 @@ void ScenarioRun::apply(const TemperatureChange& change) {
     for (const auto& [key, celsius] : change.smc) mac.setSMCTemperature(key, celsius);
 }
 
-void ScenarioRun::runTo(Duration time) {
+/// False when the process has ended on the way, and time stands still there.
+bool ScenarioRun::runTo(Duration time) {
     if (daemon) {
-        daemon->runtime.advance(std::max(time - now(), Duration::zero()));
+        const Duration span = std::max(time - now(), Duration::zero());
+        if (!chosen.choose)
+            daemon->runtime.advance(span);
+        else if (span > Duration::zero())
+            daemon->runtime.approach(span);
         noteEnd();
+        if (!daemon) return false;
     }
     machineTime = std::max(machineTime, time);
-}
-
-void ScenarioRun::approach(Duration time) {
-    if (time <= now()) return;
-    if (daemon) {
-        daemon->runtime.approach(time - now());
-        noteEnd();
-    }
-    machineTime = std::max(machineTime, time);
+    return true;
 }
 
 SimulatedRuntime::Chooser ScenarioRun::chooser() {
@@ -185,6 +186,11 @@ SimulatedRuntime::Chooser ScenarioRun::chooser() {
 
 void ScenarioRun::startDaemon() {
     if (daemon) return;
+    startsInThisMoment = machineTime == lastStart ? startsInThisMoment + 1 : 1;
+    lastStart = machineTime;
+    if (startsInThisMoment > mostStartsInAMoment) {
+        throw Stuck("the daemon ends as soon as it is started, and is started again at once");
+    }
     observer.started(machineTime);
     daemon = std::make_unique<SimulatedDaemon>(
         mac, standardError,

@@ -38,7 +38,7 @@ public:
     ScenarioRun& operator=(const ScenarioRun&) = delete;
 
     /// Starts the daemon, and then does everything that the scenario holds, for `length` of virtual
-    /// time. Called once. Throws Stuck when the daemon spins.
+    /// time. Called once. Throws Stuck when the daemon spins, or ends at every start.
     void play(concurrency::Duration length);
 
     /// Depends on every step of the run: equal for equal runs.
@@ -63,8 +63,7 @@ private:
     void apply(const TemperatureChange& change);
 
     [[nodiscard]] concurrency::Duration now() const;
-    void runTo(concurrency::Duration time);
-    void approach(concurrency::Duration time);
+    bool runTo(concurrency::Duration time);
     [[nodiscard]] SimulatedRuntime::Chooser chooser();
     void startDaemon();
     void noteEnd();
@@ -88,6 +87,8 @@ private:
     concurrency::Seconds dateOffset{};
     std::uint64_t calls = 0;
     std::uint64_t lives = 0;
+    std::optional<concurrency::Duration> lastStart;
+    int startsInThisMoment = 0;
     std::uint64_t endedLives = 14695981039346656037U;  ///< their fingerprints
     std::map<std::string, Client> clients;
     /// By time, and by kind within a moment.

@@ -178,7 +178,7 @@ void SimulatedRuntime::advance(Duration duration) {
         moveTimeTo(timers.next());
         settle();
     }
-    moveTimeTo(end);
+    if (!isHalted) moveTimeTo(end);
 }
 
 void SimulatedRuntime::approach(Duration duration) {
@@ -188,7 +188,7 @@ void SimulatedRuntime::approach(Duration duration) {
         moveTimeTo(timers.next());
         settle();
     }
-    moveTimeTo(end);
+    if (!isHalted) moveTimeTo(end);
 }
 
 void SimulatedRuntime::leap(Duration duration) {

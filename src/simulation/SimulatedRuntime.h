@@ -76,7 +76,7 @@ public:
     }
 
     /// Runs nothing any more, not even in the middle of a settle(): what a process is that has
-    /// ended. Time can still be moved. May be called from a job.
+    /// ended. Time stands still, except for leap(). May be called from a job.
     void halt() noexcept { isHalted = true; }
     [[nodiscard]] bool hasHalted() const noexcept { return isHalted; }
     /// Calls `interruption` once, between two jobs, when `jobs` more have run.

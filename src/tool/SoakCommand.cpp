@@ -91,9 +91,10 @@ private:
         const auto path = fmt::format("{}/soak-{}-{}.json", options.failures,
                                       simulation::textOf(violation.property).name, seed);
         const auto text = json::encode(small);
-        if (text) std::ofstream(path) << *text << '\n';
+        const bool isKept = text && (std::ofstream(path) << *text << '\n').flush();
         const std::lock_guard lock(mutex);
         ++violations;
+        if (!isKept) err << fmt::format("{} cannot be written\n", path);
         const auto& property = simulation::textOf(violation.property);
         err << fmt::format("seed {}: {}: {}\n  {}\n", seed, property.name,
                            again.violation ? again.violation->what : violation.what,

@@ -137,7 +137,32 @@ TEST_F(OracleExemptionsTest, oneWhoseSecondNameCanBeReadIsKnown) {
     scenario.machine.fans[0].mode = 1;
     oracle().started(0s);
     ask(0s, "F0Md", refusal);
-    ask(0s, "F0md");
+    read(0s, "F0md", 1);
+    listen(0s);
+    expectViolation(Property::recoveryComesFirst, 0s);
+}
+
+TEST_F(OracleExemptionsTest, oneWhoseKeyIsKnownAndCannotBeReadIsUnknown) {
+    scenario.machine.fans[0].mode = 1;
+    oracle().started(0s);
+    ask(0s, "F0Md");
+    access(0s, Fault::Operation::read, "F0Md", 0, refusal);
+    listen(0s);
+    expectNoViolation();
+}
+
+TEST_F(OracleExemptionsTest, aFanThatTheCountLeavesOutIsUnknown) {
+    scenario.machine.fans[0].mode = 1;
+    oracle().started(0s);
+    read(0s, "FNum", 0);
+    listen(0s);
+    expectNoViolation();
+}
+
+TEST_F(OracleExemptionsTest, aFanThatTheCountTellsOfIsRecovered) {
+    scenario.machine.fans[0].mode = 1;
+    start();
+    read(0s, "FNum", 1);
     listen(0s);
     expectViolation(Property::recoveryComesFirst, 0s);
 }

@@ -52,7 +52,7 @@ protected:
         oracle().started(at);
         for (std::size_t fan = 0; fan < scenario.machine.fans.size(); ++fan) findKey(at, fan);
     }
-    void findKey(Duration at, std::size_t fan) { ask(at, upperModeKey(fan)); }
+    void findKey(Duration at, std::size_t fan) { read(at, upperModeKey(fan), 1); }
     void log(Duration at, const std::string& text) {
         oracle().logged(at, "[com.brisquell.helper] " + text + "\n");
     }

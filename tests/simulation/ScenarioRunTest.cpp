@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <chrono>
 #include <string>
 #include <vector>
@@ -261,6 +262,36 @@ TEST_P(ScenarioRunTest, aRunIsTheSameTwice) {
 
 INSTANTIATE_TEST_SUITE_P(Seeds, ScenarioRunTest,
                          testing::Range(std::uint64_t{0}, std::uint64_t{21}));
+
+class Restarts : public testing::Test {
+protected:
+    Restarts() {
+        scenario.machine = machinePreset("laptop").value();
+        scenario.faults = {{.key = "F0Md", .value = 0, .result = std::uint8_t{0x86}}};
+        scenario.duration = 1s;
+    }
+    void play() {
+        Diary diary;
+        ScenarioRun(scenario, diary, 0).play(scenario.length());
+        starts = std::ranges::count(diary.lines, "starts", [](const std::string& line) {
+            return line.substr(line.find(' ') + 1);
+        });
+    }
+
+    Scenario scenario;
+    std::ptrdiff_t starts = 0;
+};
+
+TEST_F(Restarts, withoutEndInOneMomentAreStuck) {
+    scenario.restartAfter = 0s;
+    EXPECT_THROW(play(), Stuck);
+}
+
+TEST_F(Restarts, thatTakeTimeGoOnForAsLongAsTheScenario) {
+    scenario.restartAfter = 10ms;
+    play();
+    EXPECT_EQ(starts, 101);
+}
 
 }  // namespace
 }  // namespace airflow::simulation
