@@ -29,6 +29,11 @@ public:
         return now - mark.time - (busyAt(now) - mark.busy);
     }
 
+    /// The same between two marks.
+    [[nodiscard]] static Duration between(const Mark& from, const Mark& to) {
+        return to.time - from.time - (to.busy - from.busy);
+    }
+
 private:
     [[nodiscard]] Duration busyAt(Duration now) const {
         return busy - std::max(busyUntil - now, Duration::zero());

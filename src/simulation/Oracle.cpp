@@ -108,6 +108,7 @@ void Oracle::endWatch(Duration time) {
     if (!watchEnded) {
         watchEnded = mark(time);
         latecomers.clear();
+        wasOvertaken = false;
     }
     isPlanless = true;
     lastRelease = mark(time);
@@ -115,6 +116,8 @@ void Oracle::endWatch(Duration time) {
 }
 
 void Oracle::published(Duration time, const control::ControlState& state) {
+    const bool isEmpty = !state.isHolding && state.perFanMode.empty();
+    if (isEmpty && !isPlanless && !isControlUnderWay()) isUndone = true;
     if (!state.lastError) return;
     const std::string& error = *state.lastError;
     const bool isReleased = error.ends_with("released to Auto");
@@ -162,7 +165,7 @@ void Oracle::noteControl(Duration time, const Call& call) {
         loseOvertaken();
     else
         watchEnded.reset();
-    wasReleasedUnderWay = false;
+    wasReleasedUnderWay = isUndone = false;
     if (scenario.effectiveUserID == 0) heldFans.command(call, isUndisturbed(time));
     for (auto& [id, command] : commands) command.wasDisturbed = command.wasControlUnderWay = true;
     const bool isOthers = std::ranges::any_of(commands, [&](const auto& entry) {
@@ -216,8 +219,9 @@ void Oracle::noteAnswer(const Command& command, const Reply& reply, Duration tim
     }
     // It may have come into force after a release that came in the same moment, or while it still
     // counted the fans.
-    const bool mayBeNewer = command.method == Method::fullBlast ||
-                            (watchEnded && watchEnded->time <= command.called.time);
+    const Duration counting = command.method == Method::fullBlast ? 1ms : 0ms;
+    const bool mayBeNewer =
+        watchEnded && DriverClock::between(command.called, *watchEnded) <= counting;
     if (mayBeNewer) {
         watchEnded.reset();
         isPlanless = false;

@@ -140,10 +140,13 @@ private:
     bool isPlanless = true;            ///< since a release, or a plan without fans
     std::optional<Mark> lastRelease;   ///< as watchEnded, whatever came since
     std::set<std::size_t> latecomers;  ///< asked to be forced after it, without a command
+    bool wasOvertaken = false;         ///< by any claim
+    bool isUndone = false;             ///< the plan, by a release that no one asked for
     bool wasReleasedUnderWay = false;  ///< by a safety check, during a command
     std::optional<Mark> hotSince;      ///< above the ceiling, as the machine knows it
     std::optional<Mark> lastRefusal;
-    bool hasLoweredForceTest = false;  ///< by the last write of "Ftst"
+    std::optional<Mark> lastForceRefusal;  ///< of a 1 for a mode key
+    bool hasLoweredForceTest = false;      ///< by the last write of "Ftst"
     Mark lastWrite{};
     Mark lastWatch{};                 ///< heartbeat or command
     Mark lastCommand{};               ///< that controls fans, or its answer

@@ -104,12 +104,18 @@ void Oracle::judgeState(const Command& question, const Reply& reply, Duration no
         const Fan& fan = fans[i];
         if (!isJudged(fan) || since(fan.forcedSince, question.called.time) < 2s) continue;
         if (fan.refusals > 0 || fan.isForcedInSecret || !scenario.machine.fans[i].modeKey) continue;
+        // A control step tells of its first fan when it has claimed its last.
+        const bool isStepUnderWay = lastForceRefusal &&
+                                    lastForceRefusal->time >= fan.forcedSince.time &&
+                                    since(fan.forcedSince, question.called.time) < 2s + perFan;
+        if (isStepUnderWay) continue;
         fail(Property::stateIsTrue, now, fmt::format("fan {} is held, and the state is idle", i));
     }
-    // A retry that succeeds leaves the fan in the state until the next full release.
+    // A retry that succeeds leaves the fan in the state until the next full release; so does a
+    // claim that a release overtook.
     const bool isOver = watchEnded && since(*watchEnded, question.called.time) > 3s;
     const bool wasRefused = isOver && lastRefusal && lastRefusal->time >= watchEnded->time;
-    if (!isOver || wasRefused || isAnyForced()) return;
+    if (!isOver || wasRefused || wasOvertaken || isAnyForced()) return;
     if (!reply.state->isHolding && reply.state->perFanMode.empty()) return;
     fail(Property::stateIsTrue, now, "no fan is held any more, and the state tells of some");
 }
@@ -149,7 +155,8 @@ void Oracle::judgeFan(std::size_t index, const Fan& fan, Duration now) {
 
 void Oracle::judgeSilence(std::size_t index, const Fan& fan, Duration now) {
     const bool isHeld = isJudged(fan) || (fan.isForced && fan.overtaken == Overtaken::byCommand);
-    if (!isHeld || fan.isLiedAbout || !isListening || isControlUnderWay()) return;
+    if (!isHeld || fan.isLiedAbout || fan.isForcedInSecret) return;
+    if (!isListening || isControlUnderWay()) return;
     const auto silence = 15s + Duration(std::llround(clockBack * 1e9)) + 5s + perFan;
     const bool isPending = fan.lastRequest && fan.lastRequest->time >= fan.forcedSince.time &&
                            since(*fan.lastRequest, now) <= retryPeriod;
@@ -163,7 +170,9 @@ void Oracle::judgeHeat(std::size_t index, const Fan& fan, Duration now) {
     const bool isWatched = isJudged(fan) && isListening && isHeatShown && !isControlUnderWay();
     if (!isWatched || !hotSince || since(fan.forcedSince, now) <= 5s + perFan) return;
     const bool isPending = fan.lastRequest && since(*fan.lastRequest, now) <= retryPeriod;
-    if (isPending || since(*hotSince, now) <= 5s + perFan) return;
+    // A plan that comes in the heat is held for a tick, even over fans that refuse to go back.
+    const bool isNewlyHeld = since(lastCommand, now) <= 5s + perFan;
+    if (isPending || isNewlyHeld || since(*hotSince, now) <= 5s + perFan) return;
     fail(Property::heatEndsControl, now,
          fmt::format("fan {} is forced {:.2f} s after it became too hot", index,
                      inSeconds(since(*hotSince, now))));

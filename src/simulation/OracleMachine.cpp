@@ -55,6 +55,7 @@ void Oracle::noteReading(Fan& fan, std::string_view kind, const SMCAccess& acces
 void Oracle::noteForceRequest(std::size_t index, const SMCAccess& access, bool isRefused) {
     Fan& fan = fans[index];
     fan.isForcedInSecret = isRefused && fan.isForced;
+    if (isRefused) lastForceRefusal = mark(access.time);
     const bool isLate = watchEnded && access.time > watchEnded->time && !isControlUnderWay();
     if (!isLate || !isListening) return;
     latecomers.insert(index);
@@ -103,7 +104,8 @@ void Oracle::noteOvertaken(Duration time, std::size_t index) {
         fan.lastRequest && (isAlone ? fan.lastRequest->time >= commands.begin()->second.called.time
                                     : since(*fan.lastRequest, time) < 1s);
     const bool isReleased = isControlUnderWay() && wasReleasedUnderWay;
-    if (!isPlanless && !isCollision && !isReleased) return;
+    if (!isPlanless && !isCollision && !isReleased && !isUndone) return;
+    wasOvertaken = true;
     // Of several commands each may go on with a claim that another has lost.
     fan.overtaken =
         isControlUnderWay() && isAlone ? Overtaken::byCommand : Overtaken::byControlStep;
