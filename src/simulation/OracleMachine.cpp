@@ -25,9 +25,11 @@ void Oracle::access(const SMCAccess& access) {
     if (const auto key = fanKey(access.key); !isWrite && key && key->first < fans.size()) {
         noteReading(fans[key->first], key->second, access);
     }
-    if (access.key == "FNum" && !isRefused && !isListening &&
-        access.operation == Fault::Operation::read) {
-        countedFans = static_cast<std::size_t>(std::clamp(access.value, 0.0, 10.0));
+    if (access.key == "FNum" && !isRefused && access.operation == Fault::Operation::read) {
+        const double told = access.value > 0 ? std::min(access.value, 10.0) : 0;  // NaN: 0
+        const auto count = static_cast<std::size_t>(told);
+        if (!isListening) countedFans = count;
+        if (count != fans.size()) heldFans.lose();  // a full blast holds those that it is told of
     }
     clock.answered(access.time, access.latency);
 }

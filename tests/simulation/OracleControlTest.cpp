@@ -144,6 +144,16 @@ TEST_F(OracleControlTest, oneThatWasForcedJustBeforeIsNot) {
     expectViolation(Property::appliedIsTrue, 4s);
 }
 
+TEST_F(OracleControlTest, fullBlastForcesOnlyTheFansThatTheSMCTellsOf) {
+    addFan();
+    serve();
+    const auto id = call(2s, Method::fullBlast);
+    read(2s, "FNum", 1);
+    force(2s, 0);
+    reply(3s, id, Method::fullBlast);
+    expectNoViolation();
+}
+
 TEST_F(OracleControlTest, fullBlastForcesEveryFan) {
     addFan();
     serve();
