@@ -96,6 +96,11 @@ bool Oracle::isSilent(Duration now) const {
     return std::chrono::duration<double>(now - lastHeartbeat).count() + clockForward > 15;
 }
 
+/// A claim asks every 100 ms.
+bool Oracle::isBeingClaimed(const Fan& fan, Duration now) const {
+    return fan.refusedForce && since(*fan.refusedForce, now) <= 150ms;
+}
+
 void Oracle::endWatch(Duration time) {
     // No claim is left that could have overtaken this one, too.
     for (Fan& fan : fans) {
@@ -108,40 +113,13 @@ void Oracle::endWatch(Duration time) {
     if (!watchEnded) {
         watchEnded = mark(time);
         latecomers.clear();
+        const auto isClaimed = [&](const Fan& fan) { return isBeingClaimed(fan, time); };
+        claimsUnderWay = static_cast<std::size_t>(std::ranges::count_if(fans, isClaimed));
         wasOvertaken = false;
     }
     isPlanless = true;
     lastRelease = mark(time);
     heldFans.release();
-}
-
-void Oracle::published(Duration time, const control::ControlState& state) {
-    const bool isEmpty = !state.isHolding && state.perFanMode.empty();
-    if (isEmpty && !isPlanless && !isControlUnderWay()) isUndone = true;
-    if (!state.lastError) return;
-    const std::string& error = *state.lastError;
-    const bool isReleased = error.ends_with("released to Auto");
-    if (isReleased && !isControlUnderWay()) endWatch(time);
-    // A refusal hides the message of the safety check.
-    const bool isRelease = isReleased || error.starts_with("failed to restore Auto");
-    if (isRelease) heldFans.lose();
-    if (isRelease && isControlUnderWay()) wasReleasedUnderWay = true;
-    if (error.starts_with("no heartbeat")) {
-        count("the watchdog released fans");
-        // The silence may have ended after the release began.
-        const bool wasSilent = longSilence && since(*longSilence, time) < 3s;
-        if (!wasSilent && !isSilent(time)) {
-            fail(Property::reasonsAreTrue, time, "the client had been heard: " + error);
-        }
-    }
-    if (error.starts_with("thermal ceiling")) {
-        count("the ceiling released fans");
-        if (!canBeHot) fail(Property::reasonsAreTrue, time, "nothing is hot: " + error);
-    }
-    if (error.starts_with("temperature ") && isReleased) {
-        count("missing temperatures released fans");
-        if (isReadWhole) fail(Property::reasonsAreTrue, time, "temperatures are there: " + error);
-    }
 }
 
 void Oracle::called(Duration time, std::string_view client, const Call& call) {
@@ -165,7 +143,8 @@ void Oracle::noteControl(Duration time, const Call& call) {
         loseOvertaken();
     else
         watchEnded.reset();
-    wasReleasedUnderWay = isUndone = false;
+    releasedUnderWay.reset();
+    wasReleasedAgain = isUndone = false;
     if (scenario.effectiveUserID == 0) heldFans.command(call, isUndisturbed(time));
     for (auto& [id, command] : commands) command.wasDisturbed = command.wasControlUnderWay = true;
     const bool isOthers = std::ranges::any_of(commands, [&](const auto& entry) {

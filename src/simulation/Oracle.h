@@ -66,6 +66,7 @@ private:
         std::optional<Duration> lastForced;  ///< when it last was; absent: never
         std::optional<Mark> lastRequest;     ///< to go back
         int refusals = 0;                    ///< of these in a row
+        std::optional<Mark> refusedForce;    ///< its last 1, which it did not take
         bool isLiedAbout = false;            ///< the SMC said that it went back
         bool isForcedInSecret = false;       ///< the SMC refused it, and did it
         Overtaken overtaken = Overtaken::no;
@@ -100,10 +101,12 @@ private:
     [[nodiscard]] bool isControlUnderWay() const;
     [[nodiscard]] bool isUndisturbed(Duration now) const;
     [[nodiscard]] bool isSilent(Duration now) const;
+    [[nodiscard]] bool isBeingClaimed(const Fan& fan, Duration now) const;
     void endWatch(Duration time);
     void noteControl(Duration time, const Call& call);
     void noteWatch(Duration time, const Call& call);
     void noteOvertaken(Duration time, std::size_t index);
+    void noteReleaseUnderWay(Duration time);
     void noteForceRequest(std::size_t index, const SMCAccess& access, bool isRefused);
     void noteReleaseRequest(std::size_t index, const SMCAccess& access, bool isRefused);
     void noteReading(Fan& fan, std::string_view kind, const SMCAccess& access);
@@ -140,10 +143,13 @@ private:
     bool isPlanless = true;            ///< since a release, or a plan without fans
     std::optional<Mark> lastRelease;   ///< as watchEnded, whatever came since
     std::set<std::size_t> latecomers;  ///< asked to be forced after it, without a command
+    std::size_t claimsUnderWay = 0;    ///< when it came, as far as can be seen
     bool wasOvertaken = false;         ///< by any claim
     bool isUndone = false;             ///< the plan, by a release that no one asked for
-    bool wasReleasedUnderWay = false;  ///< by a safety check, during a command
-    std::optional<Mark> hotSince;      ///< above the ceiling, as the machine knows it
+    /// By a safety check, while a command was under way: when first, and whether again since.
+    std::optional<Duration> releasedUnderWay;
+    bool wasReleasedAgain = false;
+    std::optional<Mark> hotSince;  ///< above the ceiling, as the machine knows it
     std::optional<Mark> lastRefusal;
     std::optional<Mark> lastForceRefusal;  ///< of a 1 for a mode key
     bool hasLoweredForceTest = false;      ///< by the last write of "Ftst"

@@ -120,6 +120,41 @@ void Oracle::judgeState(const Command& question, const Reply& reply, Duration no
     fail(Property::stateIsTrue, now, "no fan is held any more, and the state tells of some");
 }
 
+void Oracle::published(Duration time, const control::ControlState& state) {
+    const bool isEmpty = !state.isHolding && state.perFanMode.empty();
+    if (isEmpty && !isPlanless && !isControlUnderWay()) isUndone = true;
+    if (!state.lastError) return;
+    const std::string& error = *state.lastError;
+    const bool isReleased = error.ends_with("released to Auto");
+    if (isReleased && !isControlUnderWay()) endWatch(time);
+    // A refusal hides the message of the safety check.
+    const bool isRelease = isReleased || error.starts_with("failed to restore Auto");
+    if (isRelease) heldFans.lose();
+    if (isRelease && isControlUnderWay()) noteReleaseUnderWay(time);
+    if (error.starts_with("no heartbeat")) {
+        count("the watchdog released fans");
+        // The silence may have ended after the release began.
+        const bool wasSilent = longSilence && since(*longSilence, time) < 3s;
+        if (!wasSilent && !isSilent(time)) {
+            fail(Property::reasonsAreTrue, time, "the client had been heard: " + error);
+        }
+    }
+    if (error.starts_with("thermal ceiling")) {
+        count("the ceiling released fans");
+        if (!canBeHot) fail(Property::reasonsAreTrue, time, "nothing is hot: " + error);
+    }
+    if (error.starts_with("temperature ") && isReleased) {
+        count("missing temperatures released fans");
+        if (isReadWhole) fail(Property::reasonsAreTrue, time, "temperatures are there: " + error);
+    }
+}
+
+void Oracle::noteReleaseUnderWay(Duration time) {
+    // A release tells of itself more than once.
+    if (releasedUnderWay && *releasedUnderWay != time) wasReleasedAgain = true;
+    if (!releasedUnderWay) releasedUnderWay = time;
+}
+
 void Oracle::judgeListening(Duration time) {
     isListening = true;
     lastWatch = mark(time);

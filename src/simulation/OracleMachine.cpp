@@ -57,13 +57,14 @@ void Oracle::noteReading(Fan& fan, std::string_view kind, const SMCAccess& acces
 void Oracle::noteForceRequest(std::size_t index, const SMCAccess& access, bool isRefused) {
     Fan& fan = fans[index];
     fan.isForcedInSecret = isRefused && fan.isForced;
-    if (isRefused) lastForceRefusal = mark(access.time);
+    fan.refusedForce.reset();
+    if (isRefused) fan.refusedForce = lastForceRefusal = mark(access.time);
     const bool isLate = watchEnded && access.time > watchEnded->time && !isControlUnderWay();
     if (!isLate || !isListening) return;
     latecomers.insert(index);
-    if (latecomers.size() <= 1) return;
+    if (latecomers.size() <= std::max(claimsUnderWay, std::size_t{1})) return;
     fail(Property::releaseLasts, access.time,
-         fmt::format("a second fan, {}, is to be forced after a release", index));
+         fmt::format("another fan, {}, is to be forced after a release", index));
 }
 
 void Oracle::noteReleaseRequest(std::size_t index, const SMCAccess& access, bool isRefused) {
@@ -105,12 +106,14 @@ void Oracle::noteOvertaken(Duration time, std::size_t index) {
     const bool isCollision =
         fan.lastRequest && (isAlone ? fan.lastRequest->time >= commands.begin()->second.called.time
                                     : since(*fan.lastRequest, time) < 1s);
-    const bool isReleased = isControlUnderWay() && wasReleasedUnderWay;
+    const bool isReleased = isControlUnderWay() && releasedUnderWay.has_value();
     if (!isPlanless && !isCollision && !isReleased && !isUndone) return;
     wasOvertaken = true;
-    // Of several commands each may go on with a claim that another has lost.
-    fan.overtaken =
-        isControlUnderWay() && isAlone ? Overtaken::byCommand : Overtaken::byControlStep;
+    // Of several commands each may go on with a claim that another has lost. A plan without fans
+    // claims none; and a second safety release is the command's own loop's, which it ends.
+    const bool isCommands =
+        isAlone && isControlUnderWay() && commands.begin()->second.managesFans && !wasReleasedAgain;
+    fan.overtaken = isCommands ? Overtaken::byCommand : Overtaken::byControlStep;
     count("a claim succeeded after the release that overtook it");
     if (watchEnded && since(*watchEnded, time) > 12s + perFan) {
         const double late = std::chrono::duration<double>(since(*watchEnded, time)).count();

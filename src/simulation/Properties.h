@@ -47,8 +47,9 @@ inline constexpr std::array<PropertyText, 15> properties{{
      "takes."},
     {Property::releaseLasts, "releaseLasts",
      "After a release without a newer command at most one fan is asked to be forced, by the claim "
-     "that had begun before, for no longer than 12 s and 10 s for each fan; commands that were "
-     "under way may go on claiming until they are answered."},
+     "that had begun before, or each of those that several control steps were claiming, for no "
+     "longer than 12 s and 10 s for each fan; commands that were under way may go on claiming "
+     "until they are answered."},
     {Property::silenceEndsControl, "silenceEndsControl",
      "15 s after the last heartbeat or command, and a tick with a claim of 10 s for each fan, no "
      "fan is held."},

@@ -93,6 +93,23 @@ TEST(UnwatchedFan, aClaimOfAPlansStepThatSucceedsAfterASafetyReleaseLeavesTheFan
     EXPECT_EQ(bench.mac().fan(0).mode, FanMode::forced);
 }
 
+/// Two control steps at once, here a plan's and its loop's: each goes on with its own claim.
+TEST(UnwatchedFan, soDoTheClaimsOfTwoStepsThatOneReleaseOvertakes) {
+    ControllerBench bench(steadyMachine(2), withoutJitter);
+    bench.mac().smc().add(refusal("F0Md", 1, 0x86, 0s, 2600ms));
+    bench.mac().smc().add(refusal("F1Md", 1, 0x86, 0s, 1s));
+    bench.mac().smc().add(refusal("F1Md", 1, 0x82, 1s, 2600ms));
+    const Answer plan =
+        bench.start(bench.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(3000)}})));
+    bench.advance(2500ms);
+    EXPECT_EQ(bench.run(bench.controller().automatic()), ControlResult::applied());
+    bench.advance(60s);
+    EXPECT_EQ(*plan, ControlResult::rejected(134));
+    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::forced);
+    EXPECT_EQ(bench.mac().fan(1).mode, FanMode::forced);
+    EXPECT_TRUE(bench.state().isHolding);
+}
+
 /// Bounded by the rest of the plan's claims, ten seconds each: the plan's own step releases what
 /// no plan in force wants. A process that ends before leaves the fan to the next start's recovery.
 TEST(UnwatchedFan, aClaimOfAPlanThatSucceedsAfterARestoreIsUndoneByThePlansStep) {

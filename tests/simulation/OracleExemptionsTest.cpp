@@ -11,18 +11,6 @@ using control::ControlState;
 class OracleExemptionsTest : public OracleTrace {
 protected:
     static Call garbage() { return {.method = Method::applyConfig, .document = "{"}; }
-    static Call emptyPlan() { return {.method = Method::applyConfig}; }
-
-    /// The client's command is under way when it goes, and forces its fan a second later.
-    void forceAfterTheClientHasGone() {
-        serve();
-        const auto id = call(4s, manual());
-        leave(5s);
-        force(6s);
-        claim = id;
-    }
-
-    std::uint64_t claim = 0;
 };
 
 // A fan lied about
@@ -52,72 +40,6 @@ TEST_F(OracleExemptionsTest, aFanLiedAboutInRecoveryDoesNotKeepTheDaemonFromList
     start();
     write(0s, "F0Md", 0);
     listen();
-    expectNoViolation();
-}
-
-// Overtaken claims
-
-TEST_F(OracleExemptionsTest, aFanThatAControlStepForcesAfterAReleaseIsWatchedByNobody) {
-    serve();
-    hold(1s);
-    leave(5s);
-    giveBack(5s);
-    force(6s);
-    look(600s);
-    expectNoViolation();
-}
-
-TEST_F(OracleExemptionsTest, aFanThatACommandForcesAfterAReleaseIsWatchedByItsLoop) {
-    forceAfterTheClientHasGone();
-    reply(7s, claim, Method::setManualRPM);
-    expectViolationJustAfter(37s, Property::silenceEndsControl);
-}
-
-TEST_F(OracleExemptionsTest, butNotIfTheCommandFailedInTheEnd) {
-    forceAfterTheClientHasGone();
-    reply(7s, claim, Method::setManualRPM, ControlResult::timedOut());
-    look(600s);
-    expectNoViolation();
-}
-
-TEST_F(OracleExemptionsTest, norAfterAPlanWithoutFans) {
-    forceAfterTheClientHasGone();
-    reply(7s, claim, Method::setManualRPM);
-    reply(8s, call(8s, emptyPlan()), Method::applyConfig);
-    look(600s);
-    expectNoViolation();
-}
-
-TEST_F(OracleExemptionsTest, aFanThatWasForcedBeforeTheReleaseIsNotOvertaken) {
-    serve();
-    const auto id = call(4s, manual());
-    force(5s);
-    leave(5s);
-    reply(5s, id, Method::setManualRPM);
-    expectViolationJustAfter(6s, Property::releaseBegins);
-}
-
-TEST_F(OracleExemptionsTest, commandsUnderWayMayGoOnClaimingAfterARelease) {
-    addFan();
-    serve();
-    const auto id = call(4s, Method::fullBlast);
-    leave(5s);
-    write(6s, "F0Md", 1, refusal);
-    write(6s, "F1Md", 1, refusal);
-    expectNoViolation();
-    reply(7s, id, Method::fullBlast, ControlResult::rejected(134));
-    leave(8s);
-    write(9s, "F0Md", 1, refusal);
-    write(9s, "F1Md", 1, refusal);
-    expectViolation(Property::releaseLasts, 9s);
-}
-
-TEST_F(OracleExemptionsTest, aNewerCommandMayForceWhateverItWants) {
-    addFan();
-    serve();
-    leave(5s);
-    hold(60s, 0);
-    hold(61s, 1);
     expectNoViolation();
 }
 
