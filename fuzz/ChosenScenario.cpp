@@ -5,6 +5,7 @@
 #include <chrono>
 #include <limits>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace airflow::fuzz {
@@ -170,6 +171,8 @@ private:
     /// Of a mode key, mostly: refused, lost, slow, or not what it says.
     Fault writeFault() {
         constexpr std::array<std::uint8_t, 5> results{0x82, 0x86, 0x87, 0x01, 0xFF};
+        constexpr std::array effects{Fault::Effect::natural, Fault::Effect::ignored,
+                                     Fault::Effect::applied};
         constexpr std::int32_t ioError = -536870212;
         Fault fault{.key = modeKey()};
         const std::uint64_t value = input.below(4);
@@ -185,6 +188,7 @@ private:
             case 4:
                 fault.key = input.below(2) == 0 ? "Ftst" : "F0Tg";
                 fault.result = 0x86;
+                fault.effect = input.oneOf(effects);
                 break;
             default: fault.result = input.oneOf(results);
         }
@@ -193,27 +197,24 @@ private:
     Fault readFault() {
         constexpr std::array<const char*, 8> keys{"F0Mn", "F0Mx", "F0Ac", "F1Mn",
                                                   "F1Mx", "FNum", "F0Md", "F1Md"};
-        constexpr std::array<double, 6> readings{std::numeric_limits<double>::quiet_NaN(),
-                                                 std::numeric_limits<double>::infinity(),
-                                                 -1,
-                                                 0,
-                                                 1e9,
-                                                 500};
         Fault fault{.key = input.oneOf(keys), .operation = Fault::Operation::read};
-        // A wrong count of fans stops the daemon, and a mode is no limit: nobody believes a lie.
-        const bool isLimit = fault.key != "FNum" && !fault.key.ends_with("Md");
         switch (input.below(4)) {
             case 0: fault.result = 0x84; break;
             case 1: fault.latency = shortTime() / 5; break;
-            case 2: fault.reading = input.oneOf(readings); break;
+            case 2: fault.reading = wrongReading(fault.key); break;
             default: fault.operation = Fault::Operation::information; fault.result = 0x84;
         }
-        if (!isLimit && fault.latency == 0s) {
-            fault.reading.reset();
-            fault.operation = Fault::Operation::information;
-            fault.result = 0x84;
-        }
         return fault;
+    }
+    double wrongReading(std::string_view key) {
+        constexpr double none = std::numeric_limits<double>::quiet_NaN();
+        constexpr std::array<double, 6> numbers{
+            none, std::numeric_limits<double>::infinity(), -1, 0, 1e9, 500};
+        // More than ten stop the daemon.
+        constexpr std::array<double, 6> counts{none, -1, 0, 1, 2, 3};
+        constexpr std::array<double, 3> modes{0, 1, 3};
+        if (key == "FNum") return input.oneOf(counts);
+        return key.ends_with("Md") ? input.oneOf(modes) : input.oneOf(numbers);
     }
 
     void addFirmwareChange() {
