@@ -1,7 +1,6 @@
 #include "client/Protocol.h"
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 #include "json/Decoder.h"
@@ -11,10 +10,6 @@
 namespace airflow::client {
 
 namespace {
-
-constexpr std::array<std::string_view, 10> names{
-    "helperVersion", "shutdownForUpgrade", "setManualRPM", "setPercent", "fullBlast",
-    "automatic",     "applyConfig",        "restoreAuto",  "heartbeat",  "readState"};
 
 /// The id alone, so that an answer whose rest is wrong still finds the call that waits for it.
 struct AnswerID {
@@ -51,16 +46,6 @@ void writeArguments(json::Writer& writer, const Request& request) {
 }
 
 }  // namespace
-
-std::string_view nameOf(Method method) {
-    return names.at(static_cast<std::size_t>(method));
-}
-
-std::optional<Method> methodNamed(std::string_view name) {
-    const auto found = std::ranges::find(names, name);
-    if (found == names.end()) return std::nullopt;
-    return static_cast<Method>(found - names.begin());
-}
 
 std::expected<std::string, std::string> requestLine(std::int64_t id, const Request& request) {
     json::Writer writer;

@@ -9,28 +9,14 @@
 #include <string_view>
 
 #include "control/ControlState.h"
+#include "daemon/HelperMethod.h"
 
 namespace airflow::client {
 
 /// No line is longer, its newline included.
 inline constexpr std::size_t longestLine = 1024 * 1024;
 
-/// The daemon's operations, in the order in which it declares them.
-enum class Method : std::uint8_t {
-    helperVersion,
-    shutdownForUpgrade,
-    setManualRPM,
-    setPercent,
-    fullBlast,
-    automatic,
-    applyConfig,
-    restoreAuto,
-    heartbeat,
-    readState,
-};
-
-[[nodiscard]] std::string_view nameOf(Method method);
-[[nodiscard]] std::optional<Method> methodNamed(std::string_view name);
+using Method = daemon::HelperMethod;
 
 /// An operation and its arguments. What the method does not take is not sent.
 struct Request {

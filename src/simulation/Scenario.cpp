@@ -85,24 +85,9 @@ FirmwareChange decodeFirmwareChange(const Decoder& decoder, const MachineDescrip
     return change;
 }
 
-constexpr std::array<std::pair<Call::Method, std::string_view>, 10> methodNames{{
-    {Call::Method::setManualRPM, "setManualRPM"},
-    {Call::Method::setPercent, "setPercent"},
-    {Call::Method::fullBlast, "fullBlast"},
-    {Call::Method::automatic, "automatic"},
-    {Call::Method::applyConfig, "applyConfig"},
-    {Call::Method::restoreAuto, "restoreAuto"},
-    {Call::Method::heartbeat, "heartbeat"},
-    {Call::Method::readState, "readState"},
-    {Call::Method::helperVersion, "helperVersion"},
-    {Call::Method::shutdownForUpgrade, "shutdownForUpgrade"},
-}};
-
 Call::Method decodeMethod(const Decoder& decoder) {
-    const std::string name = decoder.text();
-    const auto found =
-        std::ranges::find(methodNames, name, [](const auto& row) { return row.second; });
-    if (found != methodNames.end()) return found->first;
+    const auto method = daemon::helperMethodNamed(decoder.text());
+    if (method) return *method;
     decoder.fail("There is no command of this name.");
     return {};
 }
@@ -114,11 +99,6 @@ std::string planDocument(const Call& call) {
     json::Writer writer;
     writer.write(call.plan);
     return writer.take().value_or("");  // numbers that have no JSON form make no plan
-}
-
-std::string_view nameOf(Call::Method method) {
-    return std::ranges::find(methodNames, method, [](const auto& row) { return row.first; })
-        ->second;
 }
 
 namespace {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "concurrency/Clock.h"
+#include "daemon/HelperMethod.h"
 #include "json/Decoder.h"
 #include "json/Writer.h"
 #include "plan/FanControlPlan.h"
@@ -48,18 +49,7 @@ inline constexpr const char* onlyClient = "app";
 /// One command, by the name that the command surface gives it. A client that is not connected
 /// connects first.
 struct Call {
-    enum class Method : std::uint8_t {
-        setManualRPM,
-        setPercent,
-        fullBlast,
-        automatic,
-        applyConfig,
-        restoreAuto,
-        heartbeat,
-        readState,
-        helperVersion,
-        shutdownForUpgrade,
-    };
+    using Method = daemon::HelperMethod;
 
     concurrency::Duration at{};
     std::string client = onlyClient;
@@ -141,8 +131,5 @@ struct Scenario {
     /// Names of plan files, with the events that want them; empty once they are read.
     std::vector<std::pair<std::size_t, std::string>> planFiles{};
 };
-
-/// The name of a method in scenarios and answers.
-[[nodiscard]] std::string_view nameOf(Call::Method method);
 
 }  // namespace airflow::simulation

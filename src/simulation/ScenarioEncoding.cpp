@@ -138,7 +138,7 @@ struct EventMembers {
 
     void operator()(const Call& call) const {
         writer.member("client", call.client);
-        writer.member("call", simulation::nameOf(call.method));
+        writer.member("call", daemon::nameOf(call.method));
         if (call.method == Call::Method::setManualRPM) {
             writer.member("fan", call.fan);
             writer.member("rpm", call.rpm);

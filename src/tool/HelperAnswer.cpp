@@ -88,7 +88,7 @@ std::string answerJSON(const CallOutcome& outcome) {
     const std::string reason = answer.result.isApplied() ? "" : reasonOf(outcome);
     json::Writer writer;
     writer.object([&] {
-        writer.member("method", client::nameOf(outcome.method));
+        writer.member("method", daemon::nameOf(outcome.method));
         writer.member("result", nameOf(answer.result));
         writer.member("version", answer.version);
         writer.member("state", answer.state);

@@ -62,7 +62,7 @@ void ScenarioJSONLines::replied(concurrency::Duration time, const simulation::Re
     if (!reply.isDelivered) return;
     line(time, [&] {
         writer.member("client", reply.client);
-        writer.member("reply", simulation::nameOf(reply.method));
+        writer.member("reply", daemon::nameOf(reply.method));
         if (reply.result) writer.member("code", reply.result->xpcCode());
         if (reply.state) writer.member("state", *reply.state);
         if (reply.method == Call::Method::helperVersion) writer.member("version", reply.version);

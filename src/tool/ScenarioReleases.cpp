@@ -63,7 +63,7 @@ void ScenarioReleases::access(const simulation::SMCAccess& access) {
 ScenarioReleases::Release ScenarioReleases::explain(const Fan& fan) const {
     const auto latestFirst = inFlight | std::views::reverse;
     const auto release = std::ranges::find_if(latestFirst, givesAllBack, &Command::method);
-    if (release != latestFirst.end()) return {std::string(simulation::nameOf(release->method))};
+    if (release != latestFirst.end()) return {std::string(daemon::nameOf(release->method))};
     if (underWay) return {*underWay};
     // A fan that this very command took over was given back by the plan's own first step.
     const auto drops = [&fan](const Command& command) { return command.number > fan.forcedAfter; };

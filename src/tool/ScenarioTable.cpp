@@ -19,7 +19,7 @@ double inSeconds(Duration time) {
 }
 
 std::string describe(const Call& call) {
-    const auto name = simulation::nameOf(call.method);
+    const auto name = daemon::nameOf(call.method);
     switch (call.method) {
         case Call::Method::setManualRPM:
             return fmt::format("{} fan {} at {} RPM", name, call.fan, call.rpm);
@@ -136,7 +136,7 @@ void ScenarioTable::replied(Duration time, const simulation::Reply& reply) {
     if (reply.method == Call::Method::readState) answer = "no state";
     if (reply.state) answer = reply.state->isHolding ? "holding" : "not holding";
     if (reply.method == Call::Method::helperVersion) answer = reply.version;
-    line(time, fmt::format("{}: {} → {}", reply.client, simulation::nameOf(reply.method), answer));
+    line(time, fmt::format("{}: {} → {}", reply.client, daemon::nameOf(reply.method), answer));
 }
 
 void ScenarioTable::logged(Duration time, std::string_view text) {

@@ -89,7 +89,7 @@ std::string_view methodsHelp() {
 
 std::expected<TypedCall, std::string> parseCall(const std::vector<std::string>& words) {
     if (words.empty()) return std::unexpected("a method is missing");
-    const auto method = client::methodNamed(words.front());
+    const auto method = daemon::helperMethodNamed(words.front());
     if (!method) {
         return std::unexpected(fmt::format("there is no method \"{}\"", printable(words.front())));
     }

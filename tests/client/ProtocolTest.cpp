@@ -74,15 +74,6 @@ TEST(Protocol, noLineIsLongerThanTheDaemonReads) {
     EXPECT_EQ(ofSize(1048576 - 39).error(), "the plan is too large to be sent");
 }
 
-TEST(Protocol, namesAndMethodsBelongTogether) {
-    EXPECT_EQ(methodNamed("setManualRPM"), Method::setManualRPM);
-    EXPECT_EQ(nameOf(Method::setManualRPM), "setManualRPM");
-    EXPECT_EQ(methodNamed("readState"), Method::readState);
-    EXPECT_EQ(methodNamed("helperVersion"), Method::helperVersion);
-    EXPECT_EQ(methodNamed("setmanualrpm"), std::nullopt);
-    EXPECT_EQ(methodNamed(""), std::nullopt);
-}
-
 TEST(Protocol, answersAreDecoded) {
     const auto code = decodeAnswer("{\"id\":1,\"code\":7}");
     ASSERT_TRUE(code);

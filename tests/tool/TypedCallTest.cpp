@@ -17,7 +17,7 @@ TEST(TypedCall, everyMethodCanBeTyped) {
                                    "restoreAuto", "heartbeat", "readState"}) {
         const auto call = parseCall({name});
         ASSERT_TRUE(call) << name;
-        EXPECT_EQ(client::nameOf(call->request.method), name);
+        EXPECT_EQ(daemon::nameOf(call->request.method), name);
         EXPECT_EQ(parseCall({name, "0"}).error(), name + " takes no arguments");
     }
     const auto manual = parseCall({"setManualRPM", "1", "3000"});

@@ -19,24 +19,19 @@ using json::Decoder;
 using json::DecodingError;
 using json::Document;
 
-/// In the order of the enumerators.
-constexpr std::array<std::string_view, 10> methodNames{
-    "helperVersion", "shutdownForUpgrade", "setManualRPM", "setPercent", "fullBlast",
-    "automatic",     "applyConfig",        "restoreAuto",  "heartbeat",  "readState"};
-
-/// Nothing, and an error, for a text that is no method.
+/// Any method, and an error, for a text that is none.
 HelperMethod methodOf(const Decoder& message) {
-    std::size_t index = 0;
-    message.member("method", [&index](const Decoder& member) {
-        const std::string name = member.text();
-        const auto* const found = std::ranges::find(methodNames, name);
-        if (found == methodNames.end()) {
-            member.fail(fmt::format("Unknown method. There are {}.", fmt::join(methodNames, ", ")));
+    HelperMethod method{};
+    message.member("method", [&method](const Decoder& member) {
+        const auto named = daemon::helperMethodNamed(member.text());
+        if (named) {
+            method = *named;
         } else {
-            index = static_cast<std::size_t>(found - methodNames.begin());
+            member.fail(fmt::format("Unknown method. There are {}.",
+                                    fmt::join(daemon::helperMethodNames, ", ")));
         }
     });
-    return static_cast<HelperMethod>(index);
+    return method;
 }
 
 /// The bytes of the value of an object's member, counted from 0. `text` is the valid JSON text of

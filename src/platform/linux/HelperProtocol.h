@@ -8,20 +8,11 @@
 #include <string>
 #include <string_view>
 
+#include "daemon/HelperMethod.h"
+
 namespace airflow::platform {
 
-enum class HelperMethod : std::uint8_t {
-    helperVersion,
-    shutdownForUpgrade,
-    setManualRPM,
-    setPercent,
-    fullBlast,
-    automatic,
-    applyConfig,
-    restoreAuto,
-    heartbeat,
-    readState,
-};
+using daemon::HelperMethod;
 
 /// A message that can be carried out. Of the arguments only those that the method has are set.
 struct HelperCall {

@@ -5,16 +5,14 @@
 #include <unistd.h>
 
 #include <array>
-#include <atomic>
 #include <cerrno>
-#include <cstdlib>
 #include <mutex>
 #include <thread>
 #include <utility>
-#include <vector>
 
 #include "concurrency/Require.h"
 #include "concurrency/ThisThread.h"
+#include "platform/posix/ProcessExit.h"
 
 namespace airflow::platform {
 
@@ -35,44 +33,25 @@ void noteSignal(int number) {
     errno = error;
 }
 
-int numberOf(Signal signal) {
-    return signal == Signal::terminate ? SIGTERM : SIGINT;
-}
-
 class LocalProcess final : public daemon::DaemonProcess {
 public:
-    void atExit(Handler handler) override;
+    void atExit(Handler handler) override { runAtExit(std::move(handler)); }
     void handle(Signal signal, Handler handler) override;
-    Task<void> exit(int status) override;
+    Task<void> exit(int status) override { return exitOnce(status); }
 
 private:
-    static void runExitHandlers();
     void openPipe();
     void serveSignals(int pipe);
 
-    std::vector<Handler> exitHandlers;
     std::mutex mutex;  ///< of what follows
     std::array<Handler, 2> signalHandlers;
     bool hasPipe = false;
-    std::atomic<bool> isExiting = false;
 };
 
-/// Never destroyed: the C library destroys static objects before it runs older exit handlers, and
-/// the signal thread runs on until the process is gone.
+/// Never destroyed: the signal thread runs on until the process is gone.
 LocalProcess& instance() {
     static LocalProcess& process = *new LocalProcess;
     return process;
-}
-
-void LocalProcess::atExit(Handler handler) {
-    if (exitHandlers.empty()) {
-        concurrency::require(std::atexit(&runExitHandlers) == 0, "the exit list has room");
-    }
-    exitHandlers.push_back(std::move(handler));
-}
-
-void LocalProcess::runExitHandlers() {
-    for (const Handler& handler : instance().exitHandlers) concurrency::runOnThisThread(handler());
 }
 
 void LocalProcess::handle(Signal signal, Handler handler) {
@@ -107,13 +86,6 @@ void LocalProcess::serveSignals(int pipe) {
         lock.unlock();
         concurrency::runOnThisThread(handler());
     }
-}
-
-Task<void> LocalProcess::exit(int status) {
-    // The C library does not order two exits. The second one gives its thread back, which the
-    // restoration of the first may need.
-    if (!isExiting.exchange(true)) std::exit(status);
-    co_await concurrency::Suspend([](concurrency::Suspended) { return true; });  // for ever
 }
 
 }  // namespace
