@@ -116,6 +116,7 @@ private:
                                                     concurrency::CancelToken token);
     /// Whether that was the last attempt.
     concurrency::Task<bool> retryRelease(std::int64_t generation);
+    void tellThatNoFanIsPending();
     [[nodiscard]] bool isSuperseded(std::optional<std::int64_t> expectedRetryGeneration) const;
 
     concurrency::Runtime& runtime;

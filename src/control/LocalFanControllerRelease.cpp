@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <string_view>
 #include <utility>
 
 #include "control/LocalFanController.h"
@@ -16,9 +17,17 @@ using concurrency::Task;
 using namespace std::chrono_literals;
 
 constexpr auto retryPeriod = 2s;
+constexpr std::string_view notRestored = "failed to restore Auto: ";
+constexpr std::string_view forceTestNotLowered = "failed to restore Auto: Ftst";
 
 std::string joined(const std::vector<std::string>& messages) {
-    return fmt::format("failed to restore Auto: {}", fmt::join(messages, "; "));
+    return fmt::format("{}{}", notRestored, fmt::join(messages, "; "));
+}
+
+/// Whether this is over once no fan is pending. A force-test that was not lowered is not: then no
+/// fan is pending in the first place.
+bool tellsOfPendingFans(const std::optional<std::string>& error) {
+    return error && error->starts_with(notRestored) && !error->starts_with(forceTestNotLowered);
 }
 
 }  // namespace
@@ -133,11 +142,17 @@ Task<bool> LocalFanController::retryRelease(std::int64_t generation) {
         failure = co_await releaseAllToAuto(generation);
     if (releaseRetryGeneration != generation) co_return true;  // the handle is a newer loop's
     if (failure || !pendingAutoReleaseFans.empty()) co_return false;
-    // releaseAllToAuto has published; the other leaves it to us, and a failure that is over must
-    // not go on being shown.
-    if (isPartial) publishState(!claimedFans.empty(), std::nullopt);
+    if (isPartial) tellThatNoFanIsPending();  // releaseAllToAuto has published
     releaseRetryTask.reset();
     co_return true;
+}
+
+/// Takes back what is over: that fans refuse, and perhaps that any is held. Whatever else is shown
+/// is another's, who may have come in the middle of the retry.
+void LocalFanController::tellThatNoFanIsPending() {
+    Failure stillTrue = state.lastError;
+    if (tellsOfPendingFans(stillTrue)) stillTrue.reset();
+    publishState(state.isHolding && !claimedFans.empty(), std::move(stillTrue));
 }
 
 Task<std::optional<std::string>> LocalFanController::restoreAuto() {

@@ -225,5 +225,20 @@ TEST(Claim, ofACancelledHoldLoopKeepsItsPeriod) {
                 ElementsAre(1980, 1980, 2080, 2180, 2280, 2380, 2480, 2580, 2680));
 }
 
+TEST(Claim, ofACancelledHoldLoopThatIsRefusedKeepsItsPeriodToo) {
+    ControllerBench bench;
+    bench.system.runtime.limitJobs(1000);
+    const AccessLog log(bench);
+    refuse(bench, "F0Md", 1, 0x86, 900ms);
+    refuse(bench, "F0Md", 1, 0x82, 2100ms);
+    refuse(bench, "F0Md", 1, 0x87);
+    ASSERT_EQ(bench.run(bench.controller().setManual(0, 3000)), ControlResult::rejected(134));
+    bench.advance(2100ms - bench.system.elapsed());
+    EXPECT_EQ(bench.run(bench.controller().automatic()), ControlResult::applied());
+    bench.advance(10s);
+    EXPECT_THAT(log.timesOf("F0Md=1 (0x82)"), ElementsAre(1980, 1980, 2080));
+    EXPECT_THAT(log.timesOf("F0Md=1 (0x87)"), ElementsAre(2180, 2280, 2380, 2480, 2580));
+}
+
 }  // namespace
 }  // namespace airflow::control

@@ -217,5 +217,22 @@ TEST(HoldLoop, doesNotKeepTheControllerAlive) {
     EXPECT_THAT(bench.reads, IsEmpty());
 }
 
+TEST(HoldLoop, releasesAFanThatASnapshotMissesAndClaimsItAgainOnTheNextTick) {
+    ControllerBench bench(steadyMachine(1), withoutJitter);
+    apply(bench, {{0, rpm(3000)}});
+    bench.mac().smc().add(
+        Fault{.until = 2s, .key = "FNum", .operation = Fault::Operation::read, .result = 0x84});
+    forget(bench);
+    bench.advance(1600ms);
+    EXPECT_THAT(bench.writes, ElementsAre("F0Md=0", "Ftst=0"));
+    EXPECT_THAT(told(bench.published), ElementsAre("not holding"));
+    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
+    forget(bench);
+    bench.advance(1600ms);
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=1", "F0Md=1", "F0Tg=3000"));
+    EXPECT_THAT(told(bench.published), ElementsAre("holding"));
+    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::forced);
+}
+
 }  // namespace
 }  // namespace airflow::control

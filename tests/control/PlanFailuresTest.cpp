@@ -123,5 +123,19 @@ TEST(PlanFailures, lowerCaseModeKeysAreUsedThroughout) {
                                           "Ftst=1", "F0md=0", "Ftst=1", "F0md=0", "Ftst=0"));
 }
 
+TEST(PlanFailures, twoFansThatCannotBeGivenBackAreToldInOneText) {
+    ControllerBench bench(steadyMachine(3), withoutJitter);
+    (void)apply(bench, {{0, rpm(3000)}, {1, rpm(4000)}, {2, rpm(5000)}});
+    bench.mac().smc().add(refusal("F0Md", 0));
+    bench.mac().smc().add(failure("F1Md", 0));
+    forget(bench);
+    EXPECT_EQ(apply(bench, {{2, rpm(5000)}}), ControlResult::applied());
+    EXPECT_THAT(told(bench.published),
+                ElementsAre("holding: failed to restore Auto: F0Md=0 rejected (SMC 0x86); "
+                            "F1Md=0 failed (IOConnectCallStructMethod failed: "
+                            "kern_return_t=0xe00002bc)",
+                            "holding"));
+}
+
 }  // namespace
 }  // namespace airflow::control

@@ -135,5 +135,24 @@ TEST(EmptyPlanOvertakes, aTicksClaimThatSucceedsAfterItLeavesTheFanForcedAndUnwa
     EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
 }
 
+/// The plan that waits for its fan finds, at the end, that nothing is managed any more: it gives
+/// back what there is instead of holding, and publishes nothing of its own.
+TEST(EmptyPlanOvertakes, aPlanThatStillClaimsAndThatReleasesOnceMoreWhenItTimesOut) {
+    ControllerBench bench(steadyMachine(1), withoutJitter);
+    bench.mac().smc().add(refusal("F0Md", 1, 0x82));
+    const Answer plan = bench.start(bench.controller().setManual(0, 3000));
+    bench.advance(1s);
+    EXPECT_EQ(bench.run(bench.controller().applyPlan({})), ControlResult::applied());
+    EXPECT_THAT(told(bench.published), ElementsAre("not holding"));
+    bench.advance(8950ms);
+    EXPECT_EQ(*plan, std::nullopt);
+    forget(bench);
+    bench.advance(60s);
+    EXPECT_EQ(*plan, ControlResult::timedOut());
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0", "Ftst=0"));
+    EXPECT_THAT(told(bench.published), ElementsAre("not holding"));
+    EXPECT_THAT(bench.reads, IsEmpty());  // no loop holds anything
+}
+
 }  // namespace
 }  // namespace airflow::control

@@ -105,5 +105,22 @@ TEST_P(SupersededRetry, ofAFanThatStaysPendingLeavesItToTheNewOne) {
 
 INSTANTIATE_TEST_SUITE_P(Seeds, SupersededRetry, testing::Values(0U, 1U, 2U, 3U, 4U));
 
+TEST(RetryRaces, aPlanOfAProcessThatIsNotRootLeavesTheRetryAlone) {
+    ControllerBench bench(steadyMachine(1), withoutJitter);
+    (void)bench.run(bench.controller().setManual(0, 3000));
+    const auto start = bench.system.elapsed();
+    bench.mac().smc().add(refusal("F0Md", 0, refused, {}, start + 3s));
+    (void)bench.run(bench.controller().automatic());
+    bench.system.effectiveUserID = 501;
+    forget(bench);
+    EXPECT_EQ(bench.run(bench.controller().setManual(0, 4000)), ControlResult::notPrivileged());
+    EXPECT_THAT(bench.writes, IsEmpty());
+    bench.advance(5s);
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0 (0x86)", "Ftst=1", "F0Md=0"));
+    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
+    EXPECT_EQ(bench.state().lastError, std::nullopt);
+    EXPECT_EQ(bench.system.runtime.pending().find("release retry"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace airflow::control

@@ -1,5 +1,7 @@
 // Signals to a daemon that runs. Real time everywhere: a signal is delivered by the kernel, to
 // whichever thread it likes, and the end of a process can only be waited for.
+#include <sys/resource.h>
+
 #include <thread>
 
 #include "ProcessBench.h"
@@ -100,6 +102,33 @@ TEST_F(SignalsTest, aMachineThatHangsKeepsTheProcessForThreeSecondsOnly) {
     EXPECT_LT(taken, 4500ms);
     EXPECT_EQ(helper->err.readToEnd(), terminating);
 }
+
+/// Signals that mean nothing to the daemon, and so do what they do to any process.
+class UnhandledSignal : public ProcessBench, public testing::WithParamInterface<int> {};
+
+TEST_P(UnhandledSignal, endsTheProcessAtOnceWithoutAWordAndLeavesTheFansToTheNextStart) {
+    startMachine();
+    // Whoever runs the tests in the background may have them, and their children, ignore it.
+    const auto inherited = ::signal(GetParam(), SIG_DFL);
+    startHelper();
+    ::signal(GetParam(), inherited);
+    const rlimit noCoreFile{.rlim_cur = 0, .rlim_max = 0};
+    ASSERT_EQ(prlimit(helper->id(), RLIMIT_CORE, &noCoreFile, nullptr), 0);
+    auto client = connect();
+    EXPECT_EQ(client.ask(holdBoth), R"({"id":2,"code":0})");
+    const auto before = writesOf("F0Md");
+    helper->signal(GetParam());
+    EXPECT_EQ(helper->wait(), 128 + GetParam());
+    EXPECT_EQ(helper->err.readToEnd(), "");
+    EXPECT_EQ(client.receive(), std::nullopt);
+    EXPECT_EQ(modes(), bothForced);
+    EXPECT_EQ(writesOf("F0Md"), before);
+    startHelper();
+    EXPECT_EQ(modes(), bothAutomatic);
+}
+
+INSTANTIATE_TEST_SUITE_P(, UnhandledSignal, testing::Values(SIGHUP, SIGQUIT),
+                         [](const auto& each) { return each.param == SIGHUP ? "hangup" : "quit"; });
 
 // The moment within a claim is the point; the claim itself takes up to ten seconds on a real Mac.
 class SignalDuringClaimTest : public ProcessBench {};

@@ -1,0 +1,154 @@
+// What a retry tells when it has given the last pending fan back: that a fan refuses is over, but
+// whatever else is shown is not the retry's to take away.
+#include "HoldBench.h"
+
+namespace airflow::control {
+namespace {
+
+const std::string fan0Refuses = "holding: failed to restore Auto: F0Md=0 rejected (SMC 0x86)";
+const std::string forceTestStays =
+    "not holding: failed to restore Auto: Ftst=0 rejected (SMC 0x86)";
+
+class RetryTelling : public testing::Test {
+protected:
+    void advanceTo(concurrency::Duration time) { bench.advance(time - bench.system.elapsed()); }
+    /// Fan 0, which a plan has dropped at this time, refuses to go back until another, and is
+    /// asked again two seconds after the plan.
+    void dropFan0(concurrency::Duration time, concurrency::Duration until) {
+        (void)bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
+        bench.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, until));
+        advanceTo(time);
+        (void)bench.run(bench.controller().applyPlan(planOf({{1, rpm(4000)}})));
+    }
+    /// Each write takes 10 ms from now on.
+    void slowDownWrites() { bench.mac().smc().add(Fault{.latency = 10ms}); }
+    [[nodiscard]] bool isRetrying() const {
+        return bench.system.runtime.pending().find("release retry") != std::string::npos;
+    }
+
+    ControllerBench bench{steadyMachine(), withoutJitter};
+};
+
+/// The release has given back every fan when the retry, which began behind it, asks for its own.
+/// The retry ends, since no fan is pending, and so nobody tries to lower force-test again; all the
+/// more is it to be told.
+TEST_F(RetryTelling, aRefusalOfForceTestThatARestoreToldMeanwhileGoesOnBeingShown) {
+    dropFan0(1s, 2s);
+    advanceTo(2975ms);
+    auto forceTest = refusal("Ftst", 0);
+    forceTest.latency = 10ms;
+    bench.mac().smc().add(forceTest);
+    slowDownWrites();
+    forget(bench);
+    const auto restored = bench.start(bench.controller().restoreAuto());
+    bench.advance(100ms);
+    EXPECT_EQ(*restored, "failed to restore Auto: Ftst=0 rejected (SMC 0x86)");
+    EXPECT_THAT(bench.writes,
+                ElementsAre("Ftst=1", "F0Md=0", "F1Md=0", "Ftst=1", "Ftst=0 (0x86)", "F0Md=0"));
+    EXPECT_THAT(told(bench.published), ElementsAre(forceTestStays, forceTestStays));
+    EXPECT_FALSE(isRetrying());
+    forget(bench);
+    bench.advance(60s);
+    EXPECT_THAT(bench.writes, IsEmpty());
+    EXPECT_THAT(bench.published, IsEmpty());
+}
+
+/// The tick at 3.08 s releases at 3.16 s, and the retry wakes at 3.185 s.
+TEST_F(RetryTelling, theReasonOfASafetyReleaseThatCameMeanwhileGoesOnBeingShown) {
+    dropFan0(1185ms, 2s);
+    advanceTo(3s);
+    bench.system.runtime.jumpDate(concurrency::Seconds(100));
+    slowDownWrites();
+    forget(bench);
+    bench.advance(300ms);
+    EXPECT_THAT(bench.writes,
+                ElementsAre("Ftst=1", "F0Md=0", "F1Md=0", "Ftst=1", "Ftst=0", "F0Md=0"));
+    const std::string lost = "not holding: no heartbeat for >15s — released to Auto";
+    EXPECT_THAT(told(bench.published), ElementsAre("not holding", lost, lost));
+    EXPECT_FALSE(isRetrying());
+}
+
+/// The retry wakes at 3.3 s, between the end of the plan and the next tick. Nothing is held then.
+TEST_F(RetryTelling, thatAPlanCouldNotClaimAFanGoesOnBeingShownUntilTheNextTick) {
+    (void)bench.run(bench.controller().setManual(0, 3000));
+    bench.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 2500ms));
+    bench.mac().smc().add(refusal("F1Md", 1));
+    advanceTo(1300ms);
+    forget(bench);
+    EXPECT_EQ(bench.run(bench.controller().applyPlan(planOf({{1, rpm(4000)}}))),
+              ControlResult::rejected(134));
+    EXPECT_THAT(told(bench.published),
+                ElementsAre(fan0Refuses, "holding", "holding: applyPlan: rejected(code: 134)"));
+    forget(bench);
+    advanceTo(3400ms);
+    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
+    EXPECT_FALSE(isRetrying());
+    EXPECT_THAT(told(bench.published), ElementsAre("not holding: applyPlan: rejected(code: 134)"));
+    advanceTo(4500ms);
+    EXPECT_EQ(told(bench.published).back(), "not holding");
+}
+
+/// The tick at 3.08 s finds fan 1 taken back, and its "not holding" is for that tick, whatever is
+/// claimed. The retry wakes at 3.3 s.
+TEST_F(RetryTelling, thatTheFirmwareTookAFanBackGoesOnBeingShownUntilTheNextTick) {
+    dropFan0(1300ms, 2500ms);
+    bench.mac().smc().add(misreading("F1Md", 3, 3s, 4s));
+    advanceTo(3s);
+    forget(bench);
+    advanceTo(3400ms);
+    EXPECT_FALSE(isRetrying());
+    const std::string fan1Reverted = "not holding: reclaimed: fan(s) [1] reverted to mode 3";
+    EXPECT_THAT(told(bench.published), ElementsAre(fan1Reverted, fan1Reverted));
+    advanceTo(5s);
+    EXPECT_EQ(told(bench.published).back(), "holding");
+}
+
+/// A plan that manages nothing has its loop end with the last fan, and that loop tells no more.
+TEST_F(RetryTelling, thatTheLastFanIsHeldIsTakenBackThoughAnotherFailureIsShown) {
+    (void)bench.run(bench.controller().setManual(0, 3000));
+    bench.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 2500ms));
+    advanceTo(1300ms);
+    (void)bench.run(bench.controller().applyPlan({}));
+    advanceTo(3s);
+    forget(bench);
+    bench.mac().setHIDTemperature(steadyLabel, 1000);  // not plausible
+    advanceTo(3250ms);
+    EXPECT_THAT(told(bench.published), ElementsAre("holding: temperature data unavailable (1/2)"));
+    forget(bench);
+    bench.advance(60s);
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0"));
+    EXPECT_THAT(told(bench.published),
+                ElementsAre("not holding: temperature data unavailable (1/2)"));
+}
+
+TEST_F(RetryTelling, thatAFanRefusesIsTakenBackOnceItWentBack) {
+    (void)bench.run(bench.controller().setManual(0, 3000));
+    bench.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 1s));
+    (void)bench.run(bench.controller().automatic());
+    EXPECT_EQ(told(bench.published).back(), fan0Refuses);
+    forget(bench);
+    bench.advance(3s);
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0"));
+    EXPECT_THAT(told(bench.published), ElementsAre("not holding"));
+}
+
+/// The restore is refused before the retry asks for the same fan and has its way.
+TEST_F(RetryTelling, soIsWhatARestoreToldOfTheFanMeanwhile) {
+    dropFan0(1s, 3s);
+    advanceTo(2975ms);
+    bench.mac().smc().removeFaults();
+    auto fan0 = refusal("F0Md", 0, 0x86, 0s, 3s);
+    fan0.latency = 10ms;
+    bench.mac().smc().add(fan0);
+    slowDownWrites();
+    forget(bench);
+    const auto restored = bench.start(bench.controller().restoreAuto());
+    bench.advance(100ms);
+    EXPECT_EQ(*restored, "failed to restore Auto: F0Md=0 rejected (SMC 0x86)");
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0 (0x86)", "F1Md=0", "Ftst=1", "F0Md=0"));
+    EXPECT_THAT(told(bench.published), ElementsAre(fan0Refuses, "not holding"));
+    EXPECT_FALSE(isRetrying());
+}
+
+}  // namespace
+}  // namespace airflow::control

@@ -1,0 +1,141 @@
+// Control steps: the moment that they are told, and what they give and publish when something else
+// came while they were under way.
+#include "HoldBench.h"
+
+namespace airflow::control {
+namespace {
+
+using Fans = std::vector<std::int64_t>;
+
+/// Keeps the date that each step is told.
+class DateKeeper final : public LocalFanController {
+public:
+    using LocalFanController::LocalFanController;
+    concurrency::Task<Fans> assertPlanOnce(plan::FanControlPlan plan,
+                                           sensors::SensorSnapshot snapshot,
+                                           concurrency::Date now) override {
+        dates.push_back(now);
+        co_return co_await LocalFanController::assertPlanOnce(std::move(plan), std::move(snapshot),
+                                                              now);
+    }
+
+    std::vector<concurrency::Date> dates;
+};
+
+/// A snapshot takes 80 ms, in which each of its temperatures is read twice.
+class StepDate : public testing::Test {
+protected:
+    [[nodiscard]] concurrency::Date after(concurrency::Duration duration) const {
+        return start + duration_cast<concurrency::Seconds>(duration);
+    }
+
+    ControllerBench bench{steadyMachine(1), withoutJitter};
+    std::shared_ptr<DateKeeper> controller = install<DateKeeper>(bench);
+    concurrency::Date start = bench.system.runtime.date();
+};
+
+TEST_F(StepDate, ofAPlansStepIsTheEndOfItsClaimsNotThatOfTheSnapshot) {
+    bench.mac().smc().add(refusal("F0Md", 1, 0x82, 0s, 450ms));
+    (void)bench.run(controller->setManual(0, 3000));
+    EXPECT_EQ(bench.system.runtime.date(), after(580ms));
+    EXPECT_THAT(controller->dates, ElementsAre(after(500ms)));
+}
+
+TEST_F(StepDate, ofATickIsTheEndOfItsSnapshot) {
+    (void)bench.run(controller->setManual(0, 3000));
+    bench.advance(3500ms);
+    EXPECT_THAT(controller->dates, ElementsAre(start, after(1580ms), after(3160ms)));
+}
+
+/// The last fan of a step reads 3, and a client asks for automatic control as its target is
+/// written. The next fan would end the step, but there is none.
+class OvertakenStep : public testing::Test {
+protected:
+    OvertakenStep() {
+        (void)bench.run(bench.controller().setManual(0, 3000));
+        bench.mac().smc().add(misreading("F0Md", 3));
+        atWrite(bench, "F0Tg", 3000, 1,
+                [this] { released = bench.start(bench.controller().automatic()); });
+        forget(bench);
+    }
+
+    ControllerBench bench{steadyMachine(1), withoutJitter};
+    std::shared_ptr<std::optional<ControlResult>> released;
+};
+
+TEST_F(OvertakenStep, reportsItsLastFan) {
+    const auto snapshot = bench.run(bench.system.sensors.snapshot());
+    EXPECT_EQ(bench.run(bench.controller().assertPlanOnce(planOf({{0, rpm(3000)}}), snapshot,
+                                                          bench.system.runtime.date())),
+              Fans{0});
+    bench.settle();
+    EXPECT_EQ(*released, ControlResult::applied());
+}
+
+TEST_F(OvertakenStep, ofATickTellsOfItsLastFanWhileTheReleaseStillRuns) {
+    bench.advance(2s);
+    EXPECT_EQ(*released, ControlResult::applied());
+    EXPECT_THAT(
+        told(bench.published),
+        ElementsAre("not holding: reclaimed: fan(s) [0] reverted to mode 3", "not holding"));
+    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
+}
+
+/// An SMC that lets others in while a reading takes its time.
+class LateReadings final : public smc::SMCWriting {
+public:
+    LateReadings(concurrency::Runtime& clock, smc::SMCWriting& realSMC)
+        : runtime(clock), real(realSMC) {}
+
+    concurrency::Task<WriteResult> writeUInt8(std::string key, std::uint8_t value) override {
+        co_return co_await real.writeUInt8(std::move(key), value);
+    }
+    concurrency::Task<WriteResult> writeFloat(std::string key, double value) override {
+        co_return co_await real.writeFloat(std::move(key), value);
+    }
+    concurrency::Task<std::optional<smc::SMCValue>> tryReadValue(std::string key) override {
+        (void)co_await runtime.sleepFor(100ms);
+        co_return co_await real.tryReadValue(std::move(key));
+    }
+
+private:
+    concurrency::Runtime& runtime;
+    smc::SMCWriting& real;
+};
+
+TEST(StepRaces, aTickWhoseLastFanWasReleasedBeforeItWasReadTellsOnlyThatNothingIsHeld) {
+    ControllerBench bench(steadyMachine(1), withoutJitter);
+    auto& system = bench.system;
+    LateReadings smc(system.runtime, system.smc);
+    system.controller = std::make_shared<LocalFanController>(system.runtime, smc, system.sensors,
+                                                             [] { return std::uint32_t{0}; });
+    (void)bench.run(bench.controller().setManual(0, 3000));
+    bench.mac().smc().add(misreading("F0Md", 3));
+    std::shared_ptr<std::optional<ControlResult>> released;
+    atWrite(bench, "F0Tg", 3000, 1,
+            [&] { released = bench.start(bench.controller().automatic()); });
+    forget(bench);
+    bench.advance(2s);
+    EXPECT_EQ(*released, ControlResult::applied());
+    EXPECT_THAT(bench.writes,
+                ElementsAre("Ftst=1", "F0Md=1", "F0Tg=3000", "Ftst=1", "F0Md=0", "Ftst=0"));
+    EXPECT_THAT(told(bench.published), ElementsAre("not holding", "not holding"));
+}
+
+/// The tick claims from 1.98 s on, the second plan from 2.5 s on; the SMC takes the fan at 3 s. The
+/// plan has it first, and the tick, 80 ms later, publishes what its own plan says of it.
+TEST(StepRaces, aFanThatATickClaimsIsPublishedAsThePlanOfThatTickHasIt) {
+    ControllerBench bench(steadyMachine(1), withoutJitter);
+    bench.mac().smc().add(refusal("F0Md", 1, 0x86, 0s, 1200ms));
+    bench.mac().smc().add(refusal("F0Md", 1, 0x82, 1200ms, 3s));
+    EXPECT_EQ(bench.run(bench.controller().setPercent(0, 100)), ControlResult::rejected(134));
+    bench.advance(2500ms - bench.system.elapsed());
+    EXPECT_EQ(bench.run(bench.controller().setManual(0, 3000)), ControlResult::applied());
+    bench.advance(4s - bench.system.elapsed());
+    EXPECT_EQ(bench.state().perFanMode.at(0), ControlMode::fullBlast);
+    bench.advance(2s);
+    EXPECT_EQ(bench.mac().fan(0).target, 3000);
+}
+
+}  // namespace
+}  // namespace airflow::control
