@@ -36,8 +36,7 @@ std::expected<simulation::Scenario, std::string> readScenario(const std::string&
 std::int64_t sampleInterval(Duration length) {
     constexpr std::int64_t usual = 5;
     constexpr std::int64_t lines = 120;
-    const std::int64_t seconds =
-        std::chrono::duration_cast<std::chrono::seconds>(length).count();
+    const std::int64_t seconds = std::chrono::duration_cast<std::chrono::seconds>(length).count();
     return std::max(usual, seconds / lines / usual * usual);
 }
 
