@@ -113,6 +113,7 @@ void Oracle::endWatch(Duration time) {
     if (!watchEnded) {
         watchEnded = mark(time);
         latecomers.clear();
+        hasBegunRelease = false;
         const auto isClaimed = [&](const Fan& fan) { return isBeingClaimed(fan, time); };
         claimsUnderWay = static_cast<std::size_t>(std::ranges::count_if(fans, isClaimed));
         wasOvertaken = false;
@@ -143,8 +144,7 @@ void Oracle::noteControl(Duration time, const Call& call) {
         loseOvertaken();
     else
         watchEnded.reset();
-    releasedUnderWay.reset();
-    wasReleasedAgain = isUndone = false;
+    wasReleasedUnderWay = isUndone = false;
     if (scenario.effectiveUserID == 0) heldFans.command(call, isUndisturbed(time));
     for (auto& [id, command] : commands) command.wasDisturbed = command.wasControlUnderWay = true;
     const bool isOthers = std::ranges::any_of(commands, [&](const auto& entry) {

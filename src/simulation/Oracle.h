@@ -101,12 +101,13 @@ private:
     [[nodiscard]] bool isControlUnderWay() const;
     [[nodiscard]] bool isUndisturbed(Duration now) const;
     [[nodiscard]] bool isSilent(Duration now) const;
+    [[nodiscard]] const Command* undisturbedCommand() const;
+    [[nodiscard]] bool isCommandsOwn(const Fan& fan) const;
     [[nodiscard]] bool isBeingClaimed(const Fan& fan, Duration now) const;
     void endWatch(Duration time);
     void noteControl(Duration time, const Call& call);
     void noteWatch(Duration time, const Call& call);
     void noteOvertaken(Duration time, std::size_t index);
-    void noteReleaseUnderWay(Duration time);
     void noteForceRequest(std::size_t index, const SMCAccess& access, bool isRefused);
     void noteReleaseRequest(std::size_t index, const SMCAccess& access, bool isRefused);
     void noteReading(Fan& fan, std::string_view kind, const SMCAccess& access);
@@ -144,12 +145,11 @@ private:
     std::optional<Mark> lastRelease;   ///< as watchEnded, whatever came since
     std::set<std::size_t> latecomers;  ///< asked to be forced after it, without a command
     std::size_t claimsUnderWay = 0;    ///< when it came, as far as can be seen
+    bool hasBegunRelease = false;      ///< a fan was asked to go back since
     bool wasOvertaken = false;         ///< by any claim
     bool isUndone = false;             ///< the plan, by a release that no one asked for
-    /// By a safety check, while a command was under way: when first, and whether again since.
-    std::optional<Duration> releasedUnderWay;
-    bool wasReleasedAgain = false;
-    std::optional<Mark> hotSince;  ///< above the ceiling, as the machine knows it
+    bool wasReleasedUnderWay = false;  ///< by a safety check, during a command
+    std::optional<Mark> hotSince;      ///< above the ceiling, as the machine knows it
     std::optional<Mark> lastRefusal;
     std::optional<Mark> lastForceRefusal;  ///< of a 1 for a mode key
     bool hasLoweredForceTest = false;      ///< by the last write of "Ftst"

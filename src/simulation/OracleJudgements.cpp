@@ -130,7 +130,7 @@ void Oracle::published(Duration time, const control::ControlState& state) {
     // A refusal hides the message of the safety check.
     const bool isRelease = isReleased || error.starts_with("failed to restore Auto");
     if (isRelease) heldFans.lose();
-    if (isRelease && isControlUnderWay()) noteReleaseUnderWay(time);
+    if (isRelease && isControlUnderWay()) wasReleasedUnderWay = true;
     if (error.starts_with("no heartbeat")) {
         count("the watchdog released fans");
         // The silence may have ended after the release began.
@@ -147,12 +147,6 @@ void Oracle::published(Duration time, const control::ControlState& state) {
         count("missing temperatures released fans");
         if (isReadWhole) fail(Property::reasonsAreTrue, time, "temperatures are there: " + error);
     }
-}
-
-void Oracle::noteReleaseUnderWay(Duration time) {
-    // A release tells of itself more than once.
-    if (releasedUnderWay && *releasedUnderWay != time) wasReleasedAgain = true;
-    if (!releasedUnderWay) releasedUnderWay = time;
 }
 
 void Oracle::judgeListening(Duration time) {

@@ -60,7 +60,9 @@ void Oracle::noteForceRequest(std::size_t index, const SMCAccess& access, bool i
     fan.refusedForce.reset();
     if (isRefused) fan.refusedForce = lastForceRefusal = mark(access.time);
     const bool isLate = watchEnded && access.time > watchEnded->time && !isControlUnderWay();
-    if (!isLate || !isListening) return;
+    // What comes before the release's own requests was asked before: the driver takes one at a
+    // time.
+    if (!isLate || !isListening || !hasBegunRelease) return;
     latecomers.insert(index);
     if (latecomers.size() <= std::max(claimsUnderWay, std::size_t{1})) return;
     fail(Property::releaseLasts, access.time,
@@ -71,6 +73,7 @@ void Oracle::noteReleaseRequest(std::size_t index, const SMCAccess& access, bool
     Fan& fan = fans[index];
     judgeReason(index, access);
     fan.lastRequest = mark(access.time);
+    hasBegunRelease = true;
     if (isRefused) {
         ++fan.refusals;
         return;
@@ -92,28 +95,40 @@ void Oracle::modeChanged(Duration time, std::size_t index, FanMode mode) {
     fan.isForcedInSecret = false;
     if (mode == FanMode::reclaimed) count("the firmware took a fan back");
     if (!fan.isForced) return;
-    fan.lastForced = time;
     fan.forcedSince = mark(time);
     fan.isUnknown = false;
     if (isRunning) noteOvertaken(time, index);
+    fan.lastForced = time;
+}
+
+/// The only command under way, if there is one and nothing got in its way.
+const Oracle::Command* Oracle::undisturbedCommand() const {
+    const bool isAlone = commands.size() == 1 && !commands.begin()->second.wasDisturbed;
+    return isAlone ? &commands.begin()->second : nullptr;
+}
+
+/// A command's own claim is followed by its hold loop, which then watches. Not so what its control
+/// step claims: that comes behind the beginning of the loop, which the release has ended. Such a
+/// fan was forced already when the command came, or by the command. And of several commands each
+/// may go on with a claim that another has lost; a plan without fans claims none.
+bool Oracle::isCommandsOwn(const Fan& fan) const {
+    const Command* const command = undisturbedCommand();
+    if (!command || !isControlUnderWay() || !command->managesFans) return false;
+    return !fan.lastForced || *fan.lastForced < command->called.time;
 }
 
 void Oracle::noteOvertaken(Duration time, std::size_t index) {
     Fan& fan = fans[index];
-    const bool isAlone = commands.size() == 1 && !commands.begin()->second.wasDisturbed;
+    const Command* const command = undisturbedCommand();
     // Two commands at once, or a command and a control step: the older one may force a fan that the
     // newer one gave back. Or a step and a retry that gives back what it should not.
     const bool isCollision =
-        fan.lastRequest && (isAlone ? fan.lastRequest->time >= commands.begin()->second.called.time
+        fan.lastRequest && (command ? fan.lastRequest->time >= command->called.time
                                     : since(*fan.lastRequest, time) < 1s);
-    const bool isReleased = isControlUnderWay() && releasedUnderWay.has_value();
+    const bool isReleased = isControlUnderWay() && wasReleasedUnderWay;
     if (!isPlanless && !isCollision && !isReleased && !isUndone) return;
     wasOvertaken = true;
-    // Of several commands each may go on with a claim that another has lost. A plan without fans
-    // claims none; and a second safety release is the command's own loop's, which it ends.
-    const bool isCommands =
-        isAlone && isControlUnderWay() && commands.begin()->second.managesFans && !wasReleasedAgain;
-    fan.overtaken = isCommands ? Overtaken::byCommand : Overtaken::byControlStep;
+    fan.overtaken = isCommandsOwn(fan) ? Overtaken::byCommand : Overtaken::byControlStep;
     count("a claim succeeded after the release that overtook it");
     if (watchEnded && since(*watchEnded, time) > 12s + perFan) {
         const double late = std::chrono::duration<double>(since(*watchEnded, time)).count();

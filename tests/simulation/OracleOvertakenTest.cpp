@@ -20,11 +20,6 @@ protected:
         claim = id;
     }
 
-    void releaseForHeat(Duration at) {
-        publish(at, "thermal ceiling 99°C exceeded — released to Auto");
-        giveBack(at);
-    }
-
     std::uint64_t claim = 0;
 };
 
@@ -78,6 +73,7 @@ TEST_F(OracleOvertakenTest, commandsUnderWayMayGoOnClaimingAfterARelease) {
     expectNoViolation();
     reply(7s, id, Method::fullBlast, ControlResult::rejected(134));
     leave(8s);
+    write(8s, "F0Md", 0);
     write(9s, "F0Md", 1, refusal);
     write(9s, "F1Md", 1, refusal);
     expectViolation(Property::releaseLasts, 9s);
@@ -103,29 +99,41 @@ TEST_F(OracleOvertakenTest, aPlanWithoutFansStartsNoLoopForWhatAControlStepForce
     expectNoViolation();
 }
 
-TEST_F(OracleOvertakenTest, afterASafetyReleaseTheLoopOfTheCommandUnderWayWatches) {
-    scenario.machine.hid = Temperatures{{"CPU", 99.0}};
+TEST_F(OracleOvertakenTest,
+       aFanThatWasForcedWhenTheCommandCameIsClaimedByItsStepBehindTheLoopsEnd) {
     serve();
     hold(1s);
     const auto id = call(4s, manual());
-    releaseForHeat(5s);
-    publish(5s, "failed to restore Auto: F1Md=0 rejected (SMC 0x86)");  // of the same release
-    force(9s);
-    reply(10s, id, Method::setManualRPM);
-    expectViolationJustAfter(40s, Property::silenceEndsControl);
-}
-
-TEST_F(OracleOvertakenTest, afterASecondOneThatLoopHasEndedToo) {
-    scenario.machine.hid = Temperatures{{"CPU", 99.0}};
-    serve();
-    hold(1s);
-    const auto id = call(4s, manual());
-    releaseForHeat(5s);
-    releaseForHeat(8s);
-    force(9s);
-    reply(10s, id, Method::setManualRPM);
+    leave(5s);
+    giveBack(5s);
+    force(6s);
+    reply(7s, id, Method::setManualRPM);
     look(600s);
     expectNoViolation();
+}
+
+TEST_F(OracleOvertakenTest, soIsOneThatTheCommandHasForcedOnce) {
+    serve();
+    const auto id = call(4s, manual());
+    force(4500ms);
+    leave(5s);
+    giveBack(5s);
+    force(6s);
+    reply(7s, id, Method::setManualRPM);
+    look(600s);
+    expectNoViolation();
+}
+
+TEST_F(OracleOvertakenTest, oneThatWentBackBeforeItCameIsClaimedByTheCommandItself) {
+    serve();
+    hold(1s);
+    leave(3s);
+    giveBack(4s - instant);
+    const auto id = call(4s, manual());
+    leave(5s);
+    force(6s);
+    reply(7s, id, Method::setManualRPM);
+    expectViolationJustAfter(37s, Property::silenceEndsControl);
 }
 
 class OracleClaimsUnderWayTest : public OracleOvertakenTest {
@@ -149,6 +157,20 @@ TEST_F(OracleClaimsUnderWayTest, ofSeveralControlStepsAllGoOnAfterARelease) {
     expectNoViolation();
     poll(5070ms, 2);
     expectViolation(Property::releaseLasts, 5070ms);
+}
+
+/// The driver takes one request at a time: what it does before the release's own was asked before.
+TEST_F(OracleClaimsUnderWayTest, mayHaveAskedBeforeTheReleaseDid) {
+    leave(5s);
+    force(5100ms, 0);
+    force(5200ms, 1);
+    giveBack(5300ms, 0);
+    giveBack(5300ms, 1);
+    giveBack(5300ms, 2);
+    poll(5400ms, 0);
+    expectNoViolation();
+    poll(5500ms, 1);
+    expectViolation(Property::releaseLasts, 5500ms);
 }
 
 TEST_F(OracleClaimsUnderWayTest, pollEveryTenthOfASecond) {
