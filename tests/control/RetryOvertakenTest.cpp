@@ -104,6 +104,39 @@ TEST_P(RetryOvertaken, leavesThePlansFanForcedAndUnwatchedBehindATickThatWaited)
 
 INSTANTIATE_TEST_SUITE_P(Seeds, RetryOvertaken, testing::Values(0U, 1U, 2U, 3U));
 
+/// The same for the plan's own step, whose snapshot waits from 2 s to 4.2 s: it forces the fan and
+/// is answered "applied" behind the release, which has ended the loop that the plan had begun.
+TEST(RetryOvertakenStep, leavesThePlansFanForcedAndUnwatchedToo) {
+    ControllerBench bench(steadyMachine(1), withoutJitter);
+    (void)bench.run(bench.controller().setManual(0, 3000));
+    Fault slowRefusal = refusal("F0Md", 0, 0x86, 0s, 3s);
+    slowRefusal.latency = 10ms;
+    bench.mac().smc().add(slowRefusal);
+    (void)bench.run(bench.controller().automatic());
+    bench.mac().smc().add(Fault{.from = 1900ms,
+                                .until = 2500ms,
+                                .key = "FNum",
+                                .operation = Fault::Operation::read,
+                                .latency = 2200ms});
+    Answer plan;
+    atWrite(bench, "F0Md", 0, 1,
+            [&] { plan = bench.start(bench.controller().applyPlan(planOf({{0, rpm(4000)}}))); });
+    bench.advance(4100ms - bench.system.elapsed());
+    EXPECT_EQ(*plan, std::nullopt);
+    forget(bench);
+    bench.advance(2s);
+    EXPECT_EQ(*plan, ControlResult::applied());
+    EXPECT_EQ(told(bench.published).front(), "not holding");
+    EXPECT_EQ(told(bench.published).back(), "holding");
+
+    forget(bench);
+    bench.mac().setHIDTemperature(steadyLabel, 99);
+    bench.advance(3600s);
+    EXPECT_THAT(bench.reads, IsEmpty());
+    EXPECT_THAT(bench.writes, IsEmpty());
+    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::forced);
+}
+
 /// Fan 0 is refused until 1.2 s, which ends the claims of a plan, and busy until 3 s: a tick claims
 /// it from about 2.1 s on. A plan without fans gives back what there is and ends the loop.
 TEST(EmptyPlanOvertakes, aTicksClaimThatSucceedsAfterItLeavesTheFanForcedAndUnwatched) {
