@@ -58,7 +58,7 @@ Oracle::Oracle(const Scenario& judged)
       heldFans(judged.machine.fans.size()) {
     for (std::size_t i = 0; i < fans.size(); ++i) {
         fans[i].isForced = judged.machine.fans[i].mode == 1;
-        if (fans[i].isForced) fans[i].lastForced = Duration::zero();
+        if (fans[i].isForced) fans[i].lastForced = Mark{};
     }
 }
 

@@ -63,12 +63,12 @@ private:
     struct Fan {
         bool isForced = false;
         Mark forcedSince{};
-        std::optional<Duration> lastForced;  ///< when it last was; absent: never
-        std::optional<Mark> lastRequest;     ///< to go back
-        int refusals = 0;                    ///< of these in a row
-        std::optional<Mark> refusedForce;    ///< its last 1, which it did not take
-        bool isLiedAbout = false;            ///< the SMC said that it went back
-        bool isForcedInSecret = false;       ///< the SMC refused it, and did it
+        std::optional<Mark> lastForced;    ///< when it last was; absent: never
+        std::optional<Mark> lastRequest;   ///< to go back
+        int refusals = 0;                  ///< of these in a row
+        std::optional<Mark> refusedForce;  ///< its last 1, which it did not take
+        bool isLiedAbout = false;          ///< the SMC said that it went back
+        bool isForcedInSecret = false;     ///< the SMC refused it, and did it
         Overtaken overtaken = Overtaken::no;
         bool isUnknown = true;            ///< this life of the daemon has not read its mode key
         bool hasFailedProbe = false;      ///< of its mode key, in this life

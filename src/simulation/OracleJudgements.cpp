@@ -76,7 +76,7 @@ void Oracle::judgeApplied(const Command& command, const Reply& reply, Duration n
     for (const std::size_t fan : heldFans.fans()) {
         if (fan >= fans.size()) continue;
         const auto& last = fans[fan].lastForced;
-        if (fans[fan].isForced || (last && *last >= command.called.time)) continue;
+        if (fans[fan].isForced || (last && last->time >= command.called.time)) continue;
         fail(Property::appliedIsTrue, now,
              fmt::format("{} was applied, and fan {} is not forced", nameOf(reply.method), fan));
     }

@@ -88,7 +88,7 @@ void Oracle::noteReleaseRequest(std::size_t index, const SMCAccess& access, bool
 void Oracle::modeChanged(Duration time, std::size_t index, FanMode mode) {
     mix(index * 4 + static_cast<std::uint64_t>(mode));
     Fan& fan = fans.at(index);
-    if (fan.isForced) fan.lastForced = time;
+    if (fan.isForced) fan.lastForced = mark(time);
     fan.isForced = mode == FanMode::forced;
     fan.isLiedAbout = false;
     fan.overtaken = Overtaken::no;
@@ -98,7 +98,7 @@ void Oracle::modeChanged(Duration time, std::size_t index, FanMode mode) {
     fan.forcedSince = mark(time);
     fan.isUnknown = false;
     if (isRunning) noteOvertaken(time, index);
-    fan.lastForced = time;
+    fan.lastForced = mark(time);
 }
 
 /// The only command under way, if there is one and nothing got in its way.
@@ -109,12 +109,13 @@ const Oracle::Command* Oracle::undisturbedCommand() const {
 
 /// A command's own claim is followed by its hold loop, which then watches. Not so what its control
 /// step claims: that comes behind the beginning of the loop, which the release has ended. Such a
-/// fan was forced already when the command came, or by the command. And of several commands each
+/// fan was forced when the command came, or just before, or by the command: a release that is not
+/// over yet has not told the daemon that a fan went back. And of several commands each
 /// may go on with a claim that another has lost; a plan without fans claims none.
 bool Oracle::isCommandsOwn(const Fan& fan) const {
     const Command* const command = undisturbedCommand();
     if (!command || !isControlUnderWay() || !command->managesFans) return false;
-    return !fan.lastForced || *fan.lastForced < command->called.time;
+    return !fan.lastForced || DriverClock::between(*fan.lastForced, command->called) >= 1s;
 }
 
 void Oracle::noteOvertaken(Duration time, std::size_t index) {
