@@ -60,9 +60,10 @@ void Oracle::noteForceRequest(std::size_t index, const SMCAccess& access, bool i
     fan.refusedForce.reset();
     if (isRefused) fan.refusedForce = lastForceRefusal = mark(access.time);
     const bool isLate = watchEnded && access.time > watchEnded->time && !isControlUnderWay();
-    // What comes before the release's own requests was asked before: the driver takes one at a
-    // time.
-    if (!isLate || !isListening || !hasBegunRelease) return;
+    if (!isLate || !isListening) return;
+    if (!isRefused) wasOvertaken = true;  // as far as the daemon knows
+    // What comes before the release's own was asked before: the driver takes one request at a time.
+    if (!hasBegunRelease) return;
     latecomers.insert(index);
     if (latecomers.size() <= std::max(claimsUnderWay, std::size_t{1})) return;
     fail(Property::releaseLasts, access.time,

@@ -88,6 +88,20 @@ TEST_F(OracleOvertakenTest, aNewerCommandMayForceWhateverItWants) {
     expectNoViolation();
 }
 
+TEST_F(OracleOvertakenTest, aStateTellsOfAFanThatTheSMCSaidItHadForcedAndHadNot) {
+    serve();
+    hold(1s);
+    leave(5s);
+    giveBack(5s);
+    write(6s, "F0Md", 1);
+    tellState(60s, {.perFanMode = {{0, control::ControlMode::manual}},
+                    .targets = {},
+                    .isHolding = true,
+                    .lastError = {},
+                    .stoppedFans = {}});
+    expectNoViolation();
+}
+
 TEST_F(OracleOvertakenTest, aPlanWithoutFansStartsNoLoopForWhatAControlStepForcesBehindIt) {
     serve();
     hold(1s);
