@@ -91,6 +91,21 @@ bool Oracle::isUndisturbed(Duration now) const {
     return commands.empty() && !(lastRelease && since(*lastRelease, now) < 1s);
 }
 
+/// A release or a retry may be in its last write.
+bool Oracle::isAskedBack(Duration now) const {
+    return std::ranges::any_of(
+        fans, [&](const Fan& fan) { return fan.lastRequest && since(*fan.lastRequest, now) < 1s; });
+}
+
+/// One of several commands may go on with a claim that a release has overtaken.
+bool Oracle::isReleasedMeanwhile() const {
+    return std::ranges::any_of(commands, [&](const auto& entry) {
+        const Command& command = entry.second;
+        return command.wasDisturbed && isControl(command.method) && lastRelease &&
+               lastRelease->time >= command.called.time;
+    });
+}
+
 /// By the wall clock, as far as that can be said while it jumps.
 bool Oracle::isSilent(Duration now) const {
     return std::chrono::duration<double>(now - lastHeartbeat).count() + clockForward > 15;
@@ -145,7 +160,9 @@ void Oracle::noteControl(Duration time, const Call& call) {
     else
         watchEnded.reset();
     wasReleasedUnderWay = isUndone = false;
-    if (scenario.effectiveUserID == 0) heldFans.command(call, isUndisturbed(time));
+    if (scenario.effectiveUserID == 0) {
+        heldFans.command(call, isUndisturbed(time) && !isAskedBack(time));
+    }
     for (auto& [id, command] : commands) command.wasDisturbed = command.wasControlUnderWay = true;
     const bool isOthers = std::ranges::any_of(commands, [&](const auto& entry) {
         return isControl(entry.second.method) && entry.second.client != call.client;
@@ -200,7 +217,7 @@ void Oracle::noteAnswer(const Command& command, const Reply& reply, Duration tim
     // counted the fans.
     const Duration counting = command.method == Method::fullBlast ? 1ms : 0ms;
     const bool mayBeNewer =
-        watchEnded && DriverClock::between(command.called, *watchEnded) <= counting;
+        watchEnded && lastRelease && DriverClock::between(command.called, *lastRelease) <= counting;
     if (mayBeNewer) {
         watchEnded.reset();
         isPlanless = false;

@@ -100,6 +100,8 @@ private:
     [[nodiscard]] bool isAnyForced() const;
     [[nodiscard]] bool isControlUnderWay() const;
     [[nodiscard]] bool isUndisturbed(Duration now) const;
+    [[nodiscard]] bool isAskedBack(Duration now) const;
+    [[nodiscard]] bool isReleasedMeanwhile() const;
     [[nodiscard]] bool isSilent(Duration now) const;
     [[nodiscard]] const Command* undisturbedCommand() const;
     [[nodiscard]] bool isCommandsOwn(const Fan& fan) const;

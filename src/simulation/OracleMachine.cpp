@@ -127,7 +127,7 @@ void Oracle::noteOvertaken(Duration time, std::size_t index) {
     const bool isCollision =
         fan.lastRequest && (command ? fan.lastRequest->time >= command->called.time
                                     : since(*fan.lastRequest, time) < 1s);
-    const bool isReleased = isControlUnderWay() && wasReleasedUnderWay;
+    const bool isReleased = (isControlUnderWay() && wasReleasedUnderWay) || isReleasedMeanwhile();
     if (!isPlanless && !isCollision && !isReleased && !isUndone) return;
     wasOvertaken = true;
     fan.overtaken = isCommandsOwn(fan) ? Overtaken::byCommand : Overtaken::byControlStep;

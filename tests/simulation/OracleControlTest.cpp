@@ -101,6 +101,25 @@ TEST_F(OracleControlTest, evenIfTheSilenceEndedFiveSecondsAgo) {
     expectViolation(Property::controlLasts, 22s);
 }
 
+/// A retry may be in its last write as the command comes, and then undoes it.
+TEST_F(OracleControlTest, whatARetryMayUndoIsNotKnown) {
+    addFan();
+    serve();
+    refuse(4s + instant, 1);
+    hold(5s);
+    giveBack(7s);
+    expectNoViolation();
+}
+
+TEST_F(OracleControlTest, aSecondAfterItsWriteItUndoesNothing) {
+    addFan();
+    serve();
+    refuse(4s, 1);
+    hold(5s);
+    giveBack(7s);
+    expectViolation(Property::controlLasts, 7s);
+}
+
 TEST_F(OracleControlTest, aFanThatAClientWantsAutomaticIsGivenBack) {
     serve();
     hold(1s);

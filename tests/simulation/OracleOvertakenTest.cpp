@@ -163,6 +163,48 @@ TEST_F(OracleOvertakenTest, oneThatWentBackASecondBeforeIsClaimedByTheCommandIts
     expectViolationJustAfter(37s, Property::silenceEndsControl);
 }
 
+TEST_F(OracleOvertakenTest, aCommandThatStillCountedAtOneReleaseIsOvertakenByTheNext) {
+    serve();
+    const auto id = call(4s, Method::fullBlast);
+    leave(4s);  // may be before the plan
+    leave(5s);
+    reply(6s, id, Method::fullBlast);
+    force(7s);
+    look(600s);
+    expectNoViolation();
+}
+
+TEST_F(OracleOvertakenTest, butNotByTheOneAtWhichItCounted) {
+    serve();
+    const auto id = call(4s, Method::fullBlast);
+    leave(4s);
+    reply(6s, id, Method::fullBlast);
+    force(7s);
+    expectViolationJustAfter(36s, Property::silenceEndsControl);
+}
+
+TEST_F(OracleOvertakenTest, ofTwoCommandsAtOnceTheOlderMayForceBehindARelease) {
+    serve();
+    const auto older = call(4s, manual());
+    const auto newer = call(5s, manual());
+    leave(5s);  // may be before the newer
+    reply(6s, newer, Method::setManualRPM);
+    force(8s);
+    reply(9s, older, Method::setManualRPM);
+    look(600s);
+    expectNoViolation();
+}
+
+TEST_F(OracleOvertakenTest, withoutAReleaseItIsWatched) {
+    serve();
+    const auto older = call(4s, manual());
+    const auto newer = call(5s, manual());
+    reply(6s, newer, Method::setManualRPM);
+    force(8s);
+    reply(9s, older, Method::setManualRPM);
+    expectViolationJustAfter(39s, Property::silenceEndsControl);
+}
+
 class OracleClaimsUnderWayTest : public OracleOvertakenTest {
 protected:
     OracleClaimsUnderWayTest() {
