@@ -17,17 +17,17 @@ using concurrency::Task;
 using namespace std::chrono_literals;
 
 constexpr auto retryPeriod = 2s;
-constexpr std::string_view notRestored = "failed to restore Auto: ";
-constexpr std::string_view forceTestNotLowered = "failed to restore Auto: Ftst";
+constexpr std::string_view notRestored = "failed to restore Auto: {}";
 
 std::string joined(const std::vector<std::string>& messages) {
-    return fmt::format("{}{}", notRestored, fmt::join(messages, "; "));
+    return fmt::format(notRestored, fmt::join(messages, "; "));
 }
 
 /// Whether this is over once no fan is pending. A force-test that was not lowered is not: then no
 /// fan is pending in the first place.
 bool tellsOfPendingFans(const std::optional<std::string>& error) {
-    return error && error->starts_with(notRestored) && !error->starts_with(forceTestNotLowered);
+    constexpr auto prefix = notRestored.substr(0, notRestored.size() - 2);
+    return error && error->starts_with(prefix) && !error->substr(prefix.size()).starts_with("Ftst");
 }
 
 }  // namespace
