@@ -13,7 +13,8 @@ ControlState ControlState::decode(const json::Decoder& decoder) {
             .targets = decoder.required<std::map<std::int64_t, std::int64_t>>("targets"),
             .isHolding = decoder.required<bool>("isHolding"),
             .lastError = decoder.optional<std::string>("lastError"),
-            .stoppedFans = decoder.optional<std::vector<std::int64_t>>("stoppedFans")};
+            .stoppedFans = decoder.optional<std::vector<std::int64_t>>("stoppedFans"),
+            .cause = {}};
 }
 
 void ControlState::encode(json::Writer& writer) const {

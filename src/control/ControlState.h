@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "control/ControlError.h"
 #include "control/ControlMode.h"
 #include "json/Decoder.h"
 #include "json/Writer.h"
@@ -22,6 +23,8 @@ struct ControlState {
     std::optional<std::string> lastError;
     /// Fans that stand still on purpose, ascending. Absent, rather than empty, without any.
     std::optional<std::vector<std::int64_t>> stoppedFans;
+    /// What `lastError` was made from. It does not travel: a state that was read has none.
+    std::optional<ControlError> cause{};
 
     bool operator==(const ControlState&) const = default;
 

@@ -54,7 +54,8 @@ void LocalFanController::publishState(bool holding, std::optional<std::string> e
              .targets = std::move(wholeTargets),
              .isHolding = holding,
              .lastError = std::move(error),
-             .stoppedFans = std::move(stopped)};
+             .stoppedFans = std::move(stopped),
+             .cause = {}};
     states.send(state);
 }
 

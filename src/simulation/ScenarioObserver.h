@@ -46,8 +46,12 @@ public:
     /// Once a second, and at the start: the machine, for whoever wants to look.
     virtual void second(concurrency::Duration time, SimulatedMac& mac) = 0;
 
-    /// The daemon's process was started. It listens when it has said so.
+    /// The daemon's process was started.
     virtual void started(concurrency::Duration) {}
+    /// It accepts clients from now on.
+    virtual void listening(concurrency::Duration) {}
+    /// It has begun to end itself: a signal was handled, or something asked for the exit.
+    virtual void exitBegan(concurrency::Duration) {}
     virtual void signalled(concurrency::Duration, daemon::Signal) {}
     virtual void ended(const ProcessEnd&) {}
     virtual void connected(concurrency::Duration, std::string_view, bool /*isStranger*/) {}

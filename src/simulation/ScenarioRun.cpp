@@ -200,6 +200,8 @@ void ScenarioRun::startDaemon() {
                                  .published = [this](const control::ControlState& state) {
                                      observer.published(now(), state);
                                  }});
+    daemon->listener.resumed = [this] { observer.listening(now()); };
+    daemon->process.exitBegan = [this] { observer.exitBegan(now()); };
     daemon->start();
 }
 

@@ -70,6 +70,7 @@ SimulatedListener::SimulatedListener(SimulatedRuntime& ownRuntime)
 
 void SimulatedListener::resume(daemon::HelperListenerDelegate& accepting) {
     delegate = &accepting;
+    if (resumed) resumed();
     for (auto& connection : std::exchange(waiting, {})) {
         runtime.detach("accept", accept(queue, accepting, std::move(connection)));
     }

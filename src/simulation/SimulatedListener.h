@@ -66,6 +66,8 @@ public:
 
     void resume(daemon::HelperListenerDelegate& accepting) override;
     [[nodiscard]] bool isListening() const { return delegate != nullptr; }
+    /// Called when the daemon begins to listen.
+    std::function<void()> resumed;
 
     /// A client knocks. Until the daemon listens the connection waits, with what is sent on it.
     std::shared_ptr<SimulatedConnection> connect(bool meetsRequirement = true);

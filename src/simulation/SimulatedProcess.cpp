@@ -26,6 +26,7 @@ void SimulatedProcess::handle(Signal signal, Handler handler) {
 }
 
 Task<void> SimulatedProcess::exit(int status) {
+    noteExit();
     if (!std::exchange(isExiting, true)) {
         for (const Handler& handler : exitHandlers) co_await handler();
         finish(status, false);
@@ -36,13 +37,18 @@ Task<void> SimulatedProcess::exit(int status) {
 void SimulatedProcess::deliver(Signal signal) {
     const Handler& handler = signalHandlers.at(static_cast<std::size_t>(signal));
     if (handler)
-        runtime.detach("signal", run(signalQueue, handler));
+        runtime.detach("signal", run(signalQueue, *this, handler));
     else
         finish(signal == Signal::terminate ? 143 : 130, true);
 }
 
-Task<void> SimulatedProcess::run(SignalQueue&, Handler handler) {
+Task<void> SimulatedProcess::run(SignalQueue&, SimulatedProcess& process, Handler handler) {
+    process.noteExit();
     co_await handler();
+}
+
+void SimulatedProcess::noteExit() {
+    if (!std::exchange(hasTold, true) && exitBegan) exitBegan();
 }
 
 void SimulatedProcess::kill() {

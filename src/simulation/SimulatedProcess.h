@@ -38,6 +38,9 @@ public:
     void kill();
 
     [[nodiscard]] const std::optional<ProcessEnd>& end() const { return ending; }
+    /// Called once, when the process begins to end itself: a handler of a signal runs, or something
+    /// asks for the exit.
+    std::function<void()> exitBegan;
 
 private:
     class SignalQueue final : public concurrency::Actor {
@@ -45,7 +48,9 @@ private:
         using Actor::Actor;
     };
 
-    static concurrency::Task<void> run(SignalQueue& queue, Handler handler);
+    static concurrency::Task<void> run(SignalQueue& queue, SimulatedProcess& process,
+                                       Handler handler);
+    void noteExit();
     void finish(int status, bool bySignal);
 
     SimulatedRuntime& runtime;
@@ -53,6 +58,7 @@ private:
     std::vector<Handler> exitHandlers;
     std::array<Handler, 2> signalHandlers;
     bool isExiting = false;
+    bool hasTold = false;  ///< exitBegan
     std::optional<ProcessEnd> ending;
 };
 
