@@ -9,8 +9,8 @@
 #include <tuple>
 #include <utility>
 
-#include "concurrency/Require.h"
 #include "sensors/PlausibleTemperature.h"
+#include "smc/FanNumbers.h"
 
 namespace airflow::sensors {
 
@@ -25,18 +25,6 @@ constexpr std::chrono::milliseconds pauseBetweenReadings{40};
 std::optional<std::int64_t> truncated(double number) {
     if (!(number >= -0x1p63 && number < 0x1p63)) return std::nullopt;
     return static_cast<std::int64_t>(number);
-}
-
-std::int64_t fanCount(double number) {
-    const auto count = truncated(number);
-    if (!count) {
-        concurrency::stopProcess(fmt::format(
-            "FNum: expected a count of fans that fits a signed 64-bit integer, read {}", number));
-    }
-    if (*count < 0) {
-        concurrency::stopProcess(fmt::format("FNum: expected 0 or more fans, read {}", number));
-    }
-    return *count;
 }
 
 /// By category in the order for people, then by name; equals keep their order. Names compare as
@@ -75,7 +63,7 @@ Task<std::vector<Fan>> SensorReader::readFans() {
     std::vector<Fan> fans;
     const auto number = co_await readNumber("FNum");
     if (!number) co_return fans;
-    const std::int64_t count = fanCount(*number);
+    const std::int64_t count = smc::believableFanCount(*number).value_or(0);
     for (std::int64_t index = 0; index < count; ++index) {
         Fan fan = co_await readFan(index);
         fans.push_back(std::move(fan));
@@ -84,14 +72,13 @@ Task<std::vector<Fan>> SensorReader::readFans() {
 }
 
 Task<Fan> SensorReader::readFan(std::int64_t index) {
-    const std::string prefix = fmt::format("F{}", index);
     Fan fan{.id = index, .name = fmt::format("Fan {}", index), .mode = {}};
-    fan.currentRPM = co_await readSpeed(prefix + "Ac");
-    fan.minRPM = co_await readSpeed(prefix + "Mn");
-    fan.maxRPM = co_await readSpeed(prefix + "Mx");
-    fan.mode = co_await readMode(prefix + "Md");
+    fan.currentRPM = co_await readSpeed(smc::fanKey(index, "Ac"));
+    fan.minRPM = co_await readSpeed(smc::fanKey(index, "Mn"));
+    fan.maxRPM = co_await readSpeed(smc::fanKey(index, "Mx"));
+    fan.mode = co_await readMode(smc::fanKey(index, "Md"));
     // Some machines name the key so.
-    if (!fan.mode) fan.mode = co_await readMode(prefix + "md");
+    if (!fan.mode) fan.mode = co_await readMode(smc::fanKey(index, "md"));
     co_return fan;
 }
 

@@ -27,9 +27,9 @@ public:
     ///
     /// Never fails: what cannot be read is 0 for a speed and absent for a mode or a temperature.
     /// Takes the temperatures from the SMC, 40 ms for each, where the HID event system has none,
-    /// and says so on standard error, once. Stops the process when the SMC's count of fans is no
-    /// count, or above 10: a key is four bytes long, and that of fan 10 would be longer. Other
-    /// operations may run meanwhile, further snapshots too.
+    /// and says so on standard error, once. Of the SMC's count of fans no more is believed than
+    /// keys can name (smc::believableFanCount). Other operations may run meanwhile, further
+    /// snapshots too.
     concurrency::Task<SensorSnapshot> snapshot();
 
 private:

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "concurrency/Require.h"
+#include "smc/FanNumbers.h"
 
 namespace airflow::simulation {
 
@@ -13,7 +14,7 @@ namespace {
 using concurrency::Duration;
 
 constexpr double stepSeconds = 0.1;
-constexpr std::size_t mostFans = 10;
+constexpr std::size_t mostFans{smc::mostFans};
 /// The share of the way to its goal that a fan covers in a step: most of it in about five seconds.
 constexpr double fanInertia = 0.04;
 /// Between these temperatures the firmware's own control goes from lowest to highest speed, °C.

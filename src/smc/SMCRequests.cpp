@@ -1,11 +1,8 @@
 #include "smc/SMCRequests.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <utility>
 
-#include "concurrency/Require.h"
 #include "smc/FourCharCode.h"
 
 namespace airflow::smc {
@@ -125,13 +122,9 @@ std::vector<std::string> SMCRequests::discoverTempKeys() {
 
 std::uint32_t SMCRequests::keyCount() {
     const double claimed = tryReadValue("#KEY").value_or(SMCValue::raw()).numeric().value_or(0);
-    const bool isInteger64 = claimed >= -0x1p63 && claimed < 0x1p63;
-    if (!isInteger64) {
-        concurrency::stopProcess(
-            fmt::format("#KEY must hold a 64-bit count of keys, it holds {}", claimed));
-    }
-    const auto count = static_cast<std::int64_t>(claimed);
-    return static_cast<std::uint32_t>(std::clamp<std::int64_t>(count, 0, enumerationLimit));
+    const bool countsAny = claimed > 0;  // a claim that is not a number does not
+    if (!countsAny) return 0;
+    return static_cast<std::uint32_t>(std::min(claimed, double{enumerationLimit}));
 }
 
 std::optional<std::string> SMCRequests::keyAt(std::uint32_t index) {

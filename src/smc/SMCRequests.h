@@ -63,8 +63,7 @@ public:
     static constexpr std::uint32_t enumerationLimit = 65536;
 
     /// The keys that begin with "T" and hold a value that can be decoded, in the SMC's order.
-    /// Whatever cannot be read is left out. Stops the process when the SMC's count of its keys is
-    /// no 64-bit integer.
+    /// Whatever cannot be read is left out. None when the SMC's count of its keys is not a number.
     [[nodiscard]] std::vector<std::string> discoverTempKeys();
 
 private:

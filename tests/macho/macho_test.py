@@ -69,8 +69,8 @@ FAN_HELPER_SERVICE = [
 ACCEPTING_METHOD = ("listener:shouldAcceptNewConnection:", "B32@0:8@16@24")
 
 # Whatever reaches standard error, except what stopProcess and require say of bugs: lines are put
-# together from these when they are written, errors of the SMC inside others. FNum, in two of its
-# lines and as a key, and texts of one or two signs are left out.
+# together from these when they are written, errors of the SMC inside others. Texts of one or two
+# signs are left out.
 LOG_TEXTS = [
     "failed to open AppleSMC: ",
     "startup Auto recovery failed: ",
@@ -93,9 +93,6 @@ LOG_TEXTS = [
     "{} failed: kern_return_t=0x{:x}",
     "not privileged (root required) for this SMC call",
     "IOConnectCallStructMethod",
-    "FNum: expected a count of fans that fits a signed 64-bit integer, read {}",
-    "FNum: expected 0 or more fans, read {}",
-    "#KEY must hold a 64-bit count of keys, it holds {}",
     'a four-character code must be four bytes long, "{}" is {}',
     "Core Foundation has no memory left for an object",
     "FNum is a number of fans that fits 64 bits",

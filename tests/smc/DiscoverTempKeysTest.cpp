@@ -45,8 +45,6 @@ protected:
     SMCRequests requests{client};
 };
 
-using DiscoverTempKeysDeathTest = DiscoverTempKeys;
-
 TEST_F(DiscoverTempKeys, areThoseThatBeginWithACapitalTInTheOrderOfTheSMC) {
     have({temperature("Tz9Z"), temperature("FNum"), temperature("TC0P"), temperature("tC1P"),
           temperature("aTbc"), temperature("TA0P")});
@@ -179,18 +177,34 @@ TEST_F(DiscoverTempKeys, theLargestCountOfSixtyFourBitsEndsSoonToo) {
     EXPECT_THAT(requests.discoverTempKeys(), ElementsAre("T1ab"));
 }
 
-TEST_F(DiscoverTempKeysDeathTest, aCountThatIsNoSixtyFourBitIntegerStopsTheProcess) {
+TEST_F(DiscoverTempKeys, aCountThatFitsNoIntegerEndsSoonAndStillFindsTheKeys) {
     have({temperature("T1ab")});
-    claim("flt ", {0x00, 0x00, 0xC0, 0x7F});
-    EXPECT_DEATH((void)requests.discoverTempKeys(), "#KEY must hold .* it holds nan");
-    claim("flt ", {0x00, 0x00, 0x80, 0x7F});
-    EXPECT_DEATH((void)requests.discoverTempKeys(), "#KEY must hold .* it holds inf");
-    claim("flt ", {0x00, 0x00, 0x80, 0xFF});
-    EXPECT_DEATH((void)requests.discoverTempKeys(), "#KEY must hold .* it holds -inf");
-    claim("flt ", {0x00, 0x00, 0x00, 0x5F});  // 2^63
-    EXPECT_DEATH((void)requests.discoverTempKeys(), "#KEY must hold");
-    claim("flt ", {0x01, 0x00, 0x00, 0xDF});  // the float below -2^63
-    EXPECT_DEATH((void)requests.discoverTempKeys(), "#KEY must hold");
+    const std::vector<std::vector<std::uint8_t>> counts = {
+        {0x00, 0x00, 0x00, 0x5F},  // 2^63
+        {0x00, 0x00, 0x80, 0x7F},  // infinity
+    };
+    for (const auto& count : counts) {
+        client.calls = 0;
+        claim("flt ", count);
+        EXPECT_THAT(requests.discoverTempKeys(), ElementsAre("T1ab"));
+        EXPECT_EQ(client.calls, 2u + 65536u + 2u);
+    }
+}
+
+TEST_F(DiscoverTempKeys, areNoneWhenTheCountIsNotANumberOrFarBelowZero) {
+    have({temperature("T1ab")});
+    const std::vector<std::vector<std::uint8_t>> counts = {
+        {0x00, 0x00, 0xC0, 0x7F},  // not a number
+        {0x00, 0x00, 0xC0, 0xFF},  // the same with a sign
+        {0x01, 0x00, 0x00, 0xDF},  // the float below -2^63
+        {0x00, 0x00, 0x80, 0xFF},  // minus infinity
+    };
+    for (const auto& count : counts) {
+        client.calls = 0;
+        claim("flt ", count);
+        EXPECT_THAT(requests.discoverTempKeys(), IsEmpty());
+        EXPECT_EQ(client.calls, 2u);
+    }
 }
 
 }  // namespace
