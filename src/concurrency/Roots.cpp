@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "concurrency/StopGuard.h"
+
 namespace airflow::concurrency {
 
 /// What a root's coroutine returns; owns nothing.
@@ -40,7 +42,7 @@ struct Roots::Root : Promise {
     Frame get_return_object() noexcept;
     Final final_suspend() const noexcept { return {}; }
     void return_void() const noexcept {}
-    [[noreturn]] void unhandled_exception() const noexcept { std::terminate(); }
+    void unhandled_exception() const noexcept { detail::stopForException(); }
 
     Roots& roots;
     const std::shared_ptr<Executor> owner;

@@ -34,7 +34,8 @@ public:
     ~Roots() { destroyAll(); }
 
     /// Starts `work` as a job of `executor`, which the root keeps alive. An exception that leaves
-    /// `work` is a bug and ends the process. `observer` may be null. Any thread may call.
+    /// `work` is a bug and stops the process; the one that StopGuard lets pass ends the root only.
+    /// `observer` may be null. Any thread may call.
     void start(std::shared_ptr<Executor> executor, RootObserver* observer, Task<void> work);
 
     /// Frees every root, the youngest first, because younger work refers to older. No job of these

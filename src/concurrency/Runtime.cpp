@@ -59,7 +59,7 @@ void Runtime::detach(std::string_view name, Task<void> work, RootObserver* obser
 }
 
 void Runtime::abandon() noexcept {
-    require(!Executor::isAnyCurrent(), "no job abandons the runtime that it runs in");
+    requireOrAbort(!Executor::isAnyCurrent(), "no job abandons the runtime that it runs in");
     stop();
     roots.destroyAll();
 }

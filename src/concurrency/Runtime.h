@@ -63,8 +63,8 @@ public:
     Task<void> blockingSleep(Duration duration, CancelToken token = {});
 
     /// Starts work that belongs to no actor and that nobody awaits. It gets an executor of its own,
-    /// so it runs beside everything else. An exception that leaves it ends the process. `observer`,
-    /// if there is one, outlives the work.
+    /// so it runs beside everything else. An exception that leaves it stops the process.
+    /// `observer`, if there is one, outlives the work.
     void detach(std::string_view name, Task<void> work, RootObserver* observer = nullptr);
     /// The same for work that can be cancelled: `body` is called with the task's token, by the task
     /// itself, and is kept until the task ends.

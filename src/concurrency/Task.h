@@ -151,7 +151,7 @@ public:
                        std::source_location place = std::source_location::current()) noexcept {
         promise_type& promise = coroutine.promise();
         Promise& waiting = caller.promise();
-        require(!promise.caller, "a task is awaited once");
+        requireOrAbort(!promise.caller, "a task is awaited once");
         waiting.awaited = &promise;
         waiting.place = place;
         promise.caller = Suspended{&waiting, waiting.executor};

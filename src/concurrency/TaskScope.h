@@ -18,7 +18,7 @@ public:
     explicit TaskScope(Runtime& runtime) : runtime(runtime) {}
     TaskScope(const TaskScope&) = delete;
     TaskScope& operator=(const TaskScope&) = delete;
-    ~TaskScope() { require(running() == 0, "a scope is joined before it is destroyed"); }
+    ~TaskScope() { requireOrAbort(running() == 0, "a scope is joined before it is destroyed"); }
 
     /// Starts `work`, as Runtime::detach does. Any thread may call.
     void spawn(std::string_view name, Task<void> work) {

@@ -10,7 +10,7 @@ using concurrency::Executor;
 using concurrency::Instant;
 using concurrency::Job;
 using concurrency::Promise;
-using concurrency::require;
+using concurrency::requireOrAbort;
 using concurrency::Seconds;
 using concurrency::Suspended;
 using concurrency::TimerQueue;
@@ -158,14 +158,14 @@ bool SimulatedRuntime::runOneJob() {
 }
 
 void SimulatedRuntime::moveTimeTo(Instant instant) {
-    require(instant >= time, "time never goes back");
+    requireOrAbort(instant >= time, "time never goes back");
     time = instant;
     jobsAtThisTime = 0;
     record(static_cast<std::uint64_t>(time.time_since_epoch().count()));
 }
 
 void SimulatedRuntime::settle() {
-    require(!Executor::isAnyCurrent(), "no job drives the runtime that it runs in");
+    requireOrAbort(!Executor::isAnyCurrent(), "no job drives the runtime that it runs in");
     jobsAtThisTime = 0;
     while (runOneJob()) {
     }
@@ -197,7 +197,7 @@ void SimulatedRuntime::leap(Duration duration) {
 }
 
 void SimulatedRuntime::runUntil(const bool& isDone, Duration limit) {
-    require(!Executor::isAnyCurrent(), "no job drives the runtime that it runs in");
+    requireOrAbort(!Executor::isAnyCurrent(), "no job drives the runtime that it runs in");
     const Instant end = time + limit;
     jobsAtThisTime = 0;
     while (!isDone) {

@@ -61,6 +61,7 @@ struct LocalDaemon {
 
 /// Returns only when it cannot begin: the daemon ends the process itself.
 int runHelper(const Options& options, Streams streams) {
+    platform::beginLastLineAsTheLog();
     const auto fail = [&](const std::string& reason) {
         streams.err << printable(reason) << '\n';
         return 1;

@@ -60,8 +60,8 @@ std::string Output::readToEnd() {
     return text;
 }
 
-Child::Child(std::vector<std::string> arguments, StandardError error) {
-    arguments.insert(arguments.begin(), AIRFLOW_TOOL);
+Child::Child(std::vector<std::string> arguments, StandardError error, const std::string& program) {
+    arguments.insert(arguments.begin(), program);
     std::vector<char*> argv;
     for (std::string& argument : arguments) argv.push_back(argument.data());
     argv.push_back(nullptr);

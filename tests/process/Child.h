@@ -39,8 +39,9 @@ enum class StandardError {
 /// Killed with the test, if it still runs then.
 class Child {
 public:
-    /// Runs the tool with these arguments.
-    explicit Child(std::vector<std::string> arguments, StandardError error = StandardError::read);
+    /// Runs the tool, or another program, with these arguments.
+    explicit Child(std::vector<std::string> arguments, StandardError error = StandardError::read,
+                   const std::string& program = AIRFLOW_TOOL);
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
     ~Child();

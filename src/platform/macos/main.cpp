@@ -42,6 +42,7 @@ struct HelperProcess {
 
 int main() {
     airflow::platform::openStandardDescriptors();
+    airflow::platform::beginLastLineAsTheLog();
     auto& helper = *new airflow::HelperProcess;
     helper.startUp.start(helper.runtime.makeMainExecutor(), nullptr, helper.daemon.startUp());
     dispatch_main();

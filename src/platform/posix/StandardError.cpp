@@ -5,6 +5,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <string>
+
+#include "concurrency/Require.h"
+#include "daemon/LogLines.h"
 
 namespace airflow::platform {
 
@@ -30,6 +34,12 @@ void StandardError::write(std::string_view line) {
         if (written <= 0) return;
         line.remove_prefix(static_cast<std::size_t>(written));
     }
+}
+
+void beginLastLineAsTheLog() {
+    std::string beginning = daemon::logLine("");
+    beginning.pop_back();  // the newline
+    concurrency::beginLastLineWith(beginning);
 }
 
 }  // namespace airflow::platform

@@ -12,4 +12,8 @@ public:
     void write(std::string_view line) override;
 };
 
+/// Lets the line of a bug that stops this process begin as the lines of the daemon's log do. Comes
+/// before there is a second thread.
+void beginLastLineAsTheLog();
+
 }  // namespace airflow::platform
