@@ -88,9 +88,10 @@ struct ConnectionChange {
     bool isStranger = false;  ///< not who the daemon asks for
 };
 
-/// Something happens to the daemon's process: a signal, or a start while none runs.
+/// Something happens to the daemon's process: a signal, a start while none runs, or a stop, by
+/// which it ends itself as when it meets a bug.
 struct ProcessEvent {
-    enum class Kind : std::uint8_t { terminate, interrupt, kill, start };
+    enum class Kind : std::uint8_t { terminate, interrupt, kill, start, stop };
 
     concurrency::Duration at{};
     Kind kind = Kind::terminate;

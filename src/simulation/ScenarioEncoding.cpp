@@ -171,6 +171,7 @@ struct EventMembers {
             case ProcessEvent::Kind::interrupt: writer.member("signal", "SIGINT"); break;
             case ProcessEvent::Kind::kill: writer.member("kill", true); break;
             case ProcessEvent::Kind::start: writer.member("start", true); break;
+            case ProcessEvent::Kind::stop: writer.member("stop", true); break;
         }
         if (event.afterSteps > 0) {
             writer.member("afterSteps", static_cast<std::int64_t>(event.afterSteps));

@@ -95,8 +95,12 @@ ProcessEvent decodeProcessEvent(const Decoder& decoder, std::string_view key) {
     }
     decoder.onlyKeys({"at", key, "afterSteps"});
     decoder.member(key, [&](const Decoder& member) {
-        event.kind = key == "kill" ? ProcessEvent::Kind::kill : decodeSignal(member);
-        if (key == "kill") requireTrue(member);
+        if (key == "signal") {
+            event.kind = decodeSignal(member);
+        } else {
+            event.kind = key == "kill" ? ProcessEvent::Kind::kill : ProcessEvent::Kind::stop;
+            requireTrue(member);
+        }
     });
     ifPresent(decoder, "afterSteps", [&](const Decoder& steps) {
         event.afterSteps = bounded<std::uint64_t>(steps, 0, 1'000'000'000);
@@ -114,7 +118,7 @@ Event decodeOtherEvent(const Decoder& decoder) {
     using Kind = ConnectionChange::Kind;
     if (has(decoder, "connect")) return decodeConnectionChange(decoder, Kind::connect);
     if (has(decoder, "disconnect")) return decodeConnectionChange(decoder, Kind::disconnect);
-    for (const std::string_view key : {"signal", "kill", "start"}) {
+    for (const std::string_view key : {"signal", "kill", "stop", "start"}) {
         if (has(decoder, key)) return decodeProcessEvent(decoder, key);
     }
     const Duration at = requiredSeconds(decoder, "at");

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "concurrency/Require.h"
 #include "control/ControlResult.h"
 #include "control/ControlState.h"
 #include "simulation/Scenario.h"
@@ -54,6 +55,12 @@ public:
     virtual void exitBegan(concurrency::Duration) {}
     virtual void signalled(concurrency::Duration, daemon::Signal) {}
     virtual void ended(const ProcessEnd&) {}
+    /// The daemon met a bug and has stopped itself; its line was logged. Where nobody expects one,
+    /// it must not pass for one of the ends that a scenario asks for: unless an observer says what
+    /// becomes of it, the bug ends this process, too.
+    virtual void metBug(concurrency::Duration, std::string_view violation) {
+        concurrency::abortProcess(violation);
+    }
     virtual void connected(concurrency::Duration, std::string_view, bool /*isStranger*/) {}
     virtual void clockJumped(concurrency::Duration, double /*seconds*/) {}
     virtual void disconnected(concurrency::Duration, std::string_view) {}

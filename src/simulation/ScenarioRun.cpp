@@ -192,14 +192,15 @@ void ScenarioRun::startDaemon() {
     observer.started(machineTime);
     daemon = std::make_unique<SimulatedDaemon>(
         mac, standardError,
-        SimulatedDaemon::Options{.seed = seedOfLife(seed, lives++),
-                                 .chooser = chooser(),
-                                 .time = machineTime,
-                                 .dateOffset = dateOffset,
-                                 .effectiveUserID = scenario.effectiveUserID,
-                                 .published = [this](const control::ControlState& state) {
-                                     observer.published(now(), state);
-                                 }});
+        SimulatedDaemon::Options{
+            .seed = seedOfLife(seed, lives++),
+            .chooser = chooser(),
+            .time = machineTime,
+            .dateOffset = dateOffset,
+            .effectiveUserID = scenario.effectiveUserID,
+            .published =
+                [this](const control::ControlState& state) { observer.published(now(), state); },
+            .metBug = [this](std::string_view violation) { observer.metBug(now(), violation); }});
     daemon->listener.resumed = [this] { observer.listening(now()); };
     daemon->process.exitBegan = [this] { observer.exitBegan(now()); };
     daemon->start();
@@ -227,6 +228,7 @@ void ScenarioRun::deliver(const ProcessEvent& event) {
         afterSteps(event.afterSteps, [this, kind = event.kind] {
             if (daemon->process.end()) return;
             if (kind == Kind::kill) return daemon->process.kill();
+            if (kind == Kind::stop) return daemon->stop("A bug: the scenario asked for one.");
             const auto signal =
                 kind == Kind::terminate ? daemon::Signal::terminate : daemon::Signal::interrupt;
             observer.signalled(now(), signal);

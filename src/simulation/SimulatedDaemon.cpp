@@ -1,5 +1,7 @@
 #include "simulation/SimulatedDaemon.h"
 
+#include "daemon/LogLines.h"
+
 namespace airflow::simulation {
 
 SimulatedDaemon::SimulatedDaemon(SimulatedMac& mac, sensors::LogSink& standardError,
@@ -7,6 +9,8 @@ SimulatedDaemon::SimulatedDaemon(SimulatedMac& mac, sensors::LogSink& standardEr
     : runtime(options.chooser ? options.chooser : SimulatedRuntime::chooserFor(options.seed)),
       process(runtime),
       listener(runtime),
+      log(standardError),
+      metBug(options.metBug),
       hardware(runtime, mac, standardError),
       daemon({.runtime = runtime,
               .hardware = hardware,
@@ -15,6 +19,7 @@ SimulatedDaemon::SimulatedDaemon(SimulatedMac& mac, sensors::LogSink& standardEr
               .standardError = standardError,
               .effectiveUserID = [userID = options.effectiveUserID] { return userID; },
               .published = options.published}) {
+    if (metBug) runtime.reportStops(*this);
     runtime.leap(options.time);
     runtime.jumpDate(options.dateOffset);
     (void)mac.smc().takeLatency();  // nobody waits any more for what an earlier life asked
@@ -26,6 +31,16 @@ SimulatedDaemon::~SimulatedDaemon() {
 
 void SimulatedDaemon::start() {
     runtime.detach("start-up", daemon.startUp());
+}
+
+void SimulatedDaemon::stop(std::string_view violation) {
+    log.write(daemon::logLine(violation));
+    process.abort();
+}
+
+void SimulatedDaemon::processStops(std::string_view violation) noexcept {
+    stop(violation);
+    metBug(violation);
 }
 
 }  // namespace airflow::simulation

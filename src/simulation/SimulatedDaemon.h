@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <string_view>
 
 #include "daemon/Daemon.h"
 #include "sensors/HIDBridge.h"
@@ -42,7 +43,7 @@ private:
 
 /// Everything that is gone when the process is, and nothing else: the machine stays. Made anew for
 /// every start.
-class SimulatedDaemon {
+class SimulatedDaemon final : concurrency::StopObserver {
 public:
     struct Options {
         std::uint64_t seed = 0;               ///< of the schedule; 0: executors take turns
@@ -53,6 +54,9 @@ public:
         concurrency::Seconds dateOffset{};
         std::uint32_t effectiveUserID = 0;
         std::function<void(const control::ControlState&)> published{};
+        /// Told of a bug that the daemon meets, whose line is in the log then, and which has ended
+        /// the process. Empty: a bug of the daemon ends the process that simulates it.
+        std::function<void(std::string_view violation)> metBug{};
     };
 
     /// Starts nothing yet. Machine and log outlive the daemon.
@@ -64,12 +68,18 @@ public:
 
     /// The process is started; what it does first runs with the runtime.
     void start();
+    /// The process stops itself, as when it meets a bug: a line in the log, and its end.
+    void stop(std::string_view violation);
 
     SimulatedRuntime runtime;
     SimulatedProcess process;
     SimulatedListener listener;
 
 private:
+    void processStops(std::string_view violation) noexcept override;
+
+    sensors::LogSink& log;
+    std::function<void(std::string_view)> metBug;
     SimulatedHardware hardware;
     daemon::Daemon daemon;
 };

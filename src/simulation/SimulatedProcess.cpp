@@ -9,7 +9,9 @@ namespace {
 using concurrency::Task;
 using daemon::Signal;
 
-constexpr int killed = 137;  // 128 + SIGKILL
+// 128 + the number of the signal.
+constexpr int aborted = 134;
+constexpr int killed = 137;
 
 }  // namespace
 
@@ -53,6 +55,10 @@ void SimulatedProcess::noteExit() {
 
 void SimulatedProcess::kill() {
     finish(killed, true);
+}
+
+void SimulatedProcess::abort() {
+    finish(aborted, true);
 }
 
 void SimulatedProcess::finish(int status, bool bySignal) {

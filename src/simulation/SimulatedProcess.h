@@ -19,6 +19,8 @@ struct ProcessEnd {
     int status = 0;
     bool bySignal = false;  ///< ended by a signal's default action: no handler ran
 
+    /// Whether the process itself sent that signal.
+    [[nodiscard]] bool isStop() const { return bySignal && status == 134; }
     bool operator==(const ProcessEnd&) const = default;
 };
 
@@ -36,6 +38,8 @@ public:
     void deliver(daemon::Signal signal);
     /// SIGKILL.
     void kill();
+    /// SIGABRT, which it sends itself when it meets a bug.
+    void abort();
 
     [[nodiscard]] const std::optional<ProcessEnd>& end() const { return ending; }
     /// Called once, when the process begins to end itself: a handler of a signal runs, or something

@@ -153,6 +153,7 @@ bool SimulatedRuntime::runOneJob() {
     const bool isChosen = choose && ready.size() > 1;
     SimulatedExecutor& executor = ready.take(isChosen ? choose(ready.size()) : 0);
     record(executor.id);
+    const concurrency::StopGuard guard(stopObserver);
     executor.runNext();
     return true;
 }

@@ -15,6 +15,7 @@
 #include <variant>
 
 #include "concurrency/Runtime.h"
+#include "concurrency/StopGuard.h"
 
 namespace airflow::simulation {
 
@@ -84,6 +85,10 @@ public:
         interruptions.emplace(jobCount + jobs, std::move(interruption));
     }
 
+    /// From now on a bug that a job meets aborts nothing: `observer`, which halts this runtime, is
+    /// told, and the job is left. It has to be there as long as jobs run.
+    void reportStops(concurrency::StopObserver& observer) noexcept { stopObserver = &observer; }
+
     /// How many jobs may run before time has to move; more is a task that spins instead of
     /// sleeping, and makes whoever drives this runtime throw Stuck.
     void limitJobs(std::uint64_t jobsAtOneTime) noexcept { jobLimit = jobsAtOneTime; }
@@ -148,6 +153,7 @@ private:
     std::uint64_t jobCount = 0;
     std::multimap<std::uint64_t, std::function<void()>> interruptions;  ///< by job count
     bool isHalted = false;
+    concurrency::StopObserver* stopObserver = nullptr;
     std::uint64_t jobsAtThisTime = 0;  ///< since time moved, or the test last asked for work
     std::uint64_t jobLimit = 20'000'000;
     std::uint64_t history = 14695981039346656037U;

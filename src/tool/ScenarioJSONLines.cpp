@@ -85,8 +85,10 @@ void ScenarioJSONLines::signalled(concurrency::Duration time, daemon::Signal sig
 }
 
 void ScenarioJSONLines::ended(const simulation::ProcessEnd& end) {
+    std::string_view how = "exited";
+    if (end.bySignal) how = end.isStop() ? "stopped" : "killed";
     line(end.time, [&] {
-        writer.member("daemon", end.bySignal ? "killed" : "exited");
+        writer.member("daemon", how);
         writer.member("status", std::int64_t{end.status});
     });
 }

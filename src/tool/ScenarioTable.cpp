@@ -175,8 +175,12 @@ void ScenarioTable::signalled(Duration time, daemon::Signal signal) {
 }
 
 void ScenarioTable::ended(const simulation::ProcessEnd& end) {
-    line(end.time, end.bySignal ? "the daemon is killed"
-                                : fmt::format("the daemon exits with status {}", end.status));
+    if (end.isStop())
+        line(end.time, "the daemon stops itself");
+    else if (end.bySignal)
+        line(end.time, "the daemon is killed");
+    else
+        line(end.time, fmt::format("the daemon exits with status {}", end.status));
 }
 
 void ScenarioTable::connected(Duration time, std::string_view client, bool) {

@@ -106,23 +106,25 @@ TEST(ScenarioEvents, whatIsWrongWithAConnectionHasItsPlace) {
     EXPECT_EQ(errorIn(R"({"at":1,"connect":"b","client":"b"})"), "events[0].client: Unknown key.");
 }
 
-TEST(ScenarioEvents, theProcessIsSignalledKilledAndStarted) {
+TEST(ScenarioEvents, theProcessIsSignalledKilledStoppedAndStarted) {
     using Kind = ProcessEvent::Kind;
     EXPECT_EQ(eventOf<ProcessEvent>(R"({"at":1,"signal":"SIGTERM"})").kind, Kind::terminate);
     EXPECT_EQ(eventOf<ProcessEvent>(R"({"at":1,"signal":"SIGINT"})").kind, Kind::interrupt);
     EXPECT_EQ(eventOf<ProcessEvent>(R"({"at":1,"kill":true})").kind, Kind::kill);
+    EXPECT_EQ(eventOf<ProcessEvent>(R"({"at":1,"stop":true})").kind, Kind::stop);
     const auto started = eventOf<ProcessEvent>(R"({"at":1,"start":true})");
     EXPECT_EQ(started.kind, Kind::start);
     EXPECT_EQ(started.at, 1s);
     EXPECT_EQ(started.afterSteps, 0U);
 }
 
-TEST(ScenarioEvents, signalsAndKillsMayComeSomeStepsLater) {
+TEST(ScenarioEvents, signalsKillsAndStopsMayComeSomeStepsLater) {
     EXPECT_EQ(eventOf<ProcessEvent>(R"({"at":1,"signal":"SIGTERM","afterSteps":7})").afterSteps,
               7U);
     EXPECT_EQ(eventOf<ProcessEvent>(R"({"at":1,"kill":true,"afterSteps":0})").afterSteps, 0U);
     EXPECT_EQ(eventOf<ProcessEvent>(R"({"at":1,"kill":true,"afterSteps":1000000000})").afterSteps,
               1'000'000'000U);
+    EXPECT_EQ(eventOf<ProcessEvent>(R"({"at":1,"stop":true,"afterSteps":3})").afterSteps, 3U);
     const std::string range = "events[0].afterSteps: Expected a whole number from 0 to 1000000000.";
     EXPECT_EQ(errorIn(R"({"at":1,"kill":true,"afterSteps":-1})"), range);
     EXPECT_EQ(errorIn(R"({"at":1,"kill":true,"afterSteps":1000000001})"), range);
@@ -135,6 +137,10 @@ TEST(ScenarioEvents, whatIsWrongWithAProcessEventHasItsPlace) {
               "events[0].signal: Expected \"SIGTERM\" or \"SIGINT\".");
     EXPECT_EQ(errorIn(R"({"at":1,"kill":false})"), "events[0].kill: Expected true.");
     EXPECT_EQ(errorIn(R"({"at":1,"start":false})"), "events[0].start: Expected true.");
+    EXPECT_EQ(errorIn(R"({"at":1,"stop":false})"), "events[0].stop: Expected true.");
+    EXPECT_EQ(errorIn(R"({"at":1,"stop":"SIGABRT"})"),
+              "events[0].stop: Expected a boolean but found a string.");
+    EXPECT_EQ(errorIn(R"({"at":1,"kill":true,"stop":true})"), "events[0].stop: Unknown key.");
     EXPECT_EQ(errorIn(R"({"at":1,"kill":true,"signal":"SIGTERM"})"),
               "events[0].kill: Unknown key.");
     EXPECT_EQ(errorIn(R"({"at":1,"start":true,"kill":true})"), "events[0].start: Unknown key.");
@@ -144,7 +150,7 @@ TEST(ScenarioEvents, whatIsWrongWithAProcessEventHasItsPlace) {
 TEST(ScenarioEvents, lengthenTheScenario) {
     for (const char* event : {R"({"at":7,"connect":"b"})", R"({"at":7,"disconnect":"b"})",
                               R"({"at":7,"signal":"SIGTERM"})", R"({"at":7,"kill":true})",
-                              R"({"at":7,"start":true})"}) {
+                              R"({"at":7,"stop":true})", R"({"at":7,"start":true})"}) {
         EXPECT_EQ(parseEvent(event)->length(), 37s) << event;
     }
 }

@@ -134,6 +134,22 @@ TEST_P(SimulatedProcessTest, killCutsAnExitShort) {
     EXPECT_THAT(happened, ElementsAre("exit handler begins"));
 }
 
+TEST_P(SimulatedProcessTest, abortRunsNothingAnyMore) {
+    process.atExit(handler("exit handler"));
+    process.handle(Signal::terminate, handler("SIGTERM"));
+    process.deliver(Signal::terminate);
+    process.abort();
+    runtime.advance(5s);
+    EXPECT_EQ(process.end(), (ProcessEnd{.time = 0s, .status = 134, .bySignal = true}));
+    EXPECT_TRUE(process.end()->isStop());
+    EXPECT_THAT(happened, IsEmpty());
+}
+
+TEST_P(SimulatedProcessTest, onlyTheProcessItselfStopsItself) {
+    EXPECT_FALSE((ProcessEnd{.status = 137, .bySignal = true}.isStop()));
+    EXPECT_FALSE((ProcessEnd{.status = 134}.isStop()));
+}
+
 TEST_P(SimulatedProcessTest, endsOnce) {
     process.kill();
     runtime.advance(1s);

@@ -150,6 +150,24 @@ TEST_F(SimulateDaemon, jsonLinesTellOfSignalsEndsAndStarts) {
 )x");
 }
 
+TEST_F(SimulateDaemon, aStopIsToldWithItsLine) {
+    const std::string events = R"({"at":1,"stop":true},{"at":2,"start":true})";
+    EXPECT_EQ(tableOf(events),
+              std::string(upAndListening) +
+                  "       1.0  log: [com.brisquell.helper] A bug: the scenario asked for one.\n"
+                  "       1.0  the daemon stops itself\n"
+                  "       2.0  the daemon starts\n"
+                  "       2.0  log: [com.brisquell.helper] listening on com.brisquell.helper "
+                  "(build 1.0.3+6)\n");
+    EXPECT_EQ(jsonOf(events), R"x({"time":0,"daemon":"started"}
+{"time":0,"log":"[com.brisquell.helper] listening on com.brisquell.helper (build 1.0.3+6)"}
+{"time":1,"log":"[com.brisquell.helper] A bug: the scenario asked for one."}
+{"time":1,"daemon":"stopped","status":134}
+{"time":2,"daemon":"started"}
+{"time":2,"log":"[com.brisquell.helper] listening on com.brisquell.helper (build 1.0.3+6)"}
+)x");
+}
+
 class SimulateDaemonReleases : public SimulateDaemon,
                                public testing::WithParamInterface<std::string> {};
 
@@ -170,6 +188,13 @@ TEST_P(SimulateDaemonReleases, aSignalReleases) {
               "releases         1 × SIGTERM\n");
     EXPECT_EQ(releasesIn(R"({"at":1,"call":"fullBlast"},{"at":3,"signal":"SIGINT"})", GetParam()),
               "releases         1 × SIGINT\n");
+}
+
+TEST_P(SimulateDaemonReleases, theStartBehindAStopReleases) {
+    EXPECT_EQ(
+        releasesIn(R"({"at":1,"call":"fullBlast"},{"at":3,"stop":true},{"at":4,"start":true})",
+                   GetParam()),
+        "releases         1 × start-up recovery\n");
 }
 
 TEST_P(SimulateDaemonReleases, recoveryReleasesAfterARestart) {
