@@ -242,6 +242,21 @@ class MachO(unittest.TestCase):
         path = SOURCES / "packaging/macos/com.brisquell.helper.plist"
         self.assertEqual(plistlib.loads(path.read_bytes()), LAUNCHD_LIST)
 
+    def test_leavesALogThatDoesNotGrowWithoutEnd(self):
+        # Only files of this name are read in /etc/newsyslog.d.
+        path = SOURCES / "packaging/macos/newsyslog.d/com.brisquell.helper.conf"
+        text = path.read_bytes()
+        self.assertTrue(text.isascii() and text.endswith(b"\n"))
+        lines = [line for line in text.decode().splitlines() if not line.startswith("#")]
+        self.assertEqual(len(lines), 1)
+        # A path for a process id, or a signal, would follow the flags.
+        log, owner, mode, count, kilobytes, when, flags = lines[0].split()
+        self.assertEqual(log, LAUNCHD_LIST["StandardErrorPath"])
+        self.assertEqual(owner, "root:wheel")
+        self.assertEqual(int(mode, 8), 0o644)
+        self.assertEqual((int(count), int(kilobytes), when), (3, 1000, "*"))
+        self.assertEqual(flags, "N")
+
 
 if __name__ == "__main__":
     if sys.argv[1:] == ["--list"]:
