@@ -42,7 +42,7 @@ void checkWrite(const SMCParamStruct& request) {
 }
 
 bool isCount(const SMCParamStruct& request) {
-    return request.key == smc::fourCharCode("FNum") || request.key == smc::fourCharCode("#KEY");
+    return request.key == smc::fourCharCode("FNum");
 }
 
 }  // namespace

@@ -168,6 +168,41 @@ TEST_F(SimulateDaemon, aStopIsToldWithItsLine) {
 )x");
 }
 
+/// A count of fans or keys that a machine gets wrong from 3 s on, as a number of type "flt ".
+class SimulateDaemonCounts : public SimulateDaemon,
+                             public testing::WithParamInterface<std::string> {
+protected:
+    std::string timelineOf(const std::string& key, const std::string& members) {
+        const std::string fault = R"({"from":3,"key":")" + key + R"(",)";
+        const std::string faults = R"("faults":[)" + fault +
+                                   R"("operation":"information","type":"flt ","size":4},)" + fault +
+                                   R"("operation":"read","reading":)" + GetParam() + "}],";
+        return tableOf(R"({"at":1,"call":"setManualRPM","fan":0,"rpm":3000},
+                          {"at":6,"call":"automatic"},{"at":7,"call":"readState"})",
+                       members + faults);
+    }
+};
+
+TEST_P(SimulateDaemonCounts, aCountOfFansThatIsWrongStopsNothing) {
+    const std::string timeline = timelineOf("FNum", "");
+    EXPECT_THAT(timeline, HasSubstr("       1.0  fan 0 forced\n"));
+    EXPECT_THAT(timeline, HasSubstr("       6.0  app: automatic → applied\n"));
+    EXPECT_THAT(timeline, HasSubstr("       7.0  app: readState → not holding\n"));
+    EXPECT_THAT(timeline, Not(HasSubstr("stops itself")));
+}
+
+TEST_P(SimulateDaemonCounts, aCountOfKeysThatIsWrongStopsNothing) {
+    // Without HID temperatures the keys are enumerated; they are first when these vanish.
+    const std::string timeline =
+        timelineOf("#KEY", R"("temperatures":[{"at":4,"hid":null}],"restartAfter":1,)");
+    EXPECT_THAT(timeline, HasSubstr("falling back to curated SMC temp keys"));
+    EXPECT_THAT(timeline, HasSubstr("       7.0  app: readState → not holding\n"));
+    EXPECT_THAT(timeline, Not(HasSubstr("stops itself")));
+}
+
+INSTANTIATE_TEST_SUITE_P(, SimulateDaemonCounts,
+                         testing::Values("300", "3e9", R"("inf")", R"("-inf")", R"("nan")", "-5"));
+
 class SimulateDaemonReleases : public SimulateDaemon,
                                public testing::WithParamInterface<std::string> {};
 
