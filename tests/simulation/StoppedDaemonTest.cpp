@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "concurrency/Require.h"
+#include "concurrency/StopGuard.h"
 #include "json/Decoder.h"
 #include "json/Writer.h"
 #include "simulation/ScenarioRun.h"
@@ -138,6 +139,20 @@ TEST_P(StoppedDaemonTest, anExceptionThatNobodyCatchesIsABugToo) {
                     "1.08 [com.brisquell.helper] A bug: nobody caught an exception: out of luck",
                     "1.08 told: A bug: nobody caught an exception: out of luck",
                     "1.08 ends 134 by signal"));
+}
+
+TEST_P(StoppedDaemonTest, aBugThatIsMetWhileAnotherUnwindsIsNotTold) {
+    witness.whileReplying = [] {
+        try {
+            concurrency::stopProcess("first");
+        } catch (const concurrency::ProcessStop&) {
+            concurrency::stopProcess("second");
+        }
+    };
+    play(scenarioOf(claims));
+    EXPECT_THAT(witness.lines, ElementsAre("0 starts", std::string("0 ") + listening,
+                                           "1 fan 0 forced", "1.08 [com.brisquell.helper] first",
+                                           "1.08 told: first", "1.08 ends 134 by signal"));
 }
 
 TEST_P(StoppedDaemonTest, aRunWithABugIsTheSameTwice) {
