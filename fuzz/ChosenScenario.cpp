@@ -210,8 +210,7 @@ private:
         constexpr double none = std::numeric_limits<double>::quiet_NaN();
         constexpr std::array<double, 6> numbers{
             none, std::numeric_limits<double>::infinity(), -1, 0, 1e9, 500};
-        // More than ten stop the daemon.
-        constexpr std::array<double, 6> counts{none, -1, 0, 1, 2, 3};
+        constexpr std::array<double, 6> counts{none, -1, 0, 1, 3, 300};
         constexpr std::array<double, 3> modes{0, 1, 3};
         if (key == "FNum") return input.oneOf(counts);
         return key.ends_with("Md") ? input.oneOf(modes) : input.oneOf(numbers);

@@ -30,7 +30,8 @@ void play(const simulation::Scenario& scenario, std::uint64_t seed) {
         const auto verdict = simulation::judge(scenario, seed);
         if (!verdict.violation) return;
         const auto& violation = *verdict.violation;
-        const auto smallest = simulation::shrink(scenario, seed, violation.property);
+        const auto smallest =
+            simulation::shrink(scenario, seed, violation.property, simulation::judge);
         tell(smallest, seed,
              std::string(simulation::textOf(violation.property).name) + ": " + violation.what);
     } catch (const std::exception& failure) {

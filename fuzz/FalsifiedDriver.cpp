@@ -41,10 +41,6 @@ void checkWrite(const SMCParamStruct& request) {
         require(false, "only modes, targets and Ftst are written");
 }
 
-bool isCount(const SMCParamStruct& request) {
-    return request.key == smc::fourCharCode("FNum");
-}
-
 }  // namespace
 
 std::uint32_t FalsifiedDriver::findService(const std::string& className) {
@@ -78,7 +74,7 @@ smc::KernelReturn FalsifiedDriver::call(std::uint32_t connection, std::uint32_t 
     // Whoever is told once that there is a mode key writes to it for ever.
     if (honest.result == simulation::SimulatedSMC::keyNotFound) return code;
     if (choice == 4) reply.result = input.oneOf(results);
-    if (choice > 4 && choice < 16 && !isCount(request)) falsify(reply);
+    if (choice > 4 && choice < 16) falsify(reply);
     return code;
 }
 

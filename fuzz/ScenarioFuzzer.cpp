@@ -9,7 +9,6 @@
 #include <string_view>
 #include <variant>
 
-#include "FanNumbers.h"
 #include "concurrency/Require.h"
 #include "json/Writer.h"
 #include "simulation/Scenario.h"
@@ -41,32 +40,18 @@ void survivesWriting(const Scenario& scenario) {
     require(json::encode(*again) == *written, "a scenario that was read again is the same");
 }
 
-/// A machine that counts its fans wrongly stops the daemon.
-bool isFatal(const simulation::Fault& fault) {
-    const bool isCount = fault.key == "FNum" || fault.key == "*";
-    return isCount && (fault.reading || fault.size || fault.type);
-}
-
 std::int64_t heartbeatsOf(const simulation::Event& event) {
     const auto* beats = std::get_if<simulation::Heartbeats>(&event);
     return beats ? (beats->until - beats->at) / beats->every : 0;
 }
 
-bool namesFans(const simulation::Event& event) {
-    const auto* call = std::get_if<simulation::Call>(&event);
-    return !call || (hasKey(call->fan) && allHaveKeys(simulation::planDocument(*call)));
-}
-
 bool canBePlayed(const Scenario& scenario) {
-    const auto fitsFault = [](const simulation::Fault& fault) {
-        return !isFatal(fault) && fault.latency <= 5s;
-    };
+    const auto fitsFault = [](const simulation::Fault& fault) { return fault.latency <= 5s; };
     return scenario.length() <= 40s && scenario.events.size() <= 12 &&
            scenario.faults.size() <= 8 && scenario.restartAfter.value_or(1s) >= 100ms &&
            std::ranges::all_of(scenario.faults, fitsFault) &&
-           std::ranges::all_of(scenario.events, [](const auto& event) {
-               return heartbeatsOf(event) <= 40 && namesFans(event);
-           });
+           std::ranges::all_of(scenario.events,
+                               [](const auto& event) { return heartbeatsOf(event) <= 40; });
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// ControlError: why the last command failed, or why fans were released unasked, as a value. The text
-// that clients read is made from it, and from nothing else.
+// ControlError: why the last command failed, or why fans were released unasked, as a value. The
+// text that clients read is made from it, and from nothing else.
 #pragma once
 
 #include <cstdint>
@@ -75,9 +75,8 @@ struct PlanIncomplete {
     bool operator==(const PlanIncomplete&) const = default;
 };
 
-using ControlError =
-    std::variant<NotRestored, CeilingExceeded, TemperaturesMissing, HeartbeatLost, ChecksOverdue,
-                 FanUnattended, Reclaimed, PlanIncomplete>;
+using ControlError = std::variant<NotRestored, CeilingExceeded, TemperaturesMissing, HeartbeatLost,
+                                  ChecksOverdue, FanUnattended, Reclaimed, PlanIncomplete>;
 
 /// The text for people: "thermal ceiling 97°C exceeded — released to Auto".
 [[nodiscard]] std::string description(const ControlError& error);

@@ -1,11 +1,21 @@
 #include "control/ControlState.h"
 
+#include <tuple>
+
 namespace airflow::control {
 
 const ControlState& ControlState::idle() {
     // Never destroyed: tasks use it until the process is gone.
     static const auto& state = *new const ControlState;
     return state;
+}
+
+bool ControlState::operator==(const ControlState& other) const {
+    const auto published = [](const ControlState& state) {
+        return std::tie(state.perFanMode, state.targets, state.isHolding, state.lastError,
+                        state.stoppedFans);
+    };
+    return published(*this) == published(other);
 }
 
 ControlState ControlState::decode(const json::Decoder& decoder) {

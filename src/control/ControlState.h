@@ -26,7 +26,8 @@ struct ControlState {
     /// What `lastError` was made from. It does not travel: a state that was read has none.
     std::optional<ControlError> cause{};
 
-    bool operator==(const ControlState&) const = default;
+    /// Compares what is published; `cause` is only where its error comes from.
+    bool operator==(const ControlState& other) const;
 
     /// No fan tracked, nothing held, no error: where every controller starts.
     [[nodiscard]] static const ControlState& idle();

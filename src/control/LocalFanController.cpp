@@ -8,7 +8,7 @@
 #include <limits>
 #include <utility>
 
-#include "concurrency/Require.h"
+#include "smc/FanNumbers.h"
 
 namespace airflow::control {
 
@@ -45,26 +45,63 @@ Task<void> LocalFanController::heartbeat() {
     co_return;
 }
 
-void LocalFanController::publishState(bool holding, std::optional<std::string> error) {
+void LocalFanController::publishState(bool holding, std::optional<ControlError> error) {
     std::map<Fan, std::int64_t> wholeTargets;
-    for (const auto& [fan, rpm] : targets) wholeTargets[fan] = wholeRPM(rpm);
+    for (const auto& [fan, rpm] : fans.targetsRPM()) wholeTargets[fan] = wholeRPM(rpm);
     std::optional<std::vector<Fan>> stopped;
-    if (!stoppedFans.empty()) stopped.emplace(stoppedFans.begin(), stoppedFans.end());
-    state = {.perFanMode = perFanMode,
+    if (!fans.stopped().empty()) stopped.emplace(fans.stopped().begin(), fans.stopped().end());
+    state = {.perFanMode = fans.modes(),
              .targets = std::move(wholeTargets),
              .isHolding = holding,
-             .lastError = std::move(error),
+             .lastError = error ? std::optional(description(*error)) : std::nullopt,
              .stoppedFans = std::move(stopped),
-             .cause = {}};
+             .cause = std::move(error)};
     states.send(state);
+}
+
+bool LocalFanController::isMonitoring() const {
+    return std::ranges::any_of(activePlan.fans,
+                               [](const plan::FanPlan& fan) { return !fan.mode.isAutomatic(); });
+}
+
+bool LocalFanController::isManaged(Fan fan) const {
+    return std::ranges::any_of(activePlan.fans, [fan](const plan::FanPlan& entry) {
+        return entry.fanID == fan && !entry.mode.isAutomatic();
+    });
+}
+
+void LocalFanController::forgetPlan() {
+    activePlan = plan::FanControlPlan::allAutomatic();
+    evaluator.reset();
+}
+
+bool LocalFanController::isSuperseded(ReleaseGeneration generation) const {
+    return generation != releaseGeneration || !smc.takesForcing();
+}
+
+bool LocalFanController::isSuperseded(Fan fan, const Generations& begun) const {
+    const bool isLeftOut = begun.plan != releaseRetryGeneration && !isManaged(fan);
+    return isLeftOut || isSuperseded(begun.release);
+}
+
+bool LocalFanController::isSuperseded(std::optional<PlanGeneration> generation) const {
+    return generation && *generation != releaseRetryGeneration;
+}
+
+void LocalFanController::startDueWatching() {
+    const bool isRetryDue = !fans.pending().empty() || isForceTestRefused;
+    if (isRetryDue && releasesAtWork == 0) ensureReleaseRetryLoopRunning();
+    const bool isHoldDue = isMonitoring() || fans.isAnyHeld();
+    if (isHoldDue && operationsAtWork == 0) ensureHoldLoopRunning();
 }
 
 Task<std::optional<std::string>> LocalFanController::resolveModeKey(Fan fan) {
     if (const auto cached = modeKeyCache.find(fan); cached != modeKeyCache.end()) {
         co_return cached->second;
     }
+    if (!smc::isNameable(fan)) co_return std::nullopt;
     for (const char* suffix : {"Md", "md"}) {
-        const std::string key = fmt::format("F{}{}", fan, suffix);
+        const std::string key = smc::fanKey(fan, suffix);
         const auto value = co_await smc.tryReadValue(key);
         if (!value) continue;
         modeKeyCache[fan] = key;
@@ -74,9 +111,9 @@ Task<std::optional<std::string>> LocalFanController::resolveModeKey(Fan fan) {
 }
 
 std::map<std::int64_t, std::string> LocalFanController::withModeKeys(
-    const std::set<Fan>& fans) const {
+    const std::set<Fan>& wanted) const {
     auto keys = modeKeyCache;
-    std::erase_if(keys, [&fans](const auto& entry) { return !fans.contains(entry.first); });
+    std::erase_if(keys, [&](const auto& entry) { return !wanted.contains(entry.first); });
     return keys;
 }
 
@@ -84,10 +121,7 @@ Task<std::optional<std::int64_t>> LocalFanController::fanCount() {
     const auto value = co_await smc.tryReadValue("FNum");
     const auto number = value ? value->numeric() : std::nullopt;
     if (!number) co_return std::nullopt;
-    constexpr double limit = 9223372036854775808.0;  // 2^63
-    concurrency::require(*number >= -limit && *number < limit,
-                         "FNum is a number of fans that fits 64 bits");
-    co_return static_cast<std::int64_t>(*number);
+    co_return smc::believableFanCount(*number);
 }
 
 plan::FanControlPlan LocalFanController::activePlanWith(plan::FanPlan entry) const {
@@ -109,8 +143,10 @@ Task<ControlResult> LocalFanController::setPercent(Fan fan, double percent) {
 }
 
 Task<ControlResult> LocalFanController::fullBlast() {
+    const ReleaseGeneration generation = releaseGeneration;
     const auto count = co_await fanCount();
     if (!count) co_return ControlResult::failed("could not read FNum");
+    if (isSuperseded(generation)) co_return ControlResult::rejected(superseded);
     plan::FanControlPlan full = activePlan;
     full.fans.clear();
     for (Fan fan = 0; fan < *count; ++fan) {
@@ -122,10 +158,9 @@ Task<ControlResult> LocalFanController::fullBlast() {
 Task<ControlResult> LocalFanController::automatic() {
     if (effectiveUserID() != 0) co_return ControlResult::notPrivileged();
     cancelHoldTask();
-    activePlan = plan::FanControlPlan::allAutomatic();
-    evaluator.reset();
+    forgetPlan();
     const Failure failure = co_await releaseAllToAuto(std::nullopt);
-    if (failure) co_return ControlResult::failed(*failure);
+    if (failure) co_return ControlResult::failed(description(*failure));
     co_return ControlResult::applied();
 }
 

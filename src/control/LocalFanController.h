@@ -1,12 +1,20 @@
 // LocalFanController: the one object that changes fan hardware.
 //
-// Lock order: none, since nothing is locked. Authority: what a fan really is, the SMC alone knows;
-// `claimedFans` is what was written last with success. A fan that refuses to go back stays claimed
-// and pending, and is tried again every two seconds until it goes back or a newer plan takes over.
+// What it guarantees: a fan that may be forced is watched, by the hold loop, by the retry loop, or
+// by the operation that is at work on it now. Every end of an operation, a loop and a release
+// passes startDueWatching(), which starts what is due; ControlledFans alone knows which fans these
+// are.
 //
-// Every await is a place where other operations run. Two counters let suspended work notice that it
-// was overtaken: `releaseGeneration` (a release ends a control step) and `releaseRetryGeneration`
-// (a plan ends retries).
+//   a fan          automatic --claim--> claiming --taken--> held --release--> to be released
+//                      ^                    |                                  |   ^  |
+//                      +----- refused, or superseded and given back -----------+   +--+ refused
+//   the controller idle --plan--> holding --release refused--> retrying --plan--> holding
+//                   ^  <--released-- holding     <--went back-- retrying
+//                   any --exit--> ending: the SMC takes no forcing write any more
+//
+// Every await is a place where other operations run. Two generations let suspended work find out
+// that it was superseded: a release supersedes claims, steps and plans; a plan supersedes retries.
+// Lock order: none, since nothing is locked. What a fan really is, the SMC alone knows.
 #pragma once
 
 #include <cstdint>
@@ -20,7 +28,9 @@
 
 #include "concurrency/Actor.h"
 #include "concurrency/Runtime.h"
+#include "control/ControlledFans.h"
 #include "control/FanControlling.h"
+#include "control/Generation.h"
 #include "evaluation/PlanEvaluator.h"
 #include "sensors/SensorReader.h"
 #include "smc/SMCWriting.h"
@@ -37,6 +47,10 @@ public:
 
     LocalFanController(concurrency::Runtime& runtime, smc::SMCWriting& smc,
                        sensors::SensorReader& sensors, UserID effectiveUserID);
+
+    /// Called, on the controller's executor, whenever the hold loop has made its checks and goes
+    /// on. Set before the first operation.
+    std::function<void()> checked;
 
     /// The state last published. Runs on the controller's executor.
     [[nodiscard]] concurrency::Task<ControlState> currentState();
@@ -59,6 +73,17 @@ public:
     /// did not succeed, or nothing.
     [[nodiscard]] concurrency::Task<std::optional<std::string>> restoreAllFansToAutomatic();
 
+    /// restoreAuto() for a process that ends: finds the fans first that start-up recovery has not
+    /// found yet.
+    concurrency::Task<void> restoreAutoAtExit();
+
+    /// Somebody else has asked this fan to go back: it is not held any more. A plan that wants it
+    /// claims it again.
+    concurrency::Task<void> noteGivenBack(std::int64_t fan);
+
+    /// Gives every fan back and forgets the plan, because of `cause`, which is published.
+    concurrency::Task<void> releaseForSafety(ControlError cause);
+
     /// One control step: decides, claims, releases and writes. Returns the fans, ascending, that
     /// the firmware was found to have taken back. A release that comes meanwhile ends it.
     [[nodiscard]] virtual concurrency::Task<std::vector<std::int64_t>> assertPlanOnce(
@@ -66,58 +91,93 @@ public:
 
 private:
     using Fan = std::int64_t;
-    using Failure = std::optional<std::string>;
+    using Failure = std::optional<NotRestored>;
     using WriteResult = smc::SMCWriting::WriteResult;
+    /// The code of a command that a release superseded, or that nobody waits for any more.
+    static constexpr std::uint8_t superseded = 255;
 
-    void publishState(bool holding, std::optional<std::string> error);
+    void publishState(bool holding, std::optional<ControlError> error);
     concurrency::Task<std::optional<std::string>> resolveModeKey(Fan fan);
     concurrency::Task<std::optional<std::int64_t>> fanCount();
     /// Those of the fans whose mode key is known, ascending, with it.
     [[nodiscard]] std::map<Fan, std::string> withModeKeys(const std::set<Fan>& fans) const;
     [[nodiscard]] plan::FanControlPlan activePlanWith(plan::FanPlan entry) const;
+    /// Whether the plan in force manages any fan; this fan.
+    [[nodiscard]] bool isMonitoring() const;
+    [[nodiscard]] bool isManaged(Fan fan) const;
+    void forgetPlan();
+
+    /// Whether a release has come since `generation`, or nobody may force fans any more.
+    [[nodiscard]] bool isSuperseded(ReleaseGeneration generation) const;
+    /// Whether the same holds for the claim of this fan, or a plan has come that does not manage
+    /// it.
+    [[nodiscard]] bool isSuperseded(Fan fan, const Generations& generations) const;
+    [[nodiscard]] Generations generations() const {
+        return {.release = releaseGeneration, .plan = releaseRetryGeneration};
+    }
+    /// Whether a plan has come since `generation`; never for nothing.
+    [[nodiscard]] bool isSuperseded(std::optional<PlanGeneration> generation) const;
+    /// The invariant of this object: what may be forced and is watched by nobody gets its loop.
+    /// A plan that is being applied and a release watch the fans that they are at work on.
+    void startDueWatching();
 
     // Claim
-    /// Polls until the SMC takes the fan, refuses it firmly or 10 s are over; nothing else ends it.
-    concurrency::Task<ControlResult> claimManualMode(Fan fan, std::string modeKey);
+    /// Polls until the SMC takes the fan, refuses it firmly, 10 s are over, or a release or a plan
+    /// without this fan supersedes it: then a fan that the SMC may have taken is given back.
+    concurrency::Task<ControlResult> claimManualMode(Fan fan, std::string modeKey,
+                                                     Generations begun);
+    /// Writes 1 to the mode key. Returns the SMC's answer.
+    concurrency::Task<WriteResult> force(Fan fan, std::string modeKey);
+    concurrency::Task<ControlResult> endSupersededClaim(Fan fan, std::string modeKey,
+                                                        WriteResult last);
     /// "Ftst" = 1 unlocks forced mode where the firmware guards it. Whether it was taken does not
     /// matter: the mode key's own answer tells.
     concurrency::Task<void> raiseForceTest();
 
     // Plan and hold loop
-    concurrency::Task<ControlResult> claimPlannedFans(plan::FanControlPlan plan);
+    void putInForce(plan::FanControlPlan plan);
+    concurrency::Task<ControlResult> claimAndHold(plan::FanControlPlan plan);
+    concurrency::Task<ControlResult> claimPlannedFans(plan::FanControlPlan plan, Generations begun);
+    concurrency::Task<ControlResult> holdPlan(ControlResult result, ReleaseGeneration generation);
     void ensureHoldLoopRunning();
     /// Sleeps outside the controller, which it does not keep alive, and ticks inside.
     static concurrency::Task<void> holdLoop(concurrency::Runtime& clock,
                                             std::weak_ptr<LocalFanController> controller,
-                                            concurrency::CancelToken token);
-    concurrency::Task<bool> holdTick(concurrency::CancelToken token);
-    concurrency::Task<bool> checkAndAssert();
-    /// The message of the safety check that this snapshot fails; nothing when the plan may go on.
-    [[nodiscard]] std::optional<std::string> brokenSafetyCheck(
+                                            std::uint64_t number, concurrency::CancelToken token);
+    concurrency::Task<bool> holdTick(std::uint64_t number, concurrency::CancelToken token);
+    concurrency::Task<bool> checkAndAssert(concurrency::CancelToken token);
+    /// The safety check that this snapshot fails; nothing when the plan may go on.
+    [[nodiscard]] std::optional<ControlError> brokenSafetyCheck(
         const sensors::SensorSnapshot& snapshot);
-    concurrency::Task<void> releaseForSafety(std::string message);
-    concurrency::Task<bool> releaseUnwanted(std::vector<Fan> fans, std::int64_t generation);
+    void publishTick(std::vector<Fan> reverted);
+    concurrency::Task<bool> releaseUnwanted(std::vector<Fan> fans, ReleaseGeneration generation);
     concurrency::Task<bool> claimWanted(std::vector<Fan> fans, plan::FanControlPlan plan,
-                                        std::int64_t generation);
+                                        Generations begun);
     concurrency::Task<bool> writeTarget(Fan fan, std::string modeKey, double rpm);
     void cancelHoldTask();
 
     // Release and retry
-    concurrency::Task<Failure> releaseAllToAuto(
-        std::optional<std::int64_t> expectedRetryGeneration);
-    concurrency::Task<Failure> releasePendingAutoFans(
-        std::optional<std::int64_t> expectedRetryGeneration);
-    concurrency::Task<Failure> writeZero(std::string key);
-    void forgetReleasedFans(const std::set<Fan>& failed);
+    concurrency::Task<Failure> releaseAllToAuto(std::optional<PlanGeneration> expected);
+    concurrency::Task<Failure> releaseKnownFans(std::optional<PlanGeneration> expected);
+    concurrency::Task<std::vector<Refusal>> giveBackKnownFans(
+        std::optional<PlanGeneration> expected);
+    concurrency::Task<Failure> releasePendingAutoFans(std::optional<PlanGeneration> expected);
+    /// Writes 0 to the mode key. Returns the refusal, if it is one; who calls decides whether the
+    /// fan is pending then.
+    concurrency::Task<std::optional<Refusal>> giveBack(Fan fan, std::string modeKey);
+    /// The same; a fan that refuses is pending, unless the plan in force manages it.
+    concurrency::Task<std::optional<Refusal>> giveBackOrRetry(Fan fan, std::string modeKey);
+    [[nodiscard]] std::optional<std::pair<Fan, std::string>> nextKnownFan(
+        const std::set<Fan>& done) const;
     void ensureReleaseRetryLoopRunning();
     static concurrency::Task<void> releaseRetryLoop(std::weak_ptr<LocalFanController> controller,
                                                     concurrency::Runtime& runtime,
-                                                    std::int64_t generation,
+                                                    PlanGeneration generation,
                                                     concurrency::CancelToken token);
     /// Whether that was the last attempt.
-    concurrency::Task<bool> retryRelease(std::int64_t generation);
-    void tellThatNoFanIsPending();
-    [[nodiscard]] bool isSuperseded(std::optional<std::int64_t> expectedRetryGeneration) const;
+    concurrency::Task<bool> retryRelease(PlanGeneration generation);
+    void publishThatNoFanIsPending();
+    concurrency::Task<bool> findFans();
 
     concurrency::Runtime& runtime;
     UserID effectiveUserID;
@@ -125,20 +185,20 @@ private:
     smc::SMCWriting& smc;
     sensors::SensorReader& sensors;
     std::map<Fan, std::string> modeKeyCache;  ///< found keys only: others are probed again
-    std::map<Fan, double> targets;            ///< RPM last written for each held fan
-    std::map<Fan, ControlMode> perFanMode;    ///< of each claimed fan, as published
+    ControlledFans fans;
     plan::FanControlPlan activePlan = plan::FanControlPlan::allAutomatic();
     evaluation::PlanEvaluator evaluator;
-    std::set<Fan> claimedFans;             ///< switched to forced mode with success
-    std::set<Fan> pendingAutoReleaseFans;  ///< still to be given back
-    std::set<Fan> monitoredFans;           ///< those that the plan does not leave on Auto
-    std::set<Fan> stoppedFans;             ///< those that the plan holds stopped
+    int operationsAtWork = 0;  ///< being applied
+    int releasesAtWork = 0;
+    bool isForceTestRefused = false;  ///< the last full release could not lower "Ftst"
+    bool hasFoundFans = false;        ///< start-up recovery has asked for every mode key
     std::optional<concurrency::BackgroundTask> holdTask;
+    std::uint64_t holdTaskNumber = 0;  ///< of the last that was started
     std::optional<concurrency::BackgroundTask> releaseRetryTask;
-    std::int64_t releaseRetryGeneration = 0;
+    PlanGeneration releaseRetryGeneration;
     concurrency::Date lastHeartbeat = concurrency::distantPast;
     std::int64_t consecutiveMissingTemperatureSnapshots = 0;
-    std::int64_t releaseGeneration = 0;
+    ReleaseGeneration releaseGeneration;
     concurrency::Stream<ControlState> states;
     ControlState state = ControlState::idle();
 };

@@ -54,22 +54,45 @@ Task<void> LocalFanController::raiseForceTest() {
     (void)co_await smc.writeUInt8("Ftst", 1);  // the mode key's answer is what counts
 }
 
-Task<ControlResult> LocalFanController::claimManualMode(Fan, std::string modeKey) {
-    const WriteResult direct = co_await smc.writeUInt8(modeKey, 1);
-    if (codeOf(direct) == success) co_return ControlResult::applied();
+Task<smc::SMCWriting::WriteResult> LocalFanController::force(Fan fan, std::string modeKey) {
+    const auto request = fans.beginForcing(fan);
+    const WriteResult written = co_await smc.writeUInt8(std::move(modeKey), 1);
+    if (codeOf(written) == success) fans.forced(fan, request);
+    co_return written;
+}
+
+Task<ControlResult> LocalFanController::claimManualMode(Fan fan, std::string modeKey,
+                                                        Generations begun) {
+    WriteResult written = co_await force(fan, modeKey);
+    if (isSuperseded(fan, begun)) co_return co_await endSupersededClaim(fan, modeKey, written);
+    if (codeOf(written) == success) co_return ControlResult::applied();
     co_await raiseForceTest();
     const concurrency::Instant start = runtime.now();
     RefusalCount refusals;
     for (std::int64_t attempt = 1;; ++attempt) {
         if (attempt % attemptsPerForceTest == 0) co_await raiseForceTest();
-        const WriteResult written = co_await smc.writeUInt8(modeKey, 1);
+        if (isSuperseded(fan, begun)) co_return ControlResult::rejected(superseded);
+        written = co_await force(fan, modeKey);
+        if (isSuperseded(fan, begun)) co_return co_await endSupersededClaim(fan, modeKey, written);
         const std::uint8_t code = codeOf(written);
         if (code == success) co_return ControlResult::applied();
         if (refusals.isFirm(code)) co_return ControlResult::rejected(code);
         // Without a token: a cancelled task must not spin on the driver.
         (void)co_await runtime.sleepFor(pollPeriod);
+        if (isSuperseded(fan, begun)) co_return ControlResult::rejected(superseded);
         if (runtime.now() - start >= pollLimit) co_return ControlResult::timedOut();
     }
+}
+
+/// What came meanwhile may not know of this fan, or may have asked for it too early.
+Task<ControlResult> LocalFanController::endSupersededClaim(Fan fan, std::string modeKey,
+                                                           WriteResult last) {
+    const bool mayBeForced = last ? *last == success : last.error() != smc::SMCError::withheld();
+    if (mayBeForced) {
+        (void)co_await giveBackOrRetry(fan, std::move(modeKey));
+        startDueWatching();
+    }
+    co_return ControlResult::rejected(superseded);
 }
 
 }  // namespace airflow::control

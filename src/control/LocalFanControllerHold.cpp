@@ -1,15 +1,14 @@
 // Plan and hold: putting a plan in force and holding it, under the checks that end it.
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <iterator>
 #include <utility>
 
 #include "control/LocalFanController.h"
 #include "evaluation/FanHoldPlanner.h"
+#include "smc/FanNumbers.h"
 
 namespace airflow::control {
 
@@ -37,10 +36,11 @@ ControlMode publishedMode(const plan::FanPlan& fan) {
     return std::visit(PublishedMode{}, fan.mode.mode);
 }
 
-std::set<std::int64_t> managedFans(const plan::FanControlPlan& plan) {
-    std::set<std::int64_t> managed;
+/// The entries that the plan manages, with the first one for each fan.
+std::map<std::int64_t, const plan::FanPlan*> managedFans(const plan::FanControlPlan& plan) {
+    std::map<std::int64_t, const plan::FanPlan*> managed;
     for (const plan::FanPlan& fan : plan.fans) {
-        if (!fan.mode.isAutomatic()) managed.insert(fan.fanID);
+        if (!fan.mode.isAutomatic()) managed.emplace(fan.fanID, &fan);
     }
     return managed;
 }
@@ -49,72 +49,108 @@ std::set<std::int64_t> managedFans(const plan::FanControlPlan& plan) {
 
 Task<ControlResult> LocalFanController::applyPlan(plan::FanControlPlan plan) {
     if (effectiveUserID() != 0) co_return ControlResult::notPrivileged();
-    ++releaseRetryGeneration;
-    if (releaseRetryTask) releaseRetryTask->cancel();
-    releaseRetryTask.reset();
-    activePlan = plan;
-    monitoredFans = managedFans(plan);
-    for (const Fan fan : monitoredFans) pendingAutoReleaseFans.erase(fan);
-    std::ranges::set_difference(
-        claimedFans, monitoredFans,
-        std::inserter(pendingAutoReleaseFans, pendingAutoReleaseFans.end()));
+    if (!smc.takesForcing()) co_return ControlResult::rejected(superseded);
+    ++operationsAtWork;
+    ControlResult result = co_await claimAndHold(std::move(plan));
+    --operationsAtWork;
+    startDueWatching();
+    co_return result;
+}
+
+Task<ControlResult> LocalFanController::claimAndHold(plan::FanControlPlan plan) {
+    putInForce(plan);
+    const Generations begun = generations();
+    const ReleaseGeneration generation = begun.release;
     const Failure notReleased = co_await releasePendingAutoFans(std::nullopt);
     if (notReleased) publishState(true, notReleased);
 
-    ControlResult result = co_await claimPlannedFans(std::move(plan));
-    if (claimedFans.empty() && monitoredFans.empty()) {
+    const bool managesAny = !managedFans(plan).empty();
+    ControlResult result = co_await claimPlannedFans(std::move(plan), begun);
+    if (isSuperseded(generation) && managesAny) co_return ControlResult::rejected(superseded);
+    if (fans.claimed().empty() && !isMonitoring()) {
         const Failure failure = co_await releaseAllToAuto(std::nullopt);
-        if (failure) co_return ControlResult::failed(*failure);
+        if (failure) co_return ControlResult::failed(description(*failure));
         co_return result;
     }
+    co_return co_await holdPlan(std::move(result), generation);
+}
+
+/// The plan supersedes retries, and decides which fans have still to be given back.
+void LocalFanController::putInForce(plan::FanControlPlan plan) {
+    releaseRetryGeneration.advance();
+    if (releaseRetryTask) releaseRetryTask->cancel();
+    releaseRetryTask.reset();
+    isForceTestRefused = false;
+    activePlan = std::move(plan);
+    const auto managed = managedFans(activePlan);
+    for (const auto& [fan, entry] : managed) {
+        fans.keep(fan);
+        fans.setMode(fan, publishedMode(*entry));
+    }
+    for (const Fan fan : fans.claimed()) {
+        if (!managed.contains(fan)) fans.handBack(fan);
+    }
+}
+
+/// The fans are claimed as far as they can be: the loop begins, and with it the first step.
+Task<ControlResult> LocalFanController::holdPlan(ControlResult result,
+                                                 ReleaseGeneration generation) {
     const concurrency::Date now = runtime.date();
     lastHeartbeat = now;
     ensureHoldLoopRunning();
     auto snapshot = co_await sensors.snapshot();
+    if (isSuperseded(generation)) co_return result;  // the release has published
     (void)co_await assertPlanOnce(activePlan, std::move(snapshot), now);  // the loop will tell
-    publishState(!claimedFans.empty(),
-                 result.isApplied() ? std::nullopt : Failure("applyPlan: " + result.description()));
+    if (isSuperseded(generation)) co_return result;
+    std::optional<ControlError> error;
+    if (!result.isApplied()) error = PlanIncomplete{result};
+    publishState(!fans.claimed().empty(), std::move(error));
     co_return result;
 }
 
-Task<ControlResult> LocalFanController::claimPlannedFans(plan::FanControlPlan plan) {
+Task<ControlResult> LocalFanController::claimPlannedFans(plan::FanControlPlan plan,
+                                                         Generations begun) {
     ControlResult result = ControlResult::applied();
     for (const plan::FanPlan& entry : plan.fans) {
-        if (entry.mode.isAutomatic() || claimedFans.contains(entry.fanID)) continue;
+        if (isSuperseded(begun.release)) co_return ControlResult::rejected(superseded);
+        if (entry.mode.isAutomatic() || fans.claimed().contains(entry.fanID)) continue;
         const auto key = co_await resolveModeKey(entry.fanID);
+        if (isSuperseded(begun.release)) co_return ControlResult::rejected(superseded);
+        if (isSuperseded(entry.fanID, begun)) continue;  // a newer plan has left it out
         if (!key) {
             result = ControlResult::failed(
                 fmt::format("neither F{0}Md nor F{0}md exists on this machine", entry.fanID));
             continue;
         }
-        ControlResult claim = co_await claimManualMode(entry.fanID, *key);
-        if (claim.isApplied()) {
-            claimedFans.insert(entry.fanID);
-            perFanMode.insert_or_assign(entry.fanID, publishedMode(entry));
-        } else {
+        ControlResult claim = co_await claimManualMode(entry.fanID, *key, begun);
+        if (isSuperseded(begun.release)) co_return ControlResult::rejected(superseded);
+        if (isSuperseded(entry.fanID, begun)) continue;
+        if (claim.isApplied())
+            fans.setMode(entry.fanID, publishedMode(entry));
+        else
             result = std::move(claim);
-        }
     }
     co_return result;
 }
 
 void LocalFanController::ensureHoldLoopRunning() {
     if (holdTask) return;
-    holdTask = runtime.detach(
-        "hold loop", [&clock = runtime, weak = weak_from_this()](concurrency::CancelToken token) {
-            return holdLoop(clock, weak, std::move(token));
+    holdTask =
+        runtime.detach("hold loop", [&clock = runtime, weak = weak_from_this(),
+                                     number = ++holdTaskNumber](concurrency::CancelToken token) {
+            return holdLoop(clock, weak, number, std::move(token));
         });
 }
 
 Task<void> LocalFanController::holdLoop(concurrency::Runtime& clock,
                                         std::weak_ptr<LocalFanController> controller,
-                                        concurrency::CancelToken token) {
+                                        std::uint64_t number, concurrency::CancelToken token) {
     bool goesOn = true;
     while (goesOn) {
         (void)co_await clock.sleepFor(holdPeriod, token);  // when cut short, the tick decides
         const auto self = controller.lock();
         if (!self) break;
-        goesOn = co_await self->holdTick(token);
+        goesOn = co_await self->holdTick(number, token);
     }
 }
 
@@ -124,93 +160,99 @@ void LocalFanController::cancelHoldTask() {
 }
 
 /// One turn of the hold loop. False when it was the last.
-Task<bool> LocalFanController::holdTick(concurrency::CancelToken token) {
-    const bool isOver = token.isRequested() || (claimedFans.empty() && monitoredFans.empty());
-    bool goesOn = !isOver;
-    if (goesOn) goesOn = co_await checkAndAssert();
-    if (!goesOn) holdTask.reset();
+Task<bool> LocalFanController::holdTick(std::uint64_t number, concurrency::CancelToken token) {
+    bool goesOn = !token.isRequested() && (!fans.claimed().empty() || isMonitoring());
+    if (goesOn) goesOn = co_await checkAndAssert(std::move(token));
+    const bool isOwnHandle = holdTaskNumber == number;  // a newer loop's is left alone
+    if (!goesOn && isOwnHandle) holdTask.reset();
+    startDueWatching();
     co_return goesOn;
 }
 
-/// The safety checks, in their order, and then the control step. False when the hold has ended.
-Task<bool> LocalFanController::checkAndAssert() {
+/// The safety checks, in their order, and then the control step. False when the hold has ended. The
+/// loop is cancelled by releases alone: what comes after one is the release's to tell.
+Task<bool> LocalFanController::checkAndAssert(concurrency::CancelToken token) {
     auto snapshot = co_await sensors.snapshot();
+    if (token.isRequested()) co_return false;
     if (!snapshot.temps.empty()) {
         consecutiveMissingTemperatureSnapshots = 0;
     } else if (++consecutiveMissingTemperatureSnapshots < missingTemperatureLimit) {
-        publishState(true,
-                     fmt::format("temperature data unavailable ({}/{})",
-                                 consecutiveMissingTemperatureSnapshots, missingTemperatureLimit));
+        if (checked) checked();
+        publishState(true, TemperaturesMissing{.snapshots = consecutiveMissingTemperatureSnapshots,
+                                               .limit = missingTemperatureLimit});
         co_return true;
     }
-    if (const auto message = brokenSafetyCheck(snapshot)) {
-        co_await releaseForSafety(*message);
+    if (auto broken = brokenSafetyCheck(snapshot)) {
+        co_await releaseForSafety(std::move(*broken));
         co_return false;
     }
+    if (checked) checked();
     auto reverted = co_await assertPlanOnce(activePlan, std::move(snapshot), runtime.date());
-    if (claimedFans.empty()) {
-        publishState(false, std::nullopt);
-        co_return !monitoredFans.empty();
-    }
-    if (reverted.empty()) {
-        publishState(true, std::nullopt);
-    } else {
-        std::ranges::sort(reverted);
-        publishState(false, fmt::format("reclaimed: fan(s) [{}] reverted to mode 3",
-                                        fmt::join(reverted, ", ")));
-    }
-    co_return true;
+    if (token.isRequested()) co_return false;
+    publishTick(std::move(reverted));
+    co_return !fans.claimed().empty() || isMonitoring();
 }
 
-std::optional<std::string> LocalFanController::brokenSafetyCheck(
+void LocalFanController::publishTick(std::vector<Fan> reverted) {
+    if (fans.claimed().empty() || reverted.empty())
+        return publishState(!fans.claimed().empty(), std::nullopt);
+    std::ranges::sort(reverted);
+    publishState(false, Reclaimed{std::move(reverted)});
+}
+
+std::optional<ControlError> LocalFanController::brokenSafetyCheck(
     const sensors::SensorSnapshot& snapshot) {
     const auto hottest = snapshot.hottest();
-    if (!hottest) return "temperature data unavailable — released to Auto";
-    if (hottest->celsius >= thermalCeiling) {
-        return fmt::format("thermal ceiling {:.0f}°C exceeded — released to Auto",
-                           std::trunc(hottest->celsius));
+    if (!hottest) {
+        return TemperaturesMissing{.snapshots = consecutiveMissingTemperatureSnapshots,
+                                   .limit = missingTemperatureLimit};
     }
+    if (hottest->celsius >= thermalCeiling) return CeilingExceeded{hottest->celsius};
     if (lastHeartbeat != concurrency::distantPast &&
         runtime.date() - lastHeartbeat > heartbeatLimit) {
-        return "no heartbeat for >15s — released to Auto";
+        return HeartbeatLost{};
     }
     return std::nullopt;
 }
 
-Task<void> LocalFanController::releaseForSafety(std::string message) {
-    activePlan = plan::FanControlPlan::allAutomatic();
-    evaluator.reset();
+Task<void> LocalFanController::releaseForSafety(ControlError cause) {
+    const PlanGeneration generation = releaseRetryGeneration;
+    forgetPlan();
     const Failure failure = co_await releaseAllToAuto(std::nullopt);
+    if (isSuperseded(generation)) co_return;  // what holds now is the newer plan's to tell
     if (failure)
-        publishState(!claimedFans.empty(), failure);
+        publishState(!fans.claimed().empty(), failure);
     else
-        publishState(false, std::move(message));
+        publishState(false, std::move(cause));
 }
 
 Task<std::vector<std::int64_t>> LocalFanController::assertPlanOnce(plan::FanControlPlan plan,
                                                                    sensors::SensorSnapshot snapshot,
                                                                    concurrency::Date now) {
-    const std::int64_t generation = releaseGeneration;
+    const Generations begun = generations();
+    const ReleaseGeneration generation = begun.release;
     const auto decisions = evaluator.evaluate(plan, snapshot, now);
-    auto actions = evaluation::FanHoldPlanner::actions(decisions, claimedFans);
-    stoppedFans = {actions.stoppedFans.begin(), actions.stoppedFans.end()};
+    auto actions = evaluation::FanHoldPlanner::actions(decisions, fans.claimed());
+    fans.setStopped({actions.stoppedFans.begin(), actions.stoppedFans.end()});
     if (actions.forceTestEnabled) co_await raiseForceTest();
     const bool released = co_await releaseUnwanted(std::move(actions.toRelease), generation);
     if (!released) co_return std::vector<Fan>{};
-    const bool claimed =
-        co_await claimWanted(std::move(actions.toClaim), std::move(plan), generation);
+    const bool claimed = co_await claimWanted(std::move(actions.toClaim), std::move(plan), begun);
     if (!claimed) co_return std::vector<Fan>{};
     std::vector<Fan> reverted;
-    const auto held = withModeKeys(claimedFans);
+    const auto held = withModeKeys(fans.claimed());
     for (const auto& [fan, key] : held) {
-        if (releaseGeneration != generation) co_return std::vector<Fan>{};
-        if (!claimedFans.contains(fan)) continue;  // a plan has given it back meanwhile
+        if (isSuperseded(generation)) co_return std::vector<Fan>{};
+        // A newer plan may have given it back meanwhile, or may be at it.
+        if (!fans.claimed().contains(fan)) continue;
+        if (isSuperseded(begun.plan) && fans.pending().contains(fan)) continue;
         const auto target = actions.targets.find(fan);
         if (target == actions.targets.end()) continue;
         const bool isReverted = co_await writeTarget(fan, key, target->second);
         if (isReverted) reverted.push_back(fan);
     }
-    if (claimedFans.empty() && !actions.forceTestEnabled) {
+    if (isSuperseded(generation)) co_return std::vector<Fan>{};
+    if (fans.claimed().empty() && !actions.forceTestEnabled) {
         (void)co_await smc.writeUInt8("Ftst", 0);  // the next tick tries again
     }
     co_return reverted;
@@ -218,41 +260,41 @@ Task<std::vector<std::int64_t>> LocalFanController::assertPlanOnce(plan::FanCont
 
 /// Gives the fans back; one that refuses stays claimed and is tried again on the next tick. False
 /// when a release came meanwhile.
-Task<bool> LocalFanController::releaseUnwanted(std::vector<Fan> fans, std::int64_t generation) {
-    const auto unwanted = withModeKeys({fans.begin(), fans.end()});
-    for (const auto& [fan, key] : unwanted) {
-        if (releaseGeneration != generation) co_return false;
-        const WriteResult written = co_await smc.writeUInt8(key, 0);
-        if (!written || *written != 0) continue;
-        claimedFans.erase(fan);
-        targets.erase(fan);
-        perFanMode.erase(fan);
+Task<bool> LocalFanController::releaseUnwanted(std::vector<Fan> unwanted,
+                                               ReleaseGeneration generation) {
+    const auto known = withModeKeys({unwanted.begin(), unwanted.end()});
+    for (const auto& [fan, key] : known) {
+        if (isSuperseded(generation)) co_return false;
+        (void)co_await giveBack(fan, key);
     }
-    co_return true;
+    co_return !isSuperseded(generation);
 }
 
 /// Claims the fans; one that cannot be claimed is tried again on the next tick. False when a
 /// release came meanwhile.
-Task<bool> LocalFanController::claimWanted(std::vector<Fan> fans, plan::FanControlPlan plan,
-                                           std::int64_t generation) {
-    for (const Fan fan : fans) {
-        if (releaseGeneration != generation) co_return false;
+Task<bool> LocalFanController::claimWanted(std::vector<Fan> wanted, plan::FanControlPlan plan,
+                                           Generations begun) {
+    for (const Fan fan : wanted) {
+        if (isSuperseded(begun.release)) co_return false;
+        if (isSuperseded(fan, begun)) continue;
         const auto key = co_await resolveModeKey(fan);
-        if (!key) continue;
-        const ControlResult claim = co_await claimManualMode(fan, *key);
+        if (isSuperseded(begun.release)) co_return false;
+        if (!key || isSuperseded(fan, begun)) continue;
+        const ControlResult claim = co_await claimManualMode(fan, *key, begun);
+        if (isSuperseded(begun.release)) co_return false;
         if (!claim.isApplied()) continue;
-        claimedFans.insert(fan);
-        const auto entry = std::ranges::find(plan.fans, fan, &plan::FanPlan::fanID);
-        if (entry != plan.fans.end()) perFanMode.insert_or_assign(fan, publishedMode(*entry));
+        const auto& inForce = isSuperseded(begun.plan) ? activePlan : plan;
+        const auto entry = std::ranges::find(inForce.fans, fan, &plan::FanPlan::fanID);
+        if (entry != inForce.fans.end()) fans.setMode(fan, publishedMode(*entry));
     }
     co_return true;
 }
 
 /// Asserts forced mode and writes the target. True when the firmware has taken the fan back.
 Task<bool> LocalFanController::writeTarget(Fan fan, std::string modeKey, double rpm) {
-    (void)co_await smc.writeUInt8(modeKey, 1);                      // read back below
-    (void)co_await smc.writeFloat(fmt::format("F{}Tg", fan), rpm);  // written again every tick
-    targets[fan] = rpm;
+    (void)co_await force(fan, modeKey);                          // read back below
+    (void)co_await smc.writeFloat(smc::fanKey(fan, "Tg"), rpm);  // written again every tick
+    fans.setTarget(fan, rpm);
     const auto mode = co_await smc.tryReadValue(modeKey);
     const auto number = mode ? mode->numeric() : std::nullopt;
     const bool isReverted = number && std::trunc(*number) == revertedMode;

@@ -1,13 +1,10 @@
 // Release and retry: giving fans back to the firmware, however often it takes.
-#include <fmt/format.h>
-#include <fmt/ranges.h>
-
 #include <algorithm>
 #include <chrono>
-#include <string_view>
 #include <utility>
 
 #include "control/LocalFanController.h"
+#include "smc/FanNumbers.h"
 
 namespace airflow::control {
 
@@ -17,98 +14,133 @@ using concurrency::Task;
 using namespace std::chrono_literals;
 
 constexpr auto retryPeriod = 2s;
-constexpr std::string_view notRestored = "failed to restore Auto: {}";
-
-std::string joined(const std::vector<std::string>& messages) {
-    return fmt::format(notRestored, fmt::join(messages, "; "));
-}
 
 /// Whether this is over once no fan is pending. A force-test that was not lowered is not: then no
 /// fan is pending in the first place.
-bool tellsOfPendingFans(const std::optional<std::string>& error) {
-    constexpr auto prefix = notRestored.substr(0, notRestored.size() - 2);
-    return error && error->starts_with(prefix) && !error->substr(prefix.size()).starts_with("Ftst");
+bool tellsOfPendingFans(const std::optional<ControlError>& error) {
+    const auto* notRestored = error ? std::get_if<NotRestored>(&*error) : nullptr;
+    return notRestored && notRestored->refusals.front().key != "Ftst";
+}
+
+std::optional<Refusal> refusalOf(std::string key, const smc::SMCWriting::WriteResult& written) {
+    if (written && *written == 0) return std::nullopt;
+    return Refusal{.key = std::move(key), .answer = written};
+}
+
+std::optional<std::string> textOf(const std::optional<NotRestored>& failure) {
+    return failure ? std::optional(description(*failure)) : std::nullopt;
 }
 
 }  // namespace
 
-bool LocalFanController::isSuperseded(std::optional<std::int64_t> expectedRetryGeneration) const {
-    return expectedRetryGeneration && *expectedRetryGeneration != releaseRetryGeneration;
+Task<std::optional<Refusal>> LocalFanController::giveBack(Fan fan, std::string modeKey) {
+    const auto request = fans.begin(fan);
+    const WriteResult written = co_await smc.writeUInt8(modeKey, 0);
+    auto refusal = refusalOf(std::move(modeKey), written);
+    if (!refusal) fans.givenBack(fan, request);
+    co_return refusal;
 }
 
-/// Writes 0 to a mode key or to "Ftst". Returns why it was not taken, or nothing.
-Task<std::optional<std::string>> LocalFanController::writeZero(std::string key) {
-    const WriteResult written = co_await smc.writeUInt8(key, 0);
-    if (!written) co_return fmt::format("{}=0 failed ({})", key, written.error().description());
-    if (*written != 0) co_return fmt::format("{}=0 rejected (SMC 0x{:x})", key, *written);
-    co_return std::nullopt;
+Task<std::optional<Refusal>> LocalFanController::giveBackOrRetry(Fan fan, std::string modeKey) {
+    const auto request = fans.begin(fan);
+    const WriteResult written = co_await smc.writeUInt8(modeKey, 0);
+    auto refusal = refusalOf(std::move(modeKey), written);
+    if (!refusal)
+        fans.released(fan, request);
+    else if (!isManaged(fan))
+        fans.refusedToGoBack(fan, request);
+    co_return refusal;
 }
 
 /// Returns every fan whose mode key is known to the firmware's own control.
 ///
 /// Force-test stays raised while any fan refuses, because lowering it would strand that fan in
-/// forced mode. Refused fans stay claimed and pending, and the retry loop is started for them. Does
-/// nothing when a newer plan has superseded the retry that asks for it.
-Task<std::optional<std::string>> LocalFanController::releaseAllToAuto(
-    std::optional<std::int64_t> expectedRetryGeneration) {
-    if (isSuperseded(expectedRetryGeneration)) co_return std::nullopt;
+/// forced mode; and while a newer plan is in force, which may need it. Refused fans stay claimed
+/// and pending, and the retry loop is started for them. Does nothing when a newer plan has
+/// superseded the retry that asks for it.
+Task<std::optional<NotRestored>> LocalFanController::releaseAllToAuto(
+    std::optional<PlanGeneration> expected) {
+    if (isSuperseded(expected)) co_return std::nullopt;
     cancelHoldTask();
-    ++releaseGeneration;
-    co_await raiseForceTest();
-    const auto keys = modeKeyCache;
-    std::set<Fan> failed;
-    std::vector<std::string> messages;
-    for (const auto& [fan, key] : keys) {
-        if (isSuperseded(expectedRetryGeneration)) co_return std::nullopt;
-        const Failure refusal = co_await writeZero(key);
-        if (!refusal) continue;
-        failed.insert(fan);
-        messages.push_back(*refusal);
-    }
-    if (failed.empty()) {
-        const Failure refusal = co_await writeZero("Ftst");
-        if (refusal) messages.push_back(*refusal);
-    }
-    forgetReleasedFans(failed);
-    if (messages.empty()) {
-        publishState(false, std::nullopt);
-        co_return std::nullopt;
-    }
-    const std::string text = joined(messages);
-    publishState(!claimedFans.empty(), text);
-    ensureReleaseRetryLoopRunning();
-    co_return text;
+    releaseGeneration.advance();
+    isForceTestRefused = false;
+    ++operationsAtWork;
+    ++releasesAtWork;
+    Failure failure = co_await releaseKnownFans(expected);
+    --releasesAtWork;
+    --operationsAtWork;
+    startDueWatching();
+    co_return failure;
 }
 
-void LocalFanController::forgetReleasedFans(const std::set<Fan>& failed) {
-    const auto isReleased = [&failed](Fan fan) { return !failed.contains(fan); };
-    const auto entryIsReleased = [&](const auto& entry) { return isReleased(entry.first); };
-    std::erase_if(claimedFans, isReleased);
-    pendingAutoReleaseFans = failed;
-    std::erase_if(targets, entryIsReleased);
-    std::erase_if(perFanMode, entryIsReleased);
+Task<std::optional<NotRestored>> LocalFanController::releaseKnownFans(
+    std::optional<PlanGeneration> expected) {
+    const PlanGeneration generation = releaseRetryGeneration;
+    co_await raiseForceTest();
+    auto refusals = co_await giveBackKnownFans(expected);
+    if (isSuperseded(expected)) co_return std::nullopt;
+    if (refusals.empty() && !(isSuperseded(generation) && isMonitoring())) {
+        const WriteResult lowered = co_await smc.writeUInt8("Ftst", 0);
+        const auto refusal = refusalOf("Ftst", lowered);
+        if (isSuperseded(expected)) co_return std::nullopt;
+        if (refusal) refusals.push_back(*refusal);
+        // A newer plan lowers it itself, when it holds nothing any more.
+        isForceTestRefused = refusal && !isSuperseded(generation);
+    }
+    Failure failure;
+    if (!refusals.empty()) failure = NotRestored{std::move(refusals)};
+    std::optional<ControlError> error = failure;
+    // A retry that finds everything given back by another release leaves that one's reason alone.
+    if (!failure && expected && state.cause && isSafetyRelease(*state.cause)) error = state.cause;
+    // What a newer plan holds is for it to publish, unless it has to be told of refusals.
+    if (failure || !isSuperseded(generation)) {
+        publishState(failure && !fans.claimed().empty(), std::move(error));
+    }
+    co_return failure;
+}
+
+/// Asks each known fan once, also one that is found meanwhile. Returns the refusals; what it has
+/// when a newer plan supersedes the retry.
+Task<std::vector<Refusal>> LocalFanController::giveBackKnownFans(
+    std::optional<PlanGeneration> expected) {
+    std::vector<Refusal> refusals;
+    std::set<Fan> done;
+    while (const auto next = nextKnownFan(done)) {
+        if (isSuperseded(expected)) break;
+        done.insert(next->first);
+        auto refusal = co_await giveBackOrRetry(next->first, next->second);
+        if (isSuperseded(expected)) break;
+        if (refusal) refusals.push_back(std::move(*refusal));
+    }
+    co_return refusals;
+}
+
+std::optional<std::pair<std::int64_t, std::string>> LocalFanController::nextKnownFan(
+    const std::set<Fan>& done) const {
+    const auto next = std::ranges::find_if(
+        modeKeyCache, [&done](const auto& entry) { return !done.contains(entry.first); });
+    if (next == modeKeyCache.end()) return std::nullopt;
+    return *next;
 }
 
 /// Returns only the pending fans. "Ftst" stays as it is: the plan may hold other fans.
-Task<std::optional<std::string>> LocalFanController::releasePendingAutoFans(
-    std::optional<std::int64_t> expectedRetryGeneration) {
-    if (isSuperseded(expectedRetryGeneration)) co_return std::nullopt;
+Task<std::optional<NotRestored>> LocalFanController::releasePendingAutoFans(
+    std::optional<PlanGeneration> expected) {
+    if (isSuperseded(expected)) co_return std::nullopt;
     co_await raiseForceTest();
-    const auto pending = withModeKeys(pendingAutoReleaseFans);
-    std::vector<std::string> messages;
+    const auto pending = withModeKeys(fans.pending());
+    std::vector<Refusal> refusals;
     for (const auto& [fan, key] : pending) {
-        if (isSuperseded(expectedRetryGeneration)) co_return std::nullopt;
-        const Failure refusal = co_await writeZero(key);
-        if (refusal) {
-            messages.push_back(*refusal);
-        } else {
-            pendingAutoReleaseFans.erase(fan);
-            claimedFans.erase(fan);
-        }
+        if (isSuperseded(expected)) co_return std::nullopt;
+        if (!fans.pending().contains(fan)) continue;  // a newer plan manages it
+        auto refusal = co_await giveBackOrRetry(fan, key);
+        if (!fans.claimed().contains(fan)) fans.forgetStopped(fan);
+        if (isSuperseded(expected)) co_return std::nullopt;
+        if (refusal) refusals.push_back(std::move(*refusal));
     }
-    if (messages.empty()) co_return std::nullopt;
-    ensureReleaseRetryLoopRunning();
-    co_return joined(messages);
+    startDueWatching();
+    if (refusals.empty()) co_return std::nullopt;
+    co_return NotRestored{std::move(refusals)};
 }
 
 void LocalFanController::ensureReleaseRetryLoopRunning() {
@@ -122,7 +154,7 @@ void LocalFanController::ensureReleaseRetryLoopRunning() {
 
 Task<void> LocalFanController::releaseRetryLoop(std::weak_ptr<LocalFanController> controller,
                                                 concurrency::Runtime& runtime,
-                                                std::int64_t generation,
+                                                PlanGeneration generation,
                                                 concurrency::CancelToken token) {
     bool isOver = false;
     while (!isOver) {
@@ -133,42 +165,74 @@ Task<void> LocalFanController::releaseRetryLoop(std::weak_ptr<LocalFanController
     }
 }
 
-Task<bool> LocalFanController::retryRelease(std::int64_t generation) {
-    const bool isPartial = !pendingAutoReleaseFans.empty();
+Task<bool> LocalFanController::retryRelease(PlanGeneration generation) {
+    if (isSuperseded(generation)) co_return true;  // the handle is a newer loop's
+    if (releasesAtWork > 0) co_return false;       // which asks the same fans, and lowers "Ftst"
+    const bool isPartial = !fans.pending().empty();
+    const auto claimedBefore = fans.claimed();
     Failure failure;
     if (isPartial)
         failure = co_await releasePendingAutoFans(generation);
-    else
+    else if (!isMonitoring() && !fans.isAnyHeld())  // a plan in force is never undone
         failure = co_await releaseAllToAuto(generation);
-    if (releaseRetryGeneration != generation) co_return true;  // the handle is a newer loop's
-    if (failure || !pendingAutoReleaseFans.empty()) co_return false;
-    if (isPartial) tellThatNoFanIsPending();  // releaseAllToAuto has published
+    if (isSuperseded(generation)) co_return true;
+    if (failure || !fans.pending().empty() || isForceTestRefused) {
+        const bool isProgress = fans.claimed() != claimedBefore;
+        if (isPartial && isProgress) {
+            publishState(state.isHolding && !fans.claimed().empty(), state.cause);
+        }
+        co_return false;
+    }
+    if (isPartial) publishThatNoFanIsPending();  // releaseAllToAuto has published
     releaseRetryTask.reset();
+    startDueWatching();
     co_return true;
 }
 
 /// Takes back what is over: that fans refuse, and perhaps that any is held. Whatever else is shown
 /// is another's, who may have come in the middle of the retry.
-void LocalFanController::tellThatNoFanIsPending() {
-    Failure stillTrue = state.lastError;
+void LocalFanController::publishThatNoFanIsPending() {
+    std::optional<ControlError> stillTrue = state.cause;
     if (tellsOfPendingFans(stillTrue)) stillTrue.reset();
-    publishState(state.isHolding && !claimedFans.empty(), std::move(stillTrue));
+    publishState(state.isHolding && !fans.claimed().empty(), std::move(stillTrue));
 }
 
 Task<std::optional<std::string>> LocalFanController::restoreAuto() {
     cancelHoldTask();
-    activePlan = plan::FanControlPlan::allAutomatic();
-    evaluator.reset();
-    co_return co_await releaseAllToAuto(std::nullopt);
+    forgetPlan();
+    const Failure failure = co_await releaseAllToAuto(std::nullopt);
+    co_return textOf(failure);
 }
 
 Task<std::optional<std::string>> LocalFanController::restoreAllFansToAutomatic() {
+    const bool isCounted = co_await findFans();
+    if (!isCounted) co_return "could not read FNum during startup recovery";
+    const Failure failure = co_await releaseAllToAuto(std::nullopt);
+    co_return textOf(failure);
+}
+
+Task<void> LocalFanController::noteGivenBack(Fan fan) {
+    fans.givenBack(fan, fans.begin(fan));
+    startDueWatching();
+    co_return;
+}
+
+/// Asks for the mode key of every fan that the SMC counts. False when it does not count them.
+Task<bool> LocalFanController::findFans() {
     const auto count = co_await fanCount();
-    if (!count) co_return "could not read FNum during startup recovery";
+    if (!count) co_return false;
     for (Fan fan = 0; fan < *count; ++fan) {
         (void)co_await resolveModeKey(fan);  // fans without a key are the firmware's anyway
     }
-    co_return co_await releaseAllToAuto(std::nullopt);
+    hasFoundFans = smc.takesForcing();  // an exit that has begun withholds what was asked before
+    co_return true;
+}
+
+Task<void> LocalFanController::restoreAutoAtExit() {
+    // Whatever the count says: a fan may be forced that it leaves out.
+    const std::int64_t unknownFans = hasFoundFans ? 0 : smc::mostFans;
+    for (Fan fan = 0; fan < unknownFans; ++fan) (void)co_await resolveModeKey(fan);
+    (void)co_await restoreAuto();  // the process ends whatever came of it
 }
 
 }  // namespace airflow::control

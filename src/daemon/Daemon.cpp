@@ -23,9 +23,10 @@ Task<void> Daemon::startUp() {
         co_return;
     }
     buildController();
-    safetyHandlers.arm(controller);
+    safetyHandlers.arm(controller, &platform.hardware.smc());
     safetyHandlers.installSafetyHandlers();
     const auto failure = co_await controller->restoreAllFansToAutomatic();
+    if (safetyHandlers.isExiting()) co_return;  // a signal has come, which ends the process
     if (failure) {
         co_await fail("startup Auto recovery failed: " + *failure);
         co_return;
@@ -43,6 +44,17 @@ void Daemon::buildController() {
     controller = std::make_shared<control::LocalFanController>(
         platform.runtime, platform.hardware.smc(), platform.hardware.sensors(),
         platform.effectiveUserID);
+    guard.emplace(
+        platform.runtime, platform.hardware.smc(),
+        [this](control::ControlError cause) {
+            platform.runtime.detach("release of the guard",
+                                    controller->releaseForSafety(std::move(cause)));
+        },
+        [this](std::int64_t fan) {
+            platform.runtime.detach("fan of the guard", controller->noteGivenBack(fan));
+        });
+    guard->acting = platform.guarded;
+    controller->checked = [this] { guard->checked(); };
     // A stream keeps what nobody reads, so one that nobody is told of is closed, which ends the
     // task.
     if (!platform.published) controller->stateStream().close();
@@ -59,9 +71,11 @@ Task<void> Daemon::tellStates(std::shared_ptr<control::LocalFanController> contr
 }
 
 void Daemon::listen() {
-    service.emplace(platform.runtime, platform.process, controller);
+    attendance.emplace(platform.hardware.smc(), *guard);
+    service.emplace(platform.runtime, platform.process, controller, &*attendance);
     delegate.emplace(*service);
     platform.listener.resume(*delegate);
+    guard->begin();
     platform.standardError.write(
         logLine(fmt::format("listening on {} (build {})", machServiceName, BuildIdentity::text)));
 }

@@ -10,7 +10,9 @@
 #include <optional>
 
 #include "concurrency/Runtime.h"
+#include "control/FanGuard.h"
 #include "control/LocalFanController.h"
+#include "daemon/Attendance.h"
 #include "daemon/Connection.h"
 #include "daemon/DaemonProcess.h"
 #include "daemon/FanHelperService.h"
@@ -36,6 +38,8 @@ public:
         control::LocalFanController::UserID effectiveUserID{};
         /// Told of every state that the controller publishes; empty: nobody is.
         std::function<void(const control::ControlState&)> published{};
+        /// Called whenever the guard gives fans back.
+        std::function<void()> guarded{};
     };
 
     explicit Daemon(Platform platform);
@@ -57,6 +61,8 @@ private:
     Platform platform;
     SafetyHandlers safetyHandlers;
     std::shared_ptr<control::LocalFanController> controller;
+    std::optional<control::FanGuard> guard;
+    std::optional<Attendance> attendance;
     std::optional<FanHelperService> service;
     std::optional<HelperListenerDelegate> delegate;
 };

@@ -29,8 +29,12 @@ public:
     /// the sense of the C library: it may allocate, lock and wait.
     virtual void handle(Signal signal, Handler handler) = 0;
 
-    /// Ends the process with `status`, 0 to 255, after its exit handlers. Never completes. When two
-    /// ask for it, the first one's status counts and the second waits for ever.
+    /// The process is about to end with `status`, 0 to 255: it counts whoever exits first, unless
+    /// another was announced before. Any thread may call.
+    virtual void announceExit(int status) = 0;
+
+    /// Announces `status`, and ends the process after its exit handlers. Never completes. When two
+    /// ask for it, the second waits for ever.
     virtual concurrency::Task<void> exit(int status) = 0;
 };
 

@@ -19,6 +19,12 @@ using namespace std::chrono_literals;
 /// Between the acknowledgement of an upgrade and the end, so that it can leave the process.
 constexpr auto farewell = 200ms;
 
+/// What a command is answered that nobody waits for any more.
+ControlResult clientIsGone() {
+    constexpr std::uint8_t superseded = 255;
+    return ControlResult::rejected(superseded);
+}
+
 std::string stateDocument(const control::ControlState& state) {
     json::Writer writer;
     writer.write(state);
@@ -28,8 +34,12 @@ std::string stateDocument(const control::ControlState& state) {
 }  // namespace
 
 FanHelperService::FanHelperService(concurrency::Runtime& taskRuntime, DaemonProcess& ownProcess,
-                                   std::shared_ptr<control::LocalFanController> fanController)
-    : runtime(taskRuntime), process(ownProcess), controller(std::move(fanController)) {}
+                                   std::shared_ptr<control::LocalFanController> fanController,
+                                   Attendance* clientsThere)
+    : runtime(taskRuntime),
+      process(ownProcess),
+      controller(std::move(fanController)),
+      attendance(clientsThere) {}
 
 void FanHelperService::helperVersion(const TextReply& reply) const {
     reply(BuildIdentity::text);
@@ -40,60 +50,88 @@ void FanHelperService::shutdownForUpgrade(Acknowledgement reply) {
 }
 
 void FanHelperService::setManualRPM(std::int64_t fan, std::int64_t rpm, CodeReply reply) {
-    runtime.detach("setManualRPM", answer(controller->setManual(fan, rpm), std::move(reply)));
+    runtime.detach("setManualRPM",
+                   answer(*this, arrival(), controller->setManual(fan, rpm), std::move(reply)));
 }
 
 void FanHelperService::setPercent(std::int64_t fan, double percent, CodeReply reply) {
-    runtime.detach("setPercent", answer(controller->setPercent(fan, percent), std::move(reply)));
+    runtime.detach("setPercent", answer(*this, arrival(), controller->setPercent(fan, percent),
+                                        std::move(reply)));
 }
 
 void FanHelperService::fullBlast(CodeReply reply) {
-    runtime.detach("fullBlast", answer(controller->fullBlast(), std::move(reply)));
+    runtime.detach("fullBlast",
+                   answer(*this, arrival(), controller->fullBlast(), std::move(reply)));
 }
 
 void FanHelperService::automatic(CodeReply reply) {
-    runtime.detach("automatic", answer(controller->automatic(), std::move(reply)));
+    runtime.detach("automatic",
+                   answer(*this, arrival(), controller->automatic(), std::move(reply)));
 }
 
 void FanHelperService::applyConfig(std::string plan, CodeReply reply) {
-    runtime.detach("applyConfig", decodeAndApply(*this, std::move(plan), std::move(reply)));
+    runtime.detach("applyConfig",
+                   decodeAndApply(*this, arrival(), std::move(plan), std::move(reply)));
 }
 
 void FanHelperService::restoreAuto(Acknowledgement reply) {
-    runtime.detach("restoreAuto", restoreAndAcknowledge(*this, std::move(reply)));
+    runtime.detach("restoreAuto", restoreAndAcknowledge(*this, arrival(), std::move(reply)));
 }
 
 void FanHelperService::heartbeat() {
-    runtime.detach("heartbeat", controller->heartbeat());
+    runtime.detach("heartbeat", beat(*this, arrival()));
 }
 
 void FanHelperService::readState(DataReply reply) {
     runtime.detach("readState", replyState(*this, std::move(reply)));
 }
 
-concurrency::Task<void> FanHelperService::answer(Result command, CodeReply reply) {
+concurrency::Task<void> FanHelperService::answer(const FanHelperService& service, Arrival arrived,
+                                                 Result command, CodeReply reply) {
+    if (service.isOver(arrived)) {
+        reply(clientIsGone().xpcCode());
+        co_return;
+    }
+    service.noteHeard();
     const ControlResult result = co_await std::move(command);
+    service.noteHeard();
     reply(result.xpcCode());
 }
 
-concurrency::Task<void> FanHelperService::decodeAndApply(FanHelperService& service,
-                                                         std::string text, CodeReply reply) {
+concurrency::Task<void> FanHelperService::decodeAndApply(const FanHelperService& service,
+                                                         Arrival arrived, std::string text,
+                                                         CodeReply reply) {
+    if (service.isOver(arrived)) {
+        reply(clientIsGone().xpcCode());
+        co_return;
+    }
     const auto plan = json::decode<plan::FanControlPlan>(text);
     if (!plan) {
         reply(ControlResult::failed("applyConfig: could not decode FanControlPlan").xpcCode());
         co_return;
     }
+    service.noteHeard();
     const ControlResult result = co_await service.controller->applyPlan(*plan);
+    service.noteHeard();
     reply(result.xpcCode());
 }
 
-concurrency::Task<void> FanHelperService::restoreAndAcknowledge(FanHelperService& service,
+concurrency::Task<void> FanHelperService::restoreAndAcknowledge(const FanHelperService& service,
+                                                                Arrival arrived,
                                                                 Acknowledgement reply) {
-    (void)co_await service.controller->restoreAuto();  // acknowledged whatever came of it
+    if (!service.isOver(arrived)) {
+        (void)co_await service.controller->restoreAuto();  // acknowledged whatever came of it
+    }
     reply();
 }
 
-concurrency::Task<void> FanHelperService::restoreAndExit(FanHelperService& service,
+concurrency::Task<void> FanHelperService::beat(const FanHelperService& service, Arrival arrived) {
+    if (service.isOver(arrived)) co_return;
+    service.noteHeard();
+    co_await service.controller->heartbeat();
+}
+
+concurrency::Task<void> FanHelperService::restoreAndExit(const FanHelperService& service,
                                                          Acknowledgement reply) {
     (void)co_await service.controller->restoreAuto();  // the process ends whatever came of it
     reply();
@@ -101,7 +139,8 @@ concurrency::Task<void> FanHelperService::restoreAndExit(FanHelperService& servi
     co_await service.process.exit(0);
 }
 
-concurrency::Task<void> FanHelperService::replyState(FanHelperService& service, DataReply reply) {
+concurrency::Task<void> FanHelperService::replyState(const FanHelperService& service,
+                                                     DataReply reply) {
     const control::ControlState state = co_await service.controller->currentState();
     reply(stateDocument(state));
 }

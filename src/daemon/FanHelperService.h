@@ -9,6 +9,7 @@
 
 #include "concurrency/Runtime.h"
 #include "control/LocalFanController.h"
+#include "daemon/Attendance.h"
 #include "daemon/DaemonProcess.h"
 
 namespace airflow::daemon {
@@ -20,6 +21,9 @@ namespace airflow::daemon {
 /// would wait for a restoration that waits for the task. Each reply is called exactly once, from
 /// the task's thread, and must not block. Arguments are passed on as received; whether they make
 /// sense is for the controller to say.
+///
+/// A command whose clients are all gone when its turn comes is answered as rejected, and does
+/// nothing; its heartbeat is not counted. Their end has released the fans already.
 class FanHelperService {
 public:
     using Acknowledgement = std::function<void()>;
@@ -27,9 +31,11 @@ public:
     using TextReply = std::function<void(std::string_view text)>;
     using DataReply = std::function<void(std::string_view bytes)>;
 
-    /// Runtime and process outlive the service, which outlives its tasks.
+    /// Runtime, process and attendance outlive the service, which outlives its tasks. Without an
+    /// attendance every command counts as one whose client is there.
     FanHelperService(concurrency::Runtime& runtime, DaemonProcess& process,
-                     std::shared_ptr<control::LocalFanController> controller);
+                     std::shared_ptr<control::LocalFanController> controller,
+                     Attendance* attendance = nullptr);
     FanHelperService(const FanHelperService&) = delete;
     FanHelperService& operator=(const FanHelperService&) = delete;
 
@@ -53,6 +59,7 @@ public:
     [[nodiscard]] const std::shared_ptr<control::LocalFanController>& fanController() const {
         return controller;
     }
+    [[nodiscard]] Attendance* clients() const { return attendance; }
     /// Where the work of connections runs, too.
     [[nodiscard]] concurrency::Runtime& taskRuntime() const { return runtime; }
 
@@ -60,15 +67,30 @@ private:
     using Task = concurrency::Task<void>;
     using Result = concurrency::Task<control::ControlResult>;
 
-    static Task answer(Result command, CodeReply reply);
-    static Task decodeAndApply(FanHelperService& service, std::string plan, CodeReply reply);
-    static Task restoreAndAcknowledge(FanHelperService& service, Acknowledgement reply);
-    static Task restoreAndExit(FanHelperService& service, Acknowledgement reply);
-    static Task replyState(FanHelperService& service, DataReply reply);
+    using Arrival = Attendance::Arrival;
+
+    [[nodiscard]] Arrival arrival() const { return attendance ? attendance->now() : 0; }
+    [[nodiscard]] bool isOver(Arrival arrived) const {
+        return attendance && attendance->isOver(arrived);
+    }
+    void noteHeard() const {
+        if (attendance) attendance->heard();
+    }
+
+    static Task answer(const FanHelperService& service, Arrival arrived, Result command,
+                       CodeReply reply);
+    static Task decodeAndApply(const FanHelperService& service, Arrival arrived, std::string plan,
+                               CodeReply reply);
+    static Task restoreAndAcknowledge(const FanHelperService& service, Arrival arrived,
+                                      Acknowledgement reply);
+    static Task restoreAndExit(const FanHelperService& service, Acknowledgement reply);
+    static Task beat(const FanHelperService& service, Arrival arrived);
+    static Task replyState(const FanHelperService& service, DataReply reply);
 
     concurrency::Runtime& runtime;
     DaemonProcess& process;
     const std::shared_ptr<control::LocalFanController> controller;
+    Attendance* const attendance;
 };
 
 }  // namespace airflow::daemon

@@ -4,6 +4,7 @@
 #include <expected>
 
 #include "concurrency/Task.h"
+#include "control/SMCGate.h"
 #include "sensors/HIDBridge.h"
 #include "sensors/LogSink.h"
 #include "sensors/SMCConnectionReading.h"
@@ -11,7 +12,6 @@
 #include "smc/SMCConnection.h"
 #include "smc/SMCError.h"
 #include "smc/SMCUserClient.h"
-#include "smc/SMCWriting.h"
 
 namespace airflow::daemon {
 
@@ -25,7 +25,8 @@ public:
 
     /// Comes before everything else. Fails with driverNotFound or openFailed.
     [[nodiscard]] virtual concurrency::Task<std::expected<void, smc::SMCError>> open() = 0;
-    [[nodiscard]] virtual smc::SMCWriting& smc() = 0;
+    /// Everything that the daemon asks of the SMC passes it, the sensors' requests too.
+    [[nodiscard]] virtual control::SMCGate& smc() = 0;
     [[nodiscard]] virtual sensors::SensorReader& sensors() = 0;
 };
 
@@ -38,18 +39,20 @@ public:
                     sensors::LogSink& standardError)
         : connection(runtime, userClient),
           reading(connection),
+          gate(connection.executor(), connection, reading),
           bridge(hidFunctions, hidObjects, runtime),
-          reader(runtime, reading, bridge, standardError) {}
+          reader(runtime, gate, bridge, standardError) {}
 
     [[nodiscard]] concurrency::Task<std::expected<void, smc::SMCError>> open() override {
         return connection.open();
     }
-    [[nodiscard]] smc::SMCWriting& smc() override { return connection; }
+    [[nodiscard]] control::SMCGate& smc() override { return gate; }
     [[nodiscard]] sensors::SensorReader& sensors() override { return reader; }
 
 private:
     smc::SMCConnection connection;
     sensors::SMCConnectionReading reading;
+    control::SMCGate gate;
     sensors::HIDBridge bridge;
     sensors::SensorReader reader;
 };

@@ -15,8 +15,15 @@ concurrency::Task<void> restore(std::shared_ptr<control::LocalFanController> con
 }  // namespace
 
 bool HelperListenerDelegate::shouldAccept(Connection& connection) {
+    std::shared_ptr<Attendance::Visit> visit;
+    if (Attendance* const clients = service.clients()) {
+        visit = std::make_shared<Attendance::Visit>(*clients);
+    }
+    // The visit ends first, so that nothing forces a fan between the end of the last connection and
+    // the release.
     const auto restoreAuto = [&runtime = service.taskRuntime(),
-                              controller = service.fanController()] {
+                              controller = service.fanController(), visit] {
+        if (visit) visit->end();
         runtime.detach("end of a connection", restore(controller));
     };
     connection.exportService(service);

@@ -24,8 +24,10 @@ SafetyHandlers::SafetyHandlers(concurrency::Runtime& taskRuntime, DaemonProcess&
                                sensors::LogSink& errorSink)
     : runtime(taskRuntime), process(ownProcess), standardError(errorSink) {}
 
-void SafetyHandlers::arm(std::shared_ptr<control::LocalFanController> controller) {
+void SafetyHandlers::arm(std::shared_ptr<control::LocalFanController> controller,
+                         control::SMCGate* armedGate) {
     exitController = std::move(controller);
+    gate = armedGate;
 }
 
 void SafetyHandlers::installSafetyHandlers() {
@@ -35,22 +37,28 @@ void SafetyHandlers::installSafetyHandlers() {
 }
 
 Task<void> SafetyHandlers::restoreAndExit(std::string_view reason, int status) {
+    process.announceExit(status);  // also for who exits meanwhile, on another thread
     co_await restoreAutoOnExit(reason);
     co_await process.exit(status);
 }
 
 Task<void> SafetyHandlers::restoreAutoOnExit(std::string_view reason) {
-    if (exitInProgress || !exitController) co_return;
-    exitInProgress = true;
+    if (!exitController) co_return;
+    if (restorations++ > 0) {
+        co_await runtime.blockingSleep(restorationLimit, restoration.token());
+        co_return;
+    }
+    if (gate) gate->closeForExit();
     standardError.write(logLine(fmt::format("{}: restoring Auto...", reason)));
     const concurrency::CancelSource finished;
     runtime.detach("exit restoration", restore(exitController, finished));
     co_await runtime.blockingSleep(restorationLimit, finished.token());
+    restoration.cancel();
 }
 
 Task<void> SafetyHandlers::restore(std::shared_ptr<control::LocalFanController> controller,
                                    concurrency::CancelSource finished) {
-    (void)co_await controller->restoreAuto();  // the process ends whatever came of it
+    co_await controller->restoreAutoAtExit();
     finished.cancel();
 }
 

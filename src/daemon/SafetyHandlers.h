@@ -1,11 +1,13 @@
 // SafetyHandlers: give the fans back on every way out of the process that can be seen coming.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string_view>
 
 #include "concurrency/Runtime.h"
 #include "control/LocalFanController.h"
+#include "control/SMCGate.h"
 #include "daemon/DaemonProcess.h"
 #include "sensors/LogSink.h"
 
@@ -20,16 +22,23 @@ public:
     SafetyHandlers(const SafetyHandlers&) = delete;
     SafetyHandlers& operator=(const SafetyHandlers&) = delete;
 
-    /// From now on the exit restores this controller's fans, in place of any earlier one's.
-    void arm(std::shared_ptr<control::LocalFanController> controller);
+    /// From now on the exit restores this controller's fans, in place of any earlier one's, and
+    /// closes the gate first. The gate, if there is one, outlives the handlers.
+    void arm(std::shared_ptr<control::LocalFanController> controller,
+             control::SMCGate* gate = nullptr);
 
     /// For every exit, for SIGTERM (exit status 143) and for SIGINT (130). Called once.
     void installSafetyHandlers();
 
     /// Restores Auto, once in the life of the process, and blocks the calling thread meanwhile, for
-    /// at most 3 seconds: a stuck SMC must not keep the process alive. Does nothing before arm().
+    /// at most 3 seconds: a stuck SMC must not keep the process alive. From its beginning on no fan
+    /// is forced any more. Who comes while another thread restores waits for that one; who comes
+    /// after it, as the exit behind a signal does, returns at once. Does nothing before arm().
     /// `reason` outlives the task.
     concurrency::Task<void> restoreAutoOnExit(std::string_view reason);
+
+    /// Whether the restoration of an exit has begun: nothing new is to begin. Any thread may ask.
+    [[nodiscard]] bool isExiting() const { return restorations > 0; }
 
 private:
     concurrency::Task<void> restoreAndExit(std::string_view reason, int status);
@@ -40,9 +49,9 @@ private:
     DaemonProcess& process;
     sensors::LogSink& standardError;
     std::shared_ptr<control::LocalFanController> exitController;
-    /// Stops the second call from the thread that made the first: the exit behind a signal. An exit
-    /// from another thread meanwhile finds it set, too, and does not wait for that restoration.
-    bool exitInProgress = false;
+    control::SMCGate* gate = nullptr;
+    std::atomic<int> restorations = 0;      ///< that were asked for; the first one is made
+    concurrency::CancelSource restoration;  ///< cancelled when that is over
 };
 
 }  // namespace airflow::daemon

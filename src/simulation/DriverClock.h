@@ -22,16 +22,23 @@ public:
         busyUntil = std::max(busyUntil, time) + latency;
         busy += latency;
     }
+    /// Nobody waits any more for what was asked until now.
+    void abandon(Duration now) {
+        busy = busyAt(now);
+        busyUntil = std::min(busyUntil, now);
+    }
 
     [[nodiscard]] Mark mark(Duration time) const { return {.time = time, .busy = busyAt(time)}; }
     /// From the mark up to now, without what the driver was busy.
     [[nodiscard]] Duration since(const Mark& mark, Duration now) const {
         return now - mark.time - (busyAt(now) - mark.busy);
     }
+    /// Whether an answer is still on its way.
+    [[nodiscard]] bool isBusy(Duration now) const { return busyUntil > now; }
 
-    /// The same between two marks.
-    [[nodiscard]] static Duration between(const Mark& from, const Mark& to) {
-        return to.time - from.time - (to.busy - from.busy);
+    /// The later of two.
+    [[nodiscard]] static Mark later(const Mark& one, const Mark& other) {
+        return one.time < other.time ? other : one;
     }
 
 private:

@@ -17,6 +17,23 @@ struct IsFixedAboveZero {
     bool operator()(const plan::Automatic&) const { return false; }
 };
 
+void insertFan(std::set<std::size_t>& fans, std::int64_t fan) {
+    if (fan >= 0) fans.insert(static_cast<std::size_t>(fan));
+}
+
+std::set<std::size_t> fansAtFullBlast(const Call& call, const std::set<std::size_t>& fixed) {
+    if (call.method == Method::fullBlast) return fixed;
+    std::set<std::size_t> fans;
+    if (call.method == Method::setPercent && call.percent >= 100) insertFan(fans, call.fan);
+    for (const plan::FanPlan& fan : call.plan.fans) {
+        const auto* const percent = std::get_if<plan::FixedPercent>(&fan.mode.mode);
+        if (call.method == Method::applyConfig && percent && percent->percent >= 100) {
+            insertFan(fans, fan.fanID);
+        }
+    }
+    return fans;
+}
+
 /// Nothing is wrong with a reading but what the temperatures themselves say.
 bool readsEverySensor(const Scenario& scenario) {
     const auto isOfWrites = [](const Fault& fault) {
@@ -41,53 +58,73 @@ bool reachesCeiling(const Scenario& scenario) {
 }
 
 bool showsHeat(const Scenario& scenario) {
-    const auto isRead = [](const TemperatureChange& change) {
-        return !change.hidesHID && std::ranges::all_of(change.hid, [](const auto& reading) {
-            return reading.second && *reading.second > -40 && *reading.second < 150;
-        });
+    const auto isPlausible = [](const auto& reading) {
+        const std::optional<double> celsius = reading.second;
+        return celsius && *celsius > -40 && *celsius < 150;
     };
-    // HID temperatures that cannot be asked for do not heat what is read instead.
-    const bool hasHID = scenario.machine.hasHIDSymbols || scenario.temperatures.empty();
-    return hasHID && readsEverySensor(scenario) &&
-           std::ranges::all_of(scenario.temperatures, isRead);
+    const auto isRead = [&](const TemperatureChange& change) {
+        return !change.hidesHID && std::ranges::all_of(change.hid, isPlausible) &&
+               std::ranges::all_of(change.smc, isPlausible);
+    };
+    return readsEverySensor(scenario) && std::ranges::all_of(scenario.temperatures, isRead);
 }
 
 bool readsEverything(const Scenario& scenario) {
     return readsEverySensor(scenario) && scenario.temperatures.empty();
 }
 
-bool managesAny(const plan::FanControlPlan& plan) {
-    const auto isManaged = [](const plan::FanPlan& fan) { return !fan.mode.isAutomatic(); };
-    return !plan.rules.empty() || std::ranges::any_of(plan.fans, isManaged);
+std::set<std::size_t> managedFans(const Call& call, std::size_t fanCount) {
+    std::set<std::size_t> fans;
+    const bool isPlan = call.method == Method::applyConfig;
+    if (call.method == Method::fullBlast || (isPlan && !call.plan.rules.empty())) {
+        for (std::size_t fan = 0; fan < fanCount; ++fan) fans.insert(fan);
+    } else if (!isPlan) {
+        insertFan(fans, call.fan);
+    }
+    for (const plan::FanPlan& fan : call.plan.fans) {
+        if (isPlan && !fan.mode.isAutomatic()) insertFan(fans, fan.fanID);
+    }
+    return fans;
 }
 
-void HeldFans::replace(const plan::FanControlPlan& plan) {
-    held.clear();
-    isCertain = plan.rules.empty();
-    for (const plan::FanPlan& fan : plan.fans) {
-        if (fan.fanID < 0 || !std::visit(IsFixedAboveZero{}, fan.mode.mode)) continue;
-        held.insert(static_cast<std::size_t>(fan.fanID));
+std::set<std::size_t> fixedFans(const Call& call, std::size_t fanCount) {
+    if (call.method == Method::fullBlast) return managedFans(call, fanCount);
+    std::set<std::size_t> fans;
+    if (call.method == Method::setPercent && call.percent > 0) insertFan(fans, call.fan);
+    if (call.method == Method::setManualRPM && call.rpm > 0) insertFan(fans, call.fan);
+    if (call.method != Method::applyConfig || !call.plan.rules.empty()) return fans;
+    for (const plan::FanPlan& fan : call.plan.fans) {
+        if (std::visit(IsFixedAboveZero{}, fan.mode.mode)) insertFan(fans, fan.fanID);
     }
+    return fans;
 }
 
 void HeldFans::command(const Call& call, bool isAlone) {
-    const auto fan = static_cast<std::size_t>(call.fan);
-    const bool isAboveZero = call.method == Method::setPercent ? call.percent > 0 : call.rpm > 0;
-    if (call.method == Method::applyConfig) {
-        replace(call.plan);
-    } else if (call.method == Method::fullBlast) {
-        for (std::size_t each = 0; each < fanCount; ++each) held.insert(each);
-    } else if (isAboveZero) {
-        held.insert(fan);
-    } else {
-        held.erase(fan);
+    const bool isPlan = call.method == Method::applyConfig;
+    if (isPlan) {
+        held.clear();
+        full.clear();
+        isCertain = call.plan.rules.empty();
     }
+    for (const std::size_t fan : managedFans(call, fanCount)) {
+        held.erase(fan);
+        full.erase(fan);
+    }
+    const auto fixed = fixedFans(call, fanCount);
+    held.insert(fixed.begin(), fixed.end());
+    const auto atFullBlast = fansAtFullBlast(call, fixed);
+    full.insert(atFullBlast.begin(), atFullBlast.end());
     if (!isAlone) isCertain = false;
 }
 
 void HeldFans::release() {
     held.clear();
+    full.clear();
     isCertain = true;
+}
+
+bool HeldFans::isAtFullBlast(std::size_t fan) const {
+    return fans().contains(fan) && full.contains(fan);
 }
 
 const std::set<std::size_t>& HeldFans::fans() const {

@@ -12,10 +12,14 @@ namespace airflow::simulation {
 [[nodiscard]] bool reachesCeiling(const Scenario& scenario);
 /// Whether the daemon reads every temperature and every fan of the machine at all times.
 [[nodiscard]] bool readsEverything(const Scenario& scenario);
-/// Whether the daemon sees how hot the machine is, as far as the scenario can say.
+/// Whether the daemon sees how hot the machine is, as far as the scenario can say: everything that
+/// it reads is what it is.
 [[nodiscard]] bool showsHeat(const Scenario& scenario);
-/// Whether the plan manages any fan.
-[[nodiscard]] bool managesAny(const plan::FanControlPlan& plan);
+/// The fans that a command that controls fans may want forced: those of its plan that it does not
+/// leave on Auto, or every fan of this many where its rules may choose.
+[[nodiscard]] std::set<std::size_t> managedFans(const Call& call, std::size_t fanCount);
+/// Those of them that it wants at a fixed speed above 0, whatever the temperatures.
+[[nodiscard]] std::set<std::size_t> fixedFans(const Call& call, std::size_t fanCount);
 
 /// Only fixed speeds above 0 are certain: a curve may give its fan back. What overlapping or failed
 /// commands leave behind is not certain either; then no fan is known to be held.
@@ -32,13 +36,14 @@ public:
 
     /// None while it is not certain.
     [[nodiscard]] const std::set<std::size_t>& fans() const;
+    /// Those of them that are held at 100 % or more.
+    [[nodiscard]] bool isAtFullBlast(std::size_t fan) const;
 
 private:
-    void replace(const plan::FanControlPlan& plan);
-
     std::size_t fanCount;
     bool isCertain = true;
     std::set<std::size_t> held;
+    std::set<std::size_t> full;
 };
 
 }  // namespace airflow::simulation

@@ -33,6 +33,12 @@ Task<std::optional<smc::SMCValue>> LatentSMC::tryReadValue(std::string key) {
     co_return value;
 }
 
+Task<std::expected<smc::SMCValue, smc::SMCError>> LatentSMC::readValue(std::string key) {
+    auto value = co_await connection.readValue(std::move(key));
+    co_await waitForAnswer();
+    co_return value;
+}
+
 Task<std::vector<std::string>> LatentSMC::discoverTempKeys() {
     auto keys = co_await connection.discoverTempKeys();
     co_await waitForAnswer();

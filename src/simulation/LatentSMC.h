@@ -24,6 +24,8 @@ public:
     concurrency::Task<WriteResult> writeUInt8(std::string key, std::uint8_t value) override;
     concurrency::Task<WriteResult> writeFloat(std::string key, double value) override;
     concurrency::Task<std::optional<smc::SMCValue>> tryReadValue(std::string key) override;
+    concurrency::Task<std::expected<smc::SMCValue, smc::SMCError>> readValue(
+        std::string key) override;
     concurrency::Task<std::vector<std::string>> discoverTempKeys() override;
 
 private:

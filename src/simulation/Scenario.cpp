@@ -112,8 +112,8 @@ void decodeChanges(const Decoder& decoder, std::string_view key, std::vector<Cha
 }  // namespace
 
 Scenario Scenario::decode(const Decoder& decoder) {
-    decoder.onlyKeys({"machine", "temperatures", "thermal", "faults", "firmware", "events",
-                      "jitter", "euid", "duration", "restartAfter"});
+    decoder.onlyKeys({"machine", "temperatures", "thermal", "faults", "hidHangs", "firmware",
+                      "events", "jitter", "euid", "duration", "restartAfter"});
     Scenario scenario;
     decoder.member("machine", [&](const Decoder& machine) {
         scenario.machine = MachineDescription::decode(machine);
@@ -126,6 +126,10 @@ Scenario Scenario::decode(const Decoder& decoder) {
     decodeChanges(decoder, "temperatures", scenario.temperatures,
                   [&](const Decoder& change) { return decodeChange(change, scenario.machine); });
     decodeList(decoder, "faults", scenario.faults, Fault::decode);
+    decodeList(decoder, "hidHangs", scenario.hidHangs, [&](const Decoder& hang) {
+        if (!scenario.machine.hasHIDSymbols) hang.fail("This machine has no HID functions.");
+        return HIDHang::decode(hang);
+    });
     decodeChanges(decoder, "firmware", scenario.firmware, [&](const Decoder& change) {
         return decodeFirmwareChange(change, scenario.machine);
     });
@@ -175,9 +179,11 @@ Duration Scenario::length() const {
     for (const TemperatureChange& change : temperatures) reaches(change.at);
     for (const FirmwareChange& change : firmware) reaches(change.at);
     if (thermal && !thermal->load.empty()) reaches(thermal->load.back().first);
-    for (const Fault& fault : faults) {
-        reaches(fault.until == Duration::max() ? fault.from : fault.until);
-    }
+    const auto reachesEndOf = [&reaches](const auto& trouble) {
+        reaches(trouble.until == Duration::max() ? trouble.from : trouble.until);
+    };
+    std::ranges::for_each(faults, reachesEndOf);
+    std::ranges::for_each(hidHangs, reachesEndOf);
     for (const Event& event : events) {
         std::visit([&](const auto& each) { reaches(each.at); }, event);
         if (const auto* beats = std::get_if<Heartbeats>(&event)) reaches(beats->until);

@@ -16,6 +16,7 @@
 #include "json/Writer.h"
 #include "plan/FanControlPlan.h"
 #include "simulation/Fault.h"
+#include "simulation/HIDHang.h"
 #include "simulation/MachineDescription.h"
 #include "simulation/ThermalModel.h"
 
@@ -107,6 +108,7 @@ struct Scenario {
     std::vector<TemperatureChange> temperatures{};
     std::optional<Thermal> thermal{};
     std::vector<Fault> faults{};
+    std::vector<HIDHang> hidHangs{};
     std::vector<FirmwareChange> firmware{};
     std::vector<Event> events{};
     double jitter = 0.05;

@@ -125,6 +125,13 @@ void writeFault(Writer& writer, const Fault& fault) {
     });
 }
 
+void writeHang(Writer& writer, const HIDHang& hang) {
+    writer.object([&] {
+        writer.member("from", inSeconds(hang.from));
+        if (hang.until != Duration::max()) writer.member("until", inSeconds(hang.until));
+    });
+}
+
 void writeFirmware(Writer& writer, const FirmwareChange& change) {
     writer.object([&] {
         writer.member("at", inSeconds(change.at));
@@ -205,6 +212,7 @@ void Scenario::encode(Writer& writer) const {
             });
         }
         list(writer, "faults", faults, writeFault);
+        list(writer, "hidHangs", hidHangs, writeHang);
         list(writer, "firmware", firmware, writeFirmware);
         list(writer, "events", events, writeEvent);
         writer.member("jitter", jitter);

@@ -53,6 +53,8 @@ public:
     virtual void listening(concurrency::Duration) {}
     /// It has begun to end itself: a signal was handled, or something asked for the exit.
     virtual void exitBegan(concurrency::Duration) {}
+    /// The daemon's guard gives fans back, which the controller has left forced.
+    virtual void guarded(concurrency::Duration) {}
     virtual void signalled(concurrency::Duration, daemon::Signal) {}
     virtual void ended(const ProcessEnd&) {}
     /// The daemon met a bug and has stopped itself; its line was logged. Where nobody expects one,

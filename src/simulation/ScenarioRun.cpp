@@ -67,6 +67,7 @@ ScenarioRun::~ScenarioRun() {
 
 void ScenarioRun::connectMachine() {
     for (const Fault& fault : scenario.faults) mac.smc().add(fault);
+    for (const HIDHang& hang : scenario.hidHangs) mac.add(hang);
     if (scenario.thermal) {
         mac.follow(ThermalModel(scenario.thermal->load, scenario.thermal->ambient));
     }
@@ -200,6 +201,7 @@ void ScenarioRun::startDaemon() {
             .effectiveUserID = scenario.effectiveUserID,
             .published =
                 [this](const control::ControlState& state) { observer.published(now(), state); },
+            .guarded = [this] { observer.guarded(now()); },
             .metBug = [this](std::string_view violation) { observer.metBug(now(), violation); }});
     daemon->listener.resumed = [this] { observer.listening(now()); };
     daemon->process.exitBegan = [this] { observer.exitBegan(now()); };

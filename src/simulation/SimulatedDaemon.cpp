@@ -11,6 +11,7 @@ SimulatedDaemon::SimulatedDaemon(SimulatedMac& mac, sensors::LogSink& standardEr
       listener(runtime),
       log(standardError),
       metBug(options.metBug),
+      machine(mac),
       hardware(runtime, mac, standardError),
       daemon({.runtime = runtime,
               .hardware = hardware,
@@ -18,14 +19,19 @@ SimulatedDaemon::SimulatedDaemon(SimulatedMac& mac, sensors::LogSink& standardEr
               .listener = listener,
               .standardError = standardError,
               .effectiveUserID = [userID = options.effectiveUserID] { return userID; },
-              .published = options.published}) {
+              .published = options.published,
+              .guarded = options.guarded}) {
     if (metBug) runtime.reportStops(*this);
     runtime.leap(options.time);
     runtime.jumpDate(options.dateOffset);
+    mac.hidWaiter = [this](concurrency::Duration until) {
+        runtime.holdJobUntil(concurrency::Instant(until));
+    };
     (void)mac.smc().takeLatency();  // nobody waits any more for what an earlier life asked
 }
 
 SimulatedDaemon::~SimulatedDaemon() {
+    machine.hidWaiter = {};
     runtime.abandon();
 }
 

@@ -23,19 +23,21 @@ public:
     SimulatedHardware(SimulatedRuntime& runtime, SimulatedMac& mac, sensors::LogSink& standardError)
         : connection(runtime, mac.smc()),
           latent(runtime, connection, mac.smc()),
+          gate(latent.executor(), latent, latent),
           hidFunctions(mac.hidFunctions()),
           bridge(hidFunctions, mac.hid(), runtime),
-          reader(runtime, latent, bridge, standardError) {}
+          reader(runtime, gate, bridge, standardError) {}
 
     [[nodiscard]] concurrency::Task<std::expected<void, smc::SMCError>> open() override {
         return connection.open();
     }
-    [[nodiscard]] smc::SMCWriting& smc() override { return latent; }
+    [[nodiscard]] control::SMCGate& smc() override { return gate; }
     [[nodiscard]] sensors::SensorReader& sensors() override { return reader; }
 
 private:
     smc::SMCConnection connection;
     LatentSMC latent;
+    control::SMCGate gate;
     sensors::HIDFunctions hidFunctions;
     sensors::HIDBridge bridge;
     sensors::SensorReader reader;
@@ -54,6 +56,7 @@ public:
         concurrency::Seconds dateOffset{};
         std::uint32_t effectiveUserID = 0;
         std::function<void(const control::ControlState&)> published{};
+        std::function<void()> guarded{};
         /// Told of a bug that the daemon meets, whose line is in the log then, and which has ended
         /// the process. Empty: a bug of the daemon ends the process that simulates it.
         std::function<void(std::string_view violation)> metBug{};
@@ -80,6 +83,7 @@ private:
 
     sensors::LogSink& log;
     std::function<void(std::string_view)> metBug;
+    SimulatedMac& machine;
     SimulatedHardware hardware;
     daemon::Daemon daemon;
 };

@@ -41,20 +41,29 @@ sensors::HIDFunctions::Table SimulatedHID::functions(bool areThere) {
     if (!areThere) return {};
     sensors::HIDFunctions::Table table;
     table.clientCreate = [this](HIDObject) {
+        ask();
         ++clients;
         auto [client, object] = make(Kind::client);
         object.entries.clear();
         return client;
     };
     table.clientSetMatching = [this](HIDObject client, HIDObject dictionary) {
+        ask();
         setMatching(client, dictionary);
     };
-    table.clientCopyServices = [this](HIDObject client) { return copyServices(client); };
+    table.clientCopyServices = [this](HIDObject client) {
+        ask();
+        return copyServices(client);
+    };
     table.serviceCopyProperty = [this](HIDObject service, HIDObject property) {
+        ask();
         return copyProperty(service, property);
     };
     table.serviceCopyEvent = [this](HIDObject service, std::int64_t type, std::int32_t,
-                                    std::int64_t) { return copyEvent(service, type); };
+                                    std::int64_t) {
+        ask();
+        return copyEvent(service, type);
+    };
     table.eventGetFloatValue = [this](HIDObject event, std::int32_t field) {
         return level(event, field);
     };

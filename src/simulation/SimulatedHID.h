@@ -39,6 +39,8 @@ public:
     [[nodiscard]] const std::optional<Temperatures>& temperatures() const { return current; }
     [[nodiscard]] std::optional<Temperatures>& temperatures() { return current; }
 
+    /// Called before each function that asks the hub, so that it can take its time.
+    std::function<void()> beforeCall;
     /// Called before a temperature is sampled, so that it can be brought up to date.
     std::function<void()> beforeSample;
 
@@ -73,6 +75,9 @@ private:
         std::size_t sensor = 0;                      ///< of a service: where its label last stood
     };
 
+    void ask() const {
+        if (beforeCall) beforeCall();
+    }
     /// Finds room for an object of the kind; its other fields are left over from an earlier one.
     std::pair<sensors::HIDObject, Object&> make(Kind kind);
     /// The living object; nothing when it is gone.

@@ -153,6 +153,19 @@ void SimulatedMac::setSMCTemperature(const std::string& key, double celsius) {
     if (found != smcTemps.end()) found->second = celsius;
 }
 
+void SimulatedMac::add(const HIDHang& hang) {
+    hangs.push_back(hang);
+    hub.beforeCall = [this] { this->hang(); };
+}
+
+void SimulatedMac::hang() const {
+    if (!hidWaiter) return;
+    const Duration now = clock();
+    for (const HIDHang& each : hangs) {
+        if (now >= each.from && now < each.until) hidWaiter(each.until);
+    }
+}
+
 void SimulatedMac::follow(ThermalModel model) {
     catchUp();
     thermal = std::move(model);

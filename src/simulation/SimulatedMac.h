@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "concurrency/Clock.h"
+#include "simulation/HIDHang.h"
 #include "simulation/MachineDescription.h"
 #include "simulation/SimulatedHID.h"
 #include "simulation/SimulatedSMC.h"
@@ -81,6 +82,10 @@ public:
     void setHID(std::optional<Temperatures> temperatures);
     void setHIDTemperature(const std::string& label, double celsius);
     void setSMCTemperature(const std::string& key, double celsius);
+    /// Nobody waits for the hub unless `hidWaiter` is set.
+    void add(const HIDHang& hang);
+    /// Makes whoever is asking the hub wait until then, since the machine was switched on.
+    std::function<void(concurrency::Duration until)> hidWaiter;
     /// From now on all sensors follow a load, and with them the fans: those of the dies are as hot
     /// as the model's die, the others as its heat sink. What is set by hand lasts for a step.
     void follow(ThermalModel thermal);
@@ -96,6 +101,7 @@ private:
     };
 
     void addFanKeys(std::size_t index);
+    void hang() const;
     void catchUp();
     [[nodiscard]] std::optional<double> hottestShown() const;
     void moveFans(std::optional<double> hot);
@@ -109,6 +115,7 @@ private:
     std::function<concurrency::Duration()> clock;
     SimulatedSMC controller;
     SimulatedHID hub;
+    std::vector<HIDHang> hangs;
     Temperatures smcTemps;
     std::vector<Fan> fans;
     std::optional<concurrency::Duration> forceTestSince;  ///< since when "Ftst" is on

@@ -27,11 +27,16 @@ void SimulatedProcess::handle(Signal signal, Handler handler) {
     signalHandlers.at(static_cast<std::size_t>(signal)) = std::move(handler);
 }
 
+void SimulatedProcess::announceExit(int status) {
+    if (!exitStatus) exitStatus = status;
+}
+
 Task<void> SimulatedProcess::exit(int status) {
+    announceExit(status);
     noteExit();
     if (!std::exchange(isExiting, true)) {
         for (const Handler& handler : exitHandlers) co_await handler();
-        finish(status, false);
+        finish(*exitStatus, false);
     }
     co_await concurrency::Suspend([](concurrency::Suspended) { return true; });  // for ever
 }

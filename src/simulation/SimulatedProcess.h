@@ -32,6 +32,7 @@ public:
 
     void atExit(Handler handler) override;
     void handle(daemon::Signal signal, Handler handler) override;
+    void announceExit(int status) override;
     concurrency::Task<void> exit(int status) override;
 
     /// A signal arrives: queued for its handler, or the end of a process that has none yet.
@@ -62,6 +63,7 @@ private:
     std::vector<Handler> exitHandlers;
     std::array<Handler, 2> signalHandlers;
     bool isExiting = false;
+    std::optional<int> exitStatus;
     bool hasTold = false;  ///< exitBegan
     std::optional<ProcessEnd> ending;
 };

@@ -1,5 +1,6 @@
 #include "simulation/SimulatedRuntime.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace airflow::simulation {
@@ -35,11 +36,16 @@ public:
     // What is still queued here is freed with its root.
     ~SimulatedExecutor() override {
         if (isReady) runtime.ready.remove(*this);
+        if (hold) (void)runtime.timers.remove(*hold);
     }
 
     void post(Job& job) noexcept override {
         if (runtime.isStopped) return;
-        if (&job == blocker) {
+        if (&job == &holdEnd) {
+            hold.reset();
+        } else if (runtime.heldUntil) {
+            runtime.timers.add(*runtime.heldUntil, {.job = &job, .executor = this});
+        } else if (&job == blocker) {
             blocker = nullptr;
             jobs.pushFront(job);
         } else {
@@ -54,13 +60,25 @@ public:
         if (std::exchange(isReady, false)) runtime.ready.remove(*this);
     }
 
+    /// Lets no job run before `instant`.
+    void holdUntil(Instant instant) {
+        if (hold && hold->first >= instant) return;
+        if (hold) (void)runtime.timers.remove(*hold);
+        hold = runtime.timers.add(instant, {.job = &holdEnd, .executor = this});
+        if (std::exchange(isReady, false)) runtime.ready.remove(*this);
+    }
+
     /// Runs the next job; requires that this was just taken from the ready queue. The job may
     /// destroy this executor, so all bookkeeping comes first.
     void runNext() noexcept {
         isReady = false;
         Job& job = jobs.take();
         becomeReady();
+        SimulatedRuntime& owner = runtime;
+        owner.running = this;
         runJob(job);
+        owner.running = nullptr;
+        owner.heldUntil.reset();
     }
 
     void forgetReady() noexcept { isReady = false; }
@@ -70,7 +88,7 @@ public:
 
 private:
     void becomeReady() noexcept {
-        if (isReady || blocker || jobs.empty()) return;
+        if (isReady || blocker || hold || jobs.empty()) return;
         isReady = true;
         runtime.ready.pushBack(*this);
     }
@@ -78,6 +96,8 @@ private:
     SimulatedRuntime& runtime;
     concurrency::LinkedQueue<Job> jobs;
     const Job* blocker = nullptr;  ///< the job whose blocking sleep is not over
+    Job holdEnd;                   ///< stands for the end of a hold among the timers
+    std::optional<TimerQueue::Key> hold;
     bool isReady = false;
 };
 
@@ -116,7 +136,7 @@ void SimulatedRuntime::setDate(Date date) noexcept {
 }
 
 TimerQueue::Key SimulatedRuntime::addSleeper(Instant deadline, Suspended sleeper) {
-    return timers.add(deadline, sleeper);
+    return timers.add(heldUntil ? std::max(deadline, *heldUntil) : deadline, sleeper);
 }
 
 Suspended SimulatedRuntime::removeSleeper(TimerQueue::Key key) {
@@ -127,7 +147,16 @@ std::optional<TimerQueue::Key> SimulatedRuntime::block(Duration duration,
                                                        const concurrency::CancelToken&,
                                                        Suspended sleeper) {
     static_cast<SimulatedExecutor*>(sleeper.executor)->blockUntilPosted(*sleeper.job);
-    return addSleeper(time + duration, sleeper);
+    const Instant begin = heldUntil.value_or(time);
+    const bool isForEver = duration > Instant::max() - begin;
+    return addSleeper(isForEver ? Instant::max() : begin + duration, sleeper);
+}
+
+void SimulatedRuntime::holdJobUntil(Instant instant) {
+    require(running, "only a running job is held");
+    if (instant <= time) return;
+    heldUntil = std::max(heldUntil.value_or(instant), instant);
+    running->holdUntil(instant);
 }
 
 void SimulatedRuntime::stop() noexcept {

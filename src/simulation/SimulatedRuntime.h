@@ -88,6 +88,10 @@ public:
     /// From now on a bug that a job meets aborts nothing: `observer`, which halts this runtime, is
     /// told, and the job is left. It has to be there as long as jobs run.
     void reportStops(concurrency::StopObserver& observer) noexcept { stopObserver = &observer; }
+    /// For a call that does not return before `instant`: the executor of the running job does
+    /// nothing else until then, and whatever the job still wakes or begins to wait for is put off
+    /// as long. What it reads is of the present moment. Called from a job.
+    void holdJobUntil(concurrency::Instant instant);
 
     /// How many jobs may run before time has to move; more is a task that spins instead of
     /// sleeping, and makes whoever drives this runtime throw Stuck.
@@ -149,6 +153,8 @@ private:
     concurrency::TimerQueue timers;
     /// Executors that have work and are not blocked.
     concurrency::LinkedQueue<SimulatedExecutor> ready;
+    SimulatedExecutor* running = nullptr;           ///< whose job is running
+    std::optional<concurrency::Instant> heldUntil;  ///< of the running job, if it is held
     std::uint64_t executorCount = 0;
     std::uint64_t jobCount = 0;
     std::multimap<std::uint64_t, std::function<void()>> interruptions;  ///< by job count

@@ -16,6 +16,9 @@ SimulatedSystem::SimulatedSystem(MachineDescription machine, Options options)
       sensors(runtime, smc, bridge, standardError),
       controller(std::make_shared<control::LocalFanController>(
           runtime, smc, sensors, [this] { return effectiveUserID; })) {
+    mac.hidWaiter = [this](concurrency::Duration until) {
+        runtime.holdJobUntil(concurrency::Instant(until));
+    };
     (void)runtime.run(connection.open());  // what cannot be opened cannot be read: a scenario too
 }
 

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <optional>
 
 #include "simulation/Oracle.h"
@@ -19,7 +20,10 @@ struct Verdict {
 /// Plays the scenario to its end under the oracle. Throws Stuck as ScenarioRun::play does.
 [[nodiscard]] Verdict judge(const Scenario& scenario, std::uint64_t seed);
 
+using Judge = std::function<Verdict(const Scenario&, std::uint64_t seed)>;
+
 /// Leaves out of a scenario that violates a property whatever it violates the same one without.
-[[nodiscard]] Scenario shrink(Scenario scenario, std::uint64_t seed, Property property);
+[[nodiscard]] Scenario shrink(Scenario scenario, std::uint64_t seed, Property property,
+                              const Judge& judge);
 
 }  // namespace airflow::simulation

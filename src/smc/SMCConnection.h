@@ -34,7 +34,8 @@ public:
     [[nodiscard]] concurrency::Task<void> close();
 
     /// Fails with notPrivileged, ioReturn, keyNotFound or smcError.
-    [[nodiscard]] concurrency::Task<std::expected<SMCValue, SMCError>> readValue(std::string key);
+    [[nodiscard]] concurrency::Task<std::expected<SMCValue, SMCError>> readValue(
+        std::string key) override;
     [[nodiscard]] concurrency::Task<std::optional<SMCValue>> tryReadValue(std::string key) override;
 
     [[nodiscard]] concurrency::Task<WriteResult> writeUInt8(std::string key,

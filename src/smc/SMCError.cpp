@@ -32,6 +32,10 @@ std::string describe(const NotPrivileged&) {
     return "not privileged (root required) for this SMC call";
 }
 
+std::string describe(const Withheld&) {
+    return "withheld while the fans are given back";
+}
+
 }  // namespace
 
 SMCError SMCError::openFailed(std::int32_t code) {
@@ -56,6 +60,10 @@ SMCError SMCError::driverNotFound() {
 
 SMCError SMCError::notPrivileged() {
     return {NotPrivileged{}};
+}
+
+SMCError SMCError::withheld() {
+    return {Withheld{}};
 }
 
 std::string SMCError::description() const {

@@ -45,8 +45,15 @@ struct NotPrivileged {
     bool operator==(const NotPrivileged&) const = default;
 };
 
+/// The request was withheld from the driver: the fans are being given back, and it was not part of
+/// that.
+struct Withheld {
+    bool operator==(const Withheld&) const = default;
+};
+
 struct SMCError {
-    std::variant<OpenFailed, KeyNotFound, ErrorResult, IOReturn, DriverNotFound, NotPrivileged>
+    std::variant<OpenFailed, KeyNotFound, ErrorResult, IOReturn, DriverNotFound, NotPrivileged,
+                 Withheld>
         reason;
 
     bool operator==(const SMCError&) const = default;
@@ -57,6 +64,7 @@ struct SMCError {
     [[nodiscard]] static SMCError ioReturn(std::string operation, std::uint32_t code);
     [[nodiscard]] static SMCError driverNotFound();
     [[nodiscard]] static SMCError notPrivileged();
+    [[nodiscard]] static SMCError withheld();
 
     /// The text that logs and clients are given; its wording is part of the interface.
     [[nodiscard]] std::string description() const;

@@ -1,4 +1,4 @@
-// SMCWriting: the three things that a controller of fans needs of the SMC.
+// SMCWriting: what a controller of fans needs of the SMC.
 #pragma once
 
 #include <cstdint>
@@ -33,6 +33,11 @@ public:
     /// Nothing, whatever the reason, when the key cannot be read.
     [[nodiscard]] virtual concurrency::Task<std::optional<SMCValue>> tryReadValue(
         std::string key) = 0;
+    /// The same, and why when the key cannot be read: keyNotFound for one that does not exist.
+    [[nodiscard]] virtual concurrency::Task<std::expected<SMCValue, SMCError>> readValue(
+        std::string key) = 0;
+    /// Whether writes that force a fan reach the SMC at present. Any thread may ask.
+    [[nodiscard]] virtual bool takesForcing() const { return true; }
 };
 
 }  // namespace airflow::smc

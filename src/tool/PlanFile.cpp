@@ -12,11 +12,14 @@
 
 namespace airflow::tool {
 
-std::expected<std::string, std::string> readFile(const std::string& path) {
+std::expected<std::string, std::string> readFile(const std::string& path, std::size_t limit) {
     errno = 0;
     std::ifstream file(path, std::ios::binary);
-    std::string bytes(json::Limits{}.bytes + 1, '\0');
-    if (file.is_open()) file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    std::string bytes;
+    if (file.is_open()) {
+        bytes.resize(limit + 1);
+        file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    }
     if (!file.is_open() || file.bad()) return std::unexpected(std::string(std::strerror(errno)));
     bytes.resize(static_cast<std::size_t>(file.gcount()));
     return bytes;

@@ -1,8 +1,14 @@
 #include "tool/ScenarioReleases.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <cmath>
 #include <ranges>
 #include <utility>
+#include <variant>
+
+#include "control/ControlError.h"
 
 namespace airflow::tool {
 
@@ -12,9 +18,6 @@ using concurrency::Duration;
 using simulation::Call;
 using simulation::FanMode;
 
-constexpr std::string_view safetyEnding = " — released to Auto";
-/// What is told instead of a safety check's own message when a fan refuses.
-constexpr std::string_view refusalBeginning = "failed to restore Auto: ";
 constexpr const char* planItself = "the plan itself";
 
 bool givesAllBack(Call::Method method) {
@@ -26,6 +29,24 @@ bool isPlan(Call::Method method) {
     return method == Call::Method::setManualRPM || method == Call::Method::setPercent ||
            method == Call::Method::fullBlast || method == Call::Method::applyConfig;
 }
+
+/// What a safety release is counted as; nothing for what releases no fan by itself.
+struct SafetyCause {
+    using Cause = std::optional<std::string>;
+
+    Cause operator()(const control::CeilingExceeded& error) const {
+        return fmt::format("thermal ceiling {:.0f}°C exceeded", std::trunc(error.celsius));
+    }
+    Cause operator()(const control::TemperaturesMissing& error) const {
+        return error.isReleased() ? Cause("temperature data unavailable") : std::nullopt;
+    }
+    Cause operator()(const control::HeartbeatLost&) const { return "no heartbeat for >15s"; }
+    Cause operator()(const control::ChecksOverdue&) const { return "safety checks overdue"; }
+    Cause operator()(const control::FanUnattended&) const { return "a fan was forced unattended"; }
+    Cause operator()(const control::NotRestored&) const { return std::nullopt; }
+    Cause operator()(const control::Reclaimed&) const { return std::nullopt; }
+    Cause operator()(const control::PlanIncomplete&) const { return std::nullopt; }
+};
 
 /// The fan that this is the mode key of, if it is one.
 std::optional<std::size_t> fanOfModeKey(const std::string& key) {
@@ -77,13 +98,15 @@ void ScenarioReleases::published(Duration time, const control::ControlState& sta
     settle(time);
     publishedAt = time;
     underWay.reset();
-    if (!state.lastError) return;
-    const std::string& error = *state.lastError;
+    if (!state.cause) return;
+    const auto safetyCause = std::visit(SafetyCause{}, *state.cause);
+    // A fan that refuses is told instead of the check that released the others.
+    const bool isHidden = std::holds_alternative<control::NotRestored>(*state.cause);
     for (Release& release : open) {
         if (!release.mayBeSafety) continue;
-        if (error.ends_with(safetyEnding))
-            release.cause = error.substr(0, error.size() - safetyEnding.size());
-        else if (error.starts_with(refusalBeginning) && release.cause == planItself)
+        if (safetyCause)
+            release.cause = *safetyCause;
+        else if (isHidden && release.cause == planItself)
             release.cause = "a safety check";
     }
 }

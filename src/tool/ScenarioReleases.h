@@ -1,6 +1,7 @@
 // ScenarioReleases: how often fans went back to Auto in a scenario, and why.
 //
-// The authority on whether is the machine; why is gathered from what happened around it.
+// The authority on whether is the machine; why is gathered from what happened around it, and from
+// the cause that a published state gives. Texts for people are not read.
 #pragma once
 
 #include <cstdint>

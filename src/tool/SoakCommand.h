@@ -6,6 +6,9 @@
 #include <optional>
 #include <string>
 
+#include "simulation/Soak.h"
+#include "tool/SoakReport.h"
+
 namespace CLI {
 class App;
 }
@@ -15,17 +18,19 @@ namespace airflow::tool {
 struct Streams;
 
 struct SoakOptions {
-    std::uint64_t first = 1;
-    std::uint64_t last = 1000;        ///< with it
-    std::optional<double> minutes;    ///< stop after so long
-    unsigned jobs = 1;                ///< threads
-    std::string failures = ".";       ///< the folder for scenarios that failed
-    bool requiresEverything = false;  ///< fail when one of `sometimes` never happened
-    bool printsHashes = false;        ///< one line for each seed
+    simulation::SeedRange seeds{.first = 1, .last = 1000};
+    std::optional<double> minutes;  ///< stop after so long
+    unsigned jobs = 1;              ///< threads
+    std::string failures = ".";     ///< the folder for scenarios that failed
+    bool printsHashes = false;      ///< one line for each seed
+    SoakReportOptions report;
+    simulation::Judge judge = simulation::judge;
 };
 
 /// Judges one random run for each seed. Returns the exit status: 0, or 1 for a violation, which is
-/// told with its seed and kept as the smallest scenario that shows it.
+/// told with its seed and kept as the smallest scenario that shows it. Ten of them end the soak,
+/// and so does SIGINT or SIGTERM, once the runs that have begun are over: the result up to there is
+/// told, and the status is 128 and the signal's number unless there is a violation.
 [[nodiscard]] int soak(const SoakOptions& options, std::ostream& out, std::ostream& err);
 
 void addSoak(CLI::App& app, Streams streams, int& status);

@@ -78,18 +78,41 @@ TEST_F(ApplyPlan, givesBackFirstWhatItNoLongerManages) {
     EXPECT_EQ(bench.mac().fan(1).mode, FanMode::forced);
 }
 
-TEST_F(ApplyPlan, goesOnPublishingModeAndTargetOfAFanThatItGaveBackUntilTheNextFullRelease) {
+TEST_F(ApplyPlan, publishesNeitherModeNorTargetOfAFanThatItGaveBack) {
     (void)apply({{0, rpm(3000)}});
+    (void)apply({{1, percent(100)}});
+    const std::map<std::int64_t, ControlMode> modes{{1, ControlMode::fullBlast}};
+    const std::map<std::int64_t, std::int64_t> targets{{1, 6000}};
+    EXPECT_EQ(bench.state().perFanMode, modes);
+    EXPECT_EQ(bench.state().targets, targets);
+}
+
+TEST_F(ApplyPlan, goesOnPublishingModeAndTargetOfAFanThatRefusesToGoBack) {
+    (void)apply({{0, rpm(3000)}});
+    bench.mac().smc().add(refusal("F0Md", 0));
     (void)apply({{1, percent(100)}});
     const std::map<std::int64_t, ControlMode> modes{{0, ControlMode::manual},
                                                     {1, ControlMode::fullBlast}};
     const std::map<std::int64_t, std::int64_t> targets{{0, 3000}, {1, 6000}};
-    bench.advance(5s);
     EXPECT_EQ(bench.state().perFanMode, modes);
     EXPECT_EQ(bench.state().targets, targets);
-    (void)bench.run(bench.controller().automatic());
-    EXPECT_THAT(bench.state().perFanMode, IsEmpty());
-    EXPECT_THAT(bench.state().targets, IsEmpty());
+}
+
+/// Both fans stand still from 10 s on. Fan 2 keeps the plan busy, so that no step comes meanwhile.
+TEST(ApplyPlanOfThreeFans, publishesNoFanAsStoppedThatItGaveBack) {
+    ControllerBench bench(steadyMachine(3), withoutJitter);
+    (void)bench.run(bench.controller().applyPlan(planOf({{0, percent(0)}, {1, percent(0)}})));
+    bench.advance(11s);
+    EXPECT_EQ(bench.state().stoppedFans, (std::vector<std::int64_t>{0, 1}));
+    bench.mac().smc().add(refusal("F2Md", 1, 0x82));
+    forget(bench);
+    const auto plan =
+        bench.start(bench.controller().applyPlan(planOf({{1, percent(0)}, {2, rpm(3000)}})));
+    bench.advance(500ms);
+    bench.mac().setHIDTemperature(steadyLabel, 1000);  // not plausible: a tick without its step
+    bench.advance(1500ms);
+    EXPECT_EQ(*plan, std::nullopt);
+    EXPECT_EQ(bench.published.back().stoppedFans, (std::vector<std::int64_t>{1}));
 }
 
 TEST_F(ApplyPlan, givesBackAFanThatItNamesOnlyAsAutomatic) {

@@ -211,7 +211,8 @@ TEST(Claim, letsOtherCommandsRunWhileItWaits) {
     EXPECT_EQ(*first, ControlResult::timedOut());
 }
 
-TEST(Claim, ofACancelledHoldLoopKeepsItsPeriod) {
+/// Without the end of the claim a cancelled task could spin on the driver.
+TEST(Claim, ofACancelledHoldLoopKeepsItsPeriodAndEndsAfterIt) {
     ControllerBench bench;
     bench.system.runtime.limitJobs(1000);
     const AccessLog log(bench);
@@ -222,10 +223,10 @@ TEST(Claim, ofACancelledHoldLoopKeepsItsPeriod) {
     EXPECT_EQ(bench.run(bench.controller().automatic()), ControlResult::applied());
     bench.advance(10s);
     EXPECT_THAT(log.timesOf("F0Md=1 (0x82)"),
-                ElementsAre(1980, 1980, 2080, 2180, 2280, 2380, 2480, 2580, 2680));
+                ElementsAre(1980, 1980, 2080, 2180, 2280, 2380, 2480));
 }
 
-TEST(Claim, ofACancelledHoldLoopThatIsRefusedKeepsItsPeriodToo) {
+TEST(Claim, ofACancelledHoldLoopDoesNotWaitForARefusal) {
     ControllerBench bench;
     bench.system.runtime.limitJobs(1000);
     const AccessLog log(bench);
@@ -237,7 +238,7 @@ TEST(Claim, ofACancelledHoldLoopThatIsRefusedKeepsItsPeriodToo) {
     EXPECT_EQ(bench.run(bench.controller().automatic()), ControlResult::applied());
     bench.advance(10s);
     EXPECT_THAT(log.timesOf("F0Md=1 (0x82)"), ElementsAre(1980, 1980, 2080));
-    EXPECT_THAT(log.timesOf("F0Md=1 (0x87)"), ElementsAre(2180, 2280, 2380, 2480, 2580));
+    EXPECT_THAT(log.timesOf("F0Md=1 (0x87)"), testing::IsEmpty());
 }
 
 }  // namespace

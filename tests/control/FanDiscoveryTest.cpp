@@ -1,5 +1,4 @@
 #include <cstdint>
-#include <cstdio>
 #include <limits>
 
 #include "AccessLog.h"
@@ -87,6 +86,18 @@ std::size_t fansLookedFor(std::optional<smc::SMCValue> count) {
     return bench.smc.reads.size() - 1;
 }
 
+/// How many fans fullBlast() plans for, each of which the machine does not have.
+std::int64_t fansNamed(smc::SMCValue count) {
+    ScriptedBench bench(plainMachine(0));
+    bench.smc.readings["FNum"] = count;
+    const auto result = bench.run(bench.controller->fullBlast());
+    for (std::int64_t fans = 1; fans <= 100; ++fans) {
+        const auto last = fmt::format("neither F{0}Md nor F{0}md exists on this machine", fans - 1);
+        if (result == ControlResult::failed(last)) return fans;
+    }
+    return result.isApplied() ? 0 : -1;
+}
+
 TEST(FanCount, isTheWholePartOfTheNumberWhateverItsEncoding) {
     using smc::SMCValue;
     EXPECT_EQ(fansLookedFor(SMCValue::uint(2)), 2U);
@@ -114,49 +125,71 @@ TEST(FanCount, isUnknownWhenItCannotBeReadOrIsNoNumber) {
     EXPECT_FALSE(bench.system.mac.forceTest());
 }
 
-using FanCountDeathTest = testing::TestWithParam<double>;
-
-TEST_P(FanCountDeathTest, thatIsNoCountStopsTheProcess) {
-    ScriptedBench bench(plainMachine(1));
-    bench.smc.readings["FNum"] = smc::SMCValue::floating(GetParam());
-    EXPECT_DEATH((void)bench.run(bench.controller->fullBlast()),
-                 "expected that FNum is a number of fans that fits 64 bits");
+TEST(FanCount, beyondTheTenThatKeysCanNameIsTen) {
+    using smc::SMCValue;
+    const auto infinity = std::numeric_limits<double>::infinity();
+    for (const double count : {10.0, 10.99, 11.0, 300.0, 3e9, 0x1p63, infinity}) {
+        EXPECT_EQ(fansNamed(SMCValue::floating(count)), 10) << count;
+    }
+    EXPECT_EQ(fansNamed(SMCValue::floating(9.99)), 9);
+    EXPECT_EQ(fansNamed(SMCValue::uint(300)), 10);
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, FanCountDeathTest,
-                         testing::Values(std::numeric_limits<double>::quiet_NaN(),
-                                         std::numeric_limits<double>::infinity(),
-                                         -std::numeric_limits<double>::infinity(), 0x1p63,
-                                         -0x1.0000000000001p63));
+TEST(FanCount, belowEveryNumberMeansNoFansToo) {
+    const auto infinity = std::numeric_limits<double>::infinity();
+    EXPECT_EQ(fansNamed(smc::SMCValue::floating(-infinity)), 0);
+    EXPECT_EQ(fansNamed(smc::SMCValue::floating(-0x1.0000000000001p63)), 0);
+}
+
+TEST(FanCount, thatIsNotANumberIsUnreadable) {
+    ScriptedBench bench(plainMachine(1));
+    bench.smc.readings["FNum"] = smc::SMCValue::floating(std::numeric_limits<double>::quiet_NaN());
+    EXPECT_EQ(bench.run(bench.controller->fullBlast()),
+              ControlResult::failed("could not read FNum"));
+    EXPECT_EQ(bench.run(bench.controller->restoreAllFansToAutomatic()),
+              "could not read FNum during startup recovery");
+    EXPECT_THAT(bench.smc.reads, ElementsAre("FNum", "FNum"));
+}
+
+TEST(FanCount, ofElevenLetsStartUpRecoveryGiveTenFansBack) {
+    ScriptedBench bench(plainMachine(10));
+    bench.smc.readings["FNum"] = smc::SMCValue::uint(11);
+    for (std::size_t fan = 0; fan < 10; ++fan) {
+        (void)bench.run(bench.system.smc.writeUInt8(simulation::upperModeKey(fan), 1));
+    }
+    EXPECT_EQ(bench.run(bench.controller->restoreAllFansToAutomatic()), std::nullopt);
+    for (std::size_t fan = 0; fan < 10; ++fan) {
+        EXPECT_EQ(bench.system.mac.fan(fan).mode, simulation::FanMode::automatic) << fan;
+    }
+}
 
 /// Keys have four characters: "F10Md" and "F-1Md" are none.
-class FanNumberDeathTest : public testing::TestWithParam<std::int64_t> {};
+class FanWithoutAName : public testing::TestWithParam<std::int64_t> {};
 
-TEST_P(FanNumberDeathTest, thatDoesNotFitAKeyStopsTheProcess) {
-    ControllerBench bench;
-    EXPECT_DEATH((void)bench.run(bench.controller().setManual(GetParam(), 3000)),
-                 testing::ContainsRegex("a four-character code must be four bytes long, "
-                                        "\"F(10|-1)Md\" is 5"));
+TEST_P(FanWithoutAName, isOneThatTheMachineDoesNotHave) {
+    ScriptedBench bench(plainMachine(1));
+    const auto result = bench.run(bench.controller->setManual(GetParam(), 3000));
+    EXPECT_EQ(result, ControlResult::failed(fmt::format(
+                          "neither F{0}Md nor F{0}md exists on this machine", GetParam())));
+    bench.system.runtime.advance(5s);  // the steps of its plan, too
+    EXPECT_THAT(bench.smc.reads, testing::IsEmpty());
 }
 
-INSTANTIATE_TEST_SUITE_P(BesidesTheTenThatDo, FanNumberDeathTest, testing::Values(10, -1));
+TEST_P(FanWithoutAName, doesNotKeepTheOthersFromBeingHeld) {
+    ControllerBench bench;
+    (void)bench.run(bench.controller().setManual(GetParam(), 3000));
+    EXPECT_FALSE(bench.run(bench.controller().setPercent(0, 50)).isApplied());
+    EXPECT_EQ(bench.mac().fan(0).mode, simulation::FanMode::forced);
+}
 
-/// Ten fans are found and none has been given back when the process stops.
-TEST(FanCountOverTenDeathTest, stopsStartUpRecoveryBeforeItWrites) {
+INSTANTIATE_TEST_SUITE_P(BesidesTheTenThatHaveOne, FanWithoutAName,
+                         testing::Values(10, -1, 100, std::numeric_limits<std::int64_t>::max(),
+                                         std::numeric_limits<std::int64_t>::min()));
+
+TEST(FanWithTheHighestNumber, isHeld) {
     ControllerBench bench(plainMachine(10));
-    bench.mac().smc().add(simulation::Fault{
-        .key = "FNum", .operation = simulation::Fault::Operation::read, .reading = 11});
-    auto& observer = bench.mac().smc().observer;
-    observer = [](const simulation::SMCAccess& access) {
-        // The process that stops is a child: only what it writes to standard error tells of it.
-        if (access.operation == simulation::Fault::Operation::write) {
-            std::fputs("a write\n", stderr);
-        }
-    };
-    EXPECT_DEATH((void)bench.run(bench.controller().restoreAllFansToAutomatic()),
-                 testing::AllOf(testing::HasSubstr("a four-character code must be four bytes long, "
-                                                   "\"F10Md\" is 5"),
-                                testing::Not(testing::HasSubstr("a write"))));
+    EXPECT_EQ(bench.run(bench.controller().setManual(9, 3000)), ControlResult::applied());
+    EXPECT_EQ(bench.mac().fan(9).mode, simulation::FanMode::forced);
 }
 
 }  // namespace

@@ -170,15 +170,32 @@ INSTANTIATE_TEST_SUITE_P(
                     Published{"curve", degreesAsPercent(), ControlMode::curve}),
     [](const auto& test) { return std::string(test.param.name); });
 
-TEST(ManualCommands, aFanThatIsHeldAlreadyKeepsItsPublishedMode) {
+TEST(ManualCommands, aFanThatIsHeldAlreadyIsPublishedInItsNewMode) {
     ControllerBench bench(steadyMachine(), withoutJitter);
     (void)bench.run(bench.controller().setManual(0, 3000));
     (void)bench.run(bench.controller().fullBlast());
-    // Modes are published when a fan is claimed, and fan 0 was claimed before.
-    const std::map<std::int64_t, ControlMode> modes{{0, ControlMode::manual},
+    const std::map<std::int64_t, ControlMode> modes{{0, ControlMode::fullBlast},
                                                     {1, ControlMode::fullBlast}};
     EXPECT_EQ(bench.state().perFanMode, modes);
     EXPECT_EQ(bench.mac().fan(0).target, 6000);
+    (void)bench.run(bench.controller().setManual(0, 2000));
+    EXPECT_EQ(bench.state().perFanMode.at(0), ControlMode::manual);
+    EXPECT_EQ(bench.state().perFanMode.at(1), ControlMode::fullBlast);
+}
+
+/// Fan 1 keeps the plan busy, so that the loop is the first to publish.
+TEST(ManualCommands, aFanThatIsHeldAlreadyIsPublishedInItsNewModeWhileAnotherIsStillClaimed) {
+    ControllerBench bench(steadyMachine(), withoutJitter);
+    (void)bench.run(bench.controller().setManual(0, 3000));
+    bench.mac().smc().add(refusal("F1Md", 1, 0x82));
+    forget(bench);
+    (void)bench.start(bench.controller().fullBlast());
+    bench.advance(1s);
+    bench.mac().setHIDTemperature(steadyLabel, 1000);  // not plausible: a tick without its step
+    bench.advance(1s);
+    ASSERT_EQ(bench.published.size(), 1U);
+    EXPECT_EQ(bench.published.back().perFanMode.at(0), ControlMode::fullBlast);
+    EXPECT_FALSE(bench.published.back().perFanMode.contains(1));
 }
 
 TEST(Automatic, givesEveryFanBackAndClearsThePlan) {

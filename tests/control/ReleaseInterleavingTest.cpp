@@ -150,24 +150,18 @@ TEST_P(AnywhereInAPlan, aReleaseLeavesNoFanForced) {
     }
 }
 
-/// A hole that is known: nothing ends a claim but the SMC and its own 10 s. When a release comes
-/// while a control step waits in one, the fan is forced after that release, and no hold loop is
-/// left to watch it, until a client commands again or goes away.
-TEST_P(AnywhereInAPlan, aClaimThatTheCeilingOvertookForcesItsFanAllTheSame) {
+/// The control step of the plan still waits for the fan when the hold loop ticks.
+TEST_P(AnywhereInAPlan, theCeilingEndsTheClaimOfTheStep) {
     auto machine = plainMachine();
     machine.hid = simulation::Temperatures{{"CPU", 99.0}};
     ControllerBench bench(machine, options());
-    // The control step of the plan still waits for the fan when the hold loop ticks.
     refuse(bench, "F0Md", 1, refused, 450ms);
     refuse(bench, "F0Md", 1, simulation::SimulatedMac::busy, 3s);
     const auto applied = bench.start(bench.controller().setManual(0, 3000));
     bench.advance(60s);
-    EXPECT_TRUE(applied->has_value());
-    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::forced);
-    EXPECT_TRUE(bench.state().isHolding);
-
-    EXPECT_EQ(bench.run(bench.controller().restoreAuto()), std::nullopt);
+    EXPECT_EQ(*applied, ControlResult::rejected(134));
     EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
+    EXPECT_THAT(*bench.state().lastError, testing::StartsWith("thermal ceiling 9"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, AnywhereInAPlan, testing::Values(0U, 1U, 2U, 3U, 4U));

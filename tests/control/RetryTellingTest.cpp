@@ -1,5 +1,6 @@
 // What a retry tells when it has given the last pending fan back: that a fan refuses is over, but
-// whatever else is shown is not the retry's to take away.
+// whatever else is shown is not the retry's to take away. A release that is under way is left
+// alone.
 #include "HoldBench.h"
 
 namespace airflow::control {
@@ -29,13 +30,11 @@ protected:
     ControllerBench bench{steadyMachine(), withoutJitter};
 };
 
-/// The release has given back every fan when the retry, which began behind it, asks for its own.
-/// The retry ends, since no fan is pending, and so nobody tries to lower force-test again; all the
-/// more is it to be told.
-TEST_F(RetryTelling, aRefusalOfForceTestThatARestoreToldMeanwhileGoesOnBeingShown) {
+/// The retry wakes while the release asks for the fans. It goes on for the sake of force-test.
+TEST_F(RetryTelling, aRefusalOfForceTestThatARestoreToldMeanwhileIsShownUntilItIsLowered) {
     dropFan0(1s, 2s);
     advanceTo(2975ms);
-    auto forceTest = refusal("Ftst", 0);
+    auto forceTest = refusal("Ftst", 0, 0x86, 0s, 6s);
     forceTest.latency = 10ms;
     bench.mac().smc().add(forceTest);
     slowDownWrites();
@@ -43,29 +42,29 @@ TEST_F(RetryTelling, aRefusalOfForceTestThatARestoreToldMeanwhileGoesOnBeingShow
     const auto restored = bench.start(bench.controller().restoreAuto());
     bench.advance(100ms);
     EXPECT_EQ(*restored, "failed to restore Auto: Ftst=0 rejected (SMC 0x86)");
-    EXPECT_THAT(bench.writes,
-                ElementsAre("Ftst=1", "F0Md=0", "F1Md=0", "Ftst=1", "Ftst=0 (0x86)", "F0Md=0"));
-    EXPECT_THAT(told(bench.published), ElementsAre(forceTestStays, forceTestStays));
-    EXPECT_FALSE(isRetrying());
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0 (0x86)"));
+    EXPECT_THAT(told(bench.published), ElementsAre(forceTestStays));
     forget(bench);
     bench.advance(60s);
-    EXPECT_THAT(bench.writes, IsEmpty());
-    EXPECT_THAT(bench.published, IsEmpty());
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0 (0x86)",  //
+                                          "Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0"));
+    EXPECT_THAT(told(bench.published), ElementsAre(forceTestStays, "not holding"));
+    EXPECT_FALSE(bench.mac().forceTest());
+    EXPECT_FALSE(isRetrying());
 }
 
 /// The tick at 3.08 s releases at 3.16 s, and the retry wakes at 3.185 s.
-TEST_F(RetryTelling, theReasonOfASafetyReleaseThatCameMeanwhileGoesOnBeingShown) {
+TEST_F(RetryTelling, theReasonOfASafetyReleaseDuringWhichTheRetryWakesIsShown) {
     dropFan0(1185ms, 2s);
     advanceTo(3s);
     bench.system.runtime.jumpDate(concurrency::Seconds(100));
     slowDownWrites();
     forget(bench);
     bench.advance(300ms);
-    EXPECT_THAT(bench.writes,
-                ElementsAre("Ftst=1", "F0Md=0", "F1Md=0", "Ftst=1", "Ftst=0", "F0Md=0"));
-    const std::string lost = "not holding: no heartbeat for >15s — released to Auto";
-    EXPECT_THAT(told(bench.published), ElementsAre("not holding", lost, lost));
-    EXPECT_FALSE(isRetrying());
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0"));
+    EXPECT_THAT(
+        told(bench.published),
+        ElementsAre("not holding", "not holding: no heartbeat for >15s — released to Auto"));
 }
 
 /// The retry wakes at 3.3 s, between the end of the plan and the next tick. Nothing is held then.
@@ -132,8 +131,8 @@ TEST_F(RetryTelling, thatAFanRefusesIsTakenBackOnceItWentBack) {
     EXPECT_THAT(told(bench.published), ElementsAre("not holding"));
 }
 
-/// The restore is refused before the retry asks for the same fan and has its way.
-TEST_F(RetryTelling, soIsWhatARestoreToldOfTheFanMeanwhile) {
+/// The retry wakes while the restore asks for the same fan, and has its way two seconds later.
+TEST_F(RetryTelling, whatARestoreToldOfTheFanMeanwhileIsTakenBackOnceTheFanWentBack) {
     dropFan0(1s, 3s);
     advanceTo(2975ms);
     bench.mac().smc().removeFaults();
@@ -145,8 +144,12 @@ TEST_F(RetryTelling, soIsWhatARestoreToldOfTheFanMeanwhile) {
     const auto restored = bench.start(bench.controller().restoreAuto());
     bench.advance(100ms);
     EXPECT_EQ(*restored, "failed to restore Auto: F0Md=0 rejected (SMC 0x86)");
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0 (0x86)", "F1Md=0", "Ftst=1", "F0Md=0"));
-    EXPECT_THAT(told(bench.published), ElementsAre(fan0Refuses, "not holding"));
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0 (0x86)", "F1Md=0"));
+    EXPECT_THAT(told(bench.published), ElementsAre(fan0Refuses));
+    forget(bench);
+    bench.advance(2s);
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0"));
+    EXPECT_THAT(told(bench.published), ElementsAre("not holding"));
     EXPECT_FALSE(isRetrying());
 }
 

@@ -258,5 +258,25 @@ TEST_F(SafetyChecks, aReleaseThatFailsToLowerForceTestHoldsNothing) {
     EXPECT_FALSE(isForced());
 }
 
+/// What holds then is the plan's to tell.
+TEST(SafetyRelease, duringWhichAPlanComesDoesNotTellOfItself) {
+    ControllerBench bench(steadyMachine(1), withoutJitter);
+    (void)bench.run(bench.controller().setManual(0, 3000));
+    slowDown(bench, 5ms);
+    bench.mac().setHIDTemperature(steadyLabel, 99);
+    forget(bench);
+    std::shared_ptr<std::optional<ControlResult>> plan;
+    atWrite(bench, "F0Md", 0, 1,
+            [&] { plan = bench.start(bench.controller().setManual(0, 4000)); });
+    bench.advance(1800ms);
+    ASSERT_NE(plan, nullptr);
+    EXPECT_EQ(*plan, ControlResult::applied());
+    EXPECT_THAT(told(bench.published), ElementsAre("holding"));
+    bench.advance(2s);
+    EXPECT_EQ(told(bench.published).back(),
+              "not holding: thermal ceiling 99°C exceeded — released to Auto");
+    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
+}
+
 }  // namespace
 }  // namespace airflow::control

@@ -39,7 +39,6 @@ public:
         ++now;
         if (access.operation == Fault::Operation::read && access.key == "FNum") lastSnapshot = now;
         if (access.operation != Fault::Operation::write) return;
-        lastWrite = now;
         if (access.result != 0 || access.kernelReturn != 0) {
             ++refused;
             return;
@@ -87,14 +86,6 @@ public:
         forcedSeconds += isForced;
     }
 
-    /// A claim that had begun before a release succeeded after it, and nothing was written since.
-    /// Nothing ends such a claim, and nobody watches the fan that it forces until a client commands
-    /// again or goes away: one of the holes that docs/safety.md lists, pinned in UnwatchedFanTest.
-    [[nodiscard]] bool isHeldByOvertakenClaim() const {
-        return isForced && planEnded && !forcings.empty() && forcings.back() > *planEnded &&
-               forcings.back() == lastWrite;
-    }
-
     bool isForced = false;
     Duration lastReply{};
     int forcedSeconds = 0;
@@ -126,7 +117,6 @@ private:
     int now = 0;  ///< counts what happened, to order it
     int lastCommand = 0;
     int lastSnapshot = 0;  ///< its beginning
-    int lastWrite = 0;
     int lastFullRelease = 0;
     int snapshotBeforeRelease = 0;  ///< the last one's beginning
     std::vector<int> forcings;      ///< ascending
@@ -139,22 +129,15 @@ TEST(Safety, everyFanIsSoonBackWithTheFirmwareWhenNobodyIsWatching) {
     int withControl = 0;
     int withRefusals = 0;
     int plansEnded = 0;
-    std::vector<std::uint64_t> overtaken;
-    std::vector<std::uint64_t> tickAndPlan;
     std::set<std::string> reasons;
     for (std::uint64_t seed = 1; seed <= 2000; ++seed) {
         Scenario scenario = RandomScenario(seed).make();
         scenario.duration = troubleEnds + bound;
         Watcher watcher;
         simulation::ScenarioRun(scenario, watcher, seed).play(*scenario.duration);
-        if (watcher.isHeldByOvertakenClaim()) overtaken.push_back(seed);
-        // Claims that a release overtakes may still force: one of the tick under way, and those of
-        // a plan's own turn, one for each fan. A plan that went on would force again and again.
-        const std::ptrdiff_t fans = std::ssize(scenario.machine.fans);
-        EXPECT_LE(watcher.forcingsSinceRelease, fans + 1) << "seed " << seed;
-        if (watcher.forcingsSinceRelease > fans) tickAndPlan.push_back(seed);
+        EXPECT_EQ(watcher.forcingsSinceRelease, 0) << "seed " << seed;
         plansEnded += watcher.plansEnded;
-        EXPECT_TRUE(!watcher.isForced || watcher.isHeldByOvertakenClaim())
+        EXPECT_FALSE(watcher.isForced)
             << "seed " << seed << ": still forced, " << (troubleEnds + bound) / 1s
             << " s after the start; the last answer came at "
             << std::chrono::duration<double>(watcher.lastReply).count() << " s";
@@ -162,13 +145,6 @@ TEST(Safety, everyFanIsSoonBackWithTheFirmwareWhenNobodyIsWatching) {
         withRefusals += watcher.refused > 0;
         reasons.insert(watcher.reasons.begin(), watcher.reasons.end());
     }
-#ifdef __GLIBCXX__  // what the seeds mean is the standard library's choice
-    EXPECT_THAT(overtaken, testing::ElementsAre(21, 442));
-    EXPECT_THAT(tickAndPlan, testing::ElementsAre(1842));
-#else
-    EXPECT_LE(overtaken.size(), 10u);
-    EXPECT_LE(tickAndPlan.size(), 10u);
-#endif
     // A run in which nothing dangerous happened would prove nothing.
     EXPECT_GT(withControl, 1500);
     EXPECT_GT(withRefusals, 800);

@@ -33,6 +33,14 @@ public:
         co_return co_await real.tryReadValue(std::move(key));
     }
 
+    concurrency::Task<std::expected<smc::SMCValue, smc::SMCError>> readValue(
+        std::string key) override {
+        co_return co_await real.readValue(std::move(key));
+    }
+
+    [[nodiscard]] bool takesForcing() const override { return isForcingTaken; }
+
+    bool isForcingTaken = true;
     std::map<std::pair<std::string, std::uint8_t>, WriteResult> answers;
     std::map<std::string, std::optional<smc::SMCValue>> readings;
     /// The keys that were tried, whether they are there or not.

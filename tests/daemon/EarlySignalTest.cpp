@@ -58,6 +58,7 @@ public:
 
     void atExit(Handler) override {}
     void handle(Signal, Handler handler) override { concurrency::runOnThisThread(handler()); }
+    void announceExit(int) override {}
     concurrency::Task<void> exit(int status) override {
         journal.push_back(fmt::format("exit {}", status));
         co_return;
@@ -72,11 +73,12 @@ public:
     explicit OpenHardware(simulation::SimulatedSystem& below) : system(below) {}
 
     concurrency::Task<std::expected<void, smc::SMCError>> open() override { co_return {}; }
-    smc::SMCWriting& smc() override { return system.smc; }
+    control::SMCGate& smc() override { return gate; }
     sensors::SensorReader& sensors() override { return system.sensors; }
 
 private:
     simulation::SimulatedSystem& system;
+    control::SMCGate gate{system.smc.executor(), system.smc, system.smc};
 };
 
 TEST(EarlySignal, aSignalThatArrivesAsItsHandlerIsInstalledFindsTheControllerArmed) {

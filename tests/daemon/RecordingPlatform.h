@@ -29,6 +29,9 @@ public:
         journal.push_back(signal == Signal::terminate ? "handle SIGTERM" : "handle SIGINT");
         signalHandlers.at(static_cast<std::size_t>(signal)) = std::move(handler);
     }
+    void announceExit(int status) override {
+        journal.push_back(fmt::format("announce exit {}", status));
+    }
     concurrency::Task<void> exit(int status) override {
         journal.push_back(fmt::format("exit {}", status));
         co_return;

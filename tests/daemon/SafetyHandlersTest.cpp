@@ -227,7 +227,8 @@ TEST_F(SafetyHandlersAlone, theHandlerOfEachSignalRestoresAndThenExits) {
     system.runtime.run(process.signalHandlers[0]());
     EXPECT_EQ(system.mac.fan(0).mode, FanMode::automatic);
     system.runtime.run(process.signalHandlers[1]());
-    EXPECT_THAT(journal, ElementsAre("exit 143", "exit 130"));
+    EXPECT_THAT(journal,
+                ElementsAre("announce exit 143", "exit 143", "announce exit 130", "exit 130"));
     EXPECT_THAT(system.standardError.lines, ElementsAre(sigtermLine));
 }
 

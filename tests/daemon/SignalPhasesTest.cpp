@@ -142,8 +142,8 @@ TEST_P(SignalPhases, onAMachineWithoutFansItExitsAsEverywhere) {
 
 INSTANTIATE_TEST_SUITE_P(Seeds, SignalPhases, testing::Range(std::uint64_t{0}, std::uint64_t{21}));
 
-// The restoration of an exit gives back the fans whose mode keys are known.
-TEST(SignalDuringRecovery, aFanThatRecoveryHasNotFoundYetIsLeftToTheNextStart) {
+// The restoration of an exit first finds the fans that recovery has not found yet.
+TEST(SignalDuringRecovery, alsoGivesBackTheFansThatRecoveryHasNotFoundYet) {
     DaemonBench left(0, "left-forced");
     left.mac.smc().add({.key = "FNum", .operation = Fault::Operation::read, .latency = 100ms});
     left.begin();
@@ -151,11 +151,47 @@ TEST(SignalDuringRecovery, aFanThatRecoveryHasNotFoundYetIsLeftToTheNextStart) {
     left.daemon->process.deliver(Signal::terminate);
     left.advance(1s);
     EXPECT_EQ(left.end(), (ProcessEnd{.time = 100ms, .status = 143}));
-    EXPECT_THAT(left.modes(), Each(FanMode::forced));
-    left.newProcess();
+    EXPECT_THAT(left.modes(), Each(FanMode::automatic));
+    EXPECT_THAT(left.lines(), ElementsAre(sigtermLine));
+}
+
+TEST(SignalDuringRecovery, thatTheSMCHoldsUpEndsAfterThreeSeconds) {
+    DaemonBench left(0, "left-forced");
+    left.mac.smc().add({.key = "FNum", .operation = Fault::Operation::read, .latency = 5s});
     left.begin();
     left.advance(1s);
+    left.daemon->process.deliver(Signal::terminate);
+    left.advance(10s);
+    EXPECT_EQ(left.end(), (ProcessEnd{.time = 4s, .status = 143}));
+}
+
+// A slow recovery that succeeds after the signal must not say that clients are served.
+TEST(SignalDuringRecovery, isTheEndOfTheStart) {
+    DaemonBench left(0, "left-forced");
+    left.mac.smc().add({.key = "F1Md", .value = 0, .latency = 1s});
+    left.begin();
+    left.advance(500ms);
+    left.daemon->process.deliver(Signal::terminate);
+    left.advance(10s);
+    EXPECT_EQ(left.end(), (ProcessEnd{.time = 2s, .status = 143}));
     EXPECT_THAT(left.modes(), Each(FanMode::automatic));
+    EXPECT_THAT(left.lines(), ElementsAre(sigtermLine));
+}
+
+// The exit of a start that fails while a signal's restoration runs waits for it.
+TEST(SignalDuringRecovery, ofAStartThatFailsMeanwhileDecidesTheStatusAfterTheRestoration) {
+    DaemonBench left(0, "left-forced");
+    left.mac.smc().add(
+        {.until = 350ms, .key = "F0Md", .value = 0, .result = 0x86, .latency = 400ms});
+    left.mac.smc().add({.key = "F0Md", .value = 0, .latency = 700ms});
+    left.begin();
+    left.advance(300ms);
+    left.daemon->process.deliver(Signal::terminate);
+    left.advance(10s);
+    ASSERT_TRUE(left.end());
+    EXPECT_EQ(left.end()->status, 143);
+    EXPECT_THAT(left.modes(), Each(FanMode::automatic));
+    EXPECT_THAT(left.lines(), ElementsAre(sigtermLine));
 }
 
 }  // namespace

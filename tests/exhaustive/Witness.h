@@ -79,6 +79,9 @@ public:
         machine.push_back(text + (mac.forceTest() ? " Ftst" : ""));
     }
     void started(concurrency::Duration time) override { oracle.started(time); }
+    void listening(concurrency::Duration time) override { oracle.listening(time); }
+    void exitBegan(concurrency::Duration time) override { oracle.exitBegan(time); }
+    void guarded(concurrency::Duration time) override { oracle.guarded(time); }
     void signalled(concurrency::Duration time, daemon::Signal signal) override {
         oracle.signalled(time, signal);
     }

@@ -95,7 +95,6 @@ LOG_TEXTS = [
     "IOConnectCallStructMethod",
     'a four-character code must be four bytes long, "{}" is {}',
     "Core Foundation has no memory left for an object",
-    "FNum is a number of fans that fits 64 bits",
 ]
 
 LAUNCHD_LIST = {

@@ -17,8 +17,12 @@ RawClient::RawClient(const std::string& path) {
     if (connected) connection = std::move(*connected);
 }
 
+bool RawClient::trySend(const std::string& message) {
+    return platform::sendAll(connection, message + "\n");
+}
+
 void RawClient::send(const std::string& message) {
-    EXPECT_TRUE(platform::sendAll(connection, message + "\n"));
+    EXPECT_TRUE(trySend(message));
 }
 
 std::optional<std::string> RawClient::receive() {

@@ -38,6 +38,8 @@ public:
     explicit RawClient(const std::string& path);
 
     void send(const std::string& message);
+    /// False when the connection has ended.
+    [[nodiscard]] bool trySend(const std::string& message);
     /// The next answer; nothing when the connection has ended, or after ten seconds.
     [[nodiscard]] std::optional<std::string> receive();
     /// Sends a message and returns its answer.

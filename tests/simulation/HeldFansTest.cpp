@@ -117,13 +117,52 @@ TEST_F(HeldFansTest, areKnownToBeNoneAfterARelease) {
     EXPECT_THAT(held.fans(), ElementsAre(1));
 }
 
-TEST(ManagesAny, aPlanWithAFanOrWithARule) {
-    EXPECT_FALSE(managesAny({}));
-    EXPECT_FALSE(managesAny(planOf({{.fanID = 0, .mode = Mode::automatic()}})));
-    EXPECT_TRUE(managesAny(planOf({{.fanID = 0, .mode = Mode::fixedRPM(0)}})));
-    EXPECT_TRUE(managesAny(
-        planOf({{.fanID = 0, .mode = Mode::automatic()}, {.fanID = 1, .mode = Mode::curve({})}})));
-    EXPECT_TRUE(managesAny(planOf({}, {{}})));
+TEST_F(HeldFansTest, areAtFullBlastWithAHundredPercentOrMore) {
+    command({.method = Method::fullBlast});
+    EXPECT_TRUE(held.isAtFullBlast(2));
+    command(manual(2, 6000));
+    EXPECT_FALSE(held.isAtFullBlast(2));
+    command(percentOf(2, 99.9));
+    EXPECT_FALSE(held.isAtFullBlast(2));
+    command(percentOf(2, 100));
+    EXPECT_TRUE(held.isAtFullBlast(2));
+    command(plan({{.fanID = 0, .mode = Mode::fixedPercent(101)},
+                  {.fanID = 1, .mode = Mode::fixedPercent(99)}}));
+    EXPECT_TRUE(held.isAtFullBlast(0));
+    EXPECT_FALSE(held.isAtFullBlast(1));
+    EXPECT_FALSE(held.isAtFullBlast(2));
+    held.lose();
+    EXPECT_FALSE(held.isAtFullBlast(0));
+}
+
+TEST(ManagedFans, areThoseThatAPlanDoesNotLeaveOnAuto) {
+    EXPECT_THAT(managedFans(plan({}), 2), IsEmpty());
+    EXPECT_THAT(managedFans(plan({{.fanID = 0, .mode = Mode::automatic()}}), 2), IsEmpty());
+    EXPECT_THAT(managedFans(plan({{.fanID = 0, .mode = Mode::automatic()},
+                                  {.fanID = 1, .mode = Mode::curve({})}}),
+                            2),
+                ElementsAre(1));
+    EXPECT_THAT(managedFans(plan({{.fanID = 0, .mode = Mode::fixedRPM(0)}}), 2), ElementsAre(0));
+    EXPECT_THAT(managedFans(plan({{.fanID = -1, .mode = Mode::fixedRPM(1)}}), 2), IsEmpty());
+}
+
+TEST(ManagedFans, areAllWhereRulesMayChoose) {
+    EXPECT_THAT(managedFans(plan({}, {{}}), 2), ElementsAre(0, 1));
+}
+
+TEST(ManagedFans, areThatOfACommandForOneFan) {
+    EXPECT_THAT(managedFans(manual(1, 0), 2), ElementsAre(1));
+    EXPECT_THAT(managedFans(manual(-1, 3000), 2), IsEmpty());
+    EXPECT_THAT(managedFans({.method = Method::fullBlast}, 2), ElementsAre(0, 1));
+}
+
+TEST(FixedFans, areThoseWithASpeedAboveZero) {
+    EXPECT_THAT(fixedFans(manual(1, 1), 2), ElementsAre(1));
+    EXPECT_THAT(fixedFans(manual(1, 0), 2), IsEmpty());
+    EXPECT_THAT(fixedFans(percentOf(0, 0.1), 2), ElementsAre(0));
+    EXPECT_THAT(fixedFans({.method = Method::fullBlast}, 2), ElementsAre(0, 1));
+    EXPECT_THAT(fixedFans(plan({{.fanID = 1, .mode = Mode::fixedRPM(1)}}), 2), ElementsAre(1));
+    EXPECT_THAT(fixedFans(plan({{.fanID = 1, .mode = Mode::fixedRPM(1)}}, {{}}), 2), IsEmpty());
 }
 
 Scenario calm() {
@@ -216,11 +255,12 @@ TEST(ShowsHeat, unlessASensorOrTheHubVanishes) {
     EXPECT_FALSE(showsHeat(hub));
 }
 
-TEST(ShowsHeat, unlessTheHubCannotBeAskedAndSomethingChanges) {
+TEST(ShowsHeat, byTheSMCWhereTheHubCannotBeAsked) {
     Scenario scenario = calm();
     scenario.machine.hasHIDSymbols = false;
+    scenario.temperatures.push_back({.at = 1s, .smc = {{"TC0P", 99.0}}});
     EXPECT_TRUE(showsHeat(scenario));
-    scenario.temperatures.push_back({.at = 1s, .hid = {{"CPU", 60.0}}});
+    scenario.temperatures.push_back({.at = 2s, .smc = {{"TC0P", 150.0}}});
     EXPECT_FALSE(showsHeat(scenario));
 }
 

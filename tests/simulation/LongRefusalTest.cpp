@@ -49,6 +49,8 @@ public:
     void signalled(Duration time, daemon::Signal signal) override {
         oracle.signalled(time, signal);
     }
+    void listening(Duration time) override { oracle.listening(time); }
+    void exitBegan(Duration time) override { oracle.exitBegan(time); }
     void ended(const ProcessEnd& end) override { oracle.ended(end); }
     void connected(Duration time, std::string_view client, bool isStranger) override {
         oracle.connected(time, client, isStranger);

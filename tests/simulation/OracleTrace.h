@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -53,20 +54,19 @@ protected:
         for (std::size_t fan = 0; fan < scenario.machine.fans.size(); ++fan) findKey(at, fan);
     }
     void findKey(Duration at, std::size_t fan) { read(at, upperModeKey(fan), 1); }
-    void log(Duration at, const std::string& text) {
-        oracle().logged(at, "[com.brisquell.helper] " + text + "\n");
-    }
-    void listen(Duration at = 0s) { log(at, "listening on com.brisquell.helper"); }
+    void listen(Duration at = 0s) { oracle().listening(at); }
     void serve(Duration at = 0s) {
         start(at);
         listen(at);
     }
     void terminate(Duration at) {
         oracle().signalled(at, daemon::Signal::terminate);
-        log(at, "SIGTERM: restoring Auto...");
+        oracle().exitBegan(at);
+        write(at, "Ftst", 1);
     }
     void end(Duration at, int status = 143, bool bySignal = false) {
         oracle().ended({.time = at, .status = status, .bySignal = bySignal});
+        connected.clear();
     }
 
     // The SMC
@@ -102,9 +102,18 @@ protected:
     }
     /// The fan is asked to go back, and refuses.
     void refuse(Duration at, std::size_t fan = 0) { write(at, upperModeKey(fan), 0, refusal); }
+    /// A claim asks, and is refused.
+    void poll(Duration at, std::size_t fan = 0) { write(at, upperModeKey(fan), 1, refusal); }
+    /// The SMC says that the fan went back, and it did not.
+    void lie(Duration at, std::size_t fan = 0) { write(at, upperModeKey(fan), 0); }
 
     // Clients
+    void connect(Duration at, const std::string& client = onlyClient, bool isStranger = false) {
+        if (connected.insert(client).second) oracle().connected(at, client, isStranger);
+    }
+    /// A client that is not connected connects first.
     std::uint64_t call(Duration at, Call call) {
+        connect(at, call.client);
         call.at = at;
         call.id = ++calls;
         oracle().called(at, call.client, call);
@@ -125,6 +134,11 @@ protected:
         force(at, fan);
         reply(at, id, Method::setManualRPM);
     }
+    /// The client wants the fan, too, and does not get it.
+    void want(Duration at, std::size_t fan) {
+        const auto id = call(at, manual(static_cast<std::int64_t>(fan)));
+        reply(at, id, Method::setManualRPM, control::ControlResult::rejected(refusal));
+    }
     /// Asks for the state, and is told this.
     void tellState(Duration at, control::ControlState state) {
         const auto id = call(at, Method::readState);
@@ -133,11 +147,33 @@ protected:
                               .state = std::move(state),
                               .call = id});
     }
-    void publish(Duration at, const std::string& error) {
-        oracle().published(
-            at, {.perFanMode = {}, .targets = {}, .lastError = error, .stoppedFans = {}});
+    /// A check of the hold loop is over, or a release that nobody asked for.
+    void publish(Duration at, const std::optional<control::ControlError>& cause = {}) {
+        control::ControlState state;
+        if (cause) state.lastError = description(*cause);
+        state.cause = cause;
+        oracle().published(at, state);
     }
-    void leave(Duration at) { oracle().disconnected(at, onlyClient); }
+    /// The hold loop checks every second, and the client is heard as often.
+    void watch(Duration from, Duration until) {
+        for (Duration at = from; at <= until; at += 1s) {
+            (void)call(at, Method::heartbeat);
+            publish(at);
+        }
+    }
+    /// The hold loop checks every second.
+    void check(Duration from, Duration until) {
+        for (Duration at = from; at <= until; at += 1s) publish(at);
+    }
+    void vanish(Duration at, const std::string& client = onlyClient) {
+        connected.erase(client);
+        oracle().disconnected(at, client);
+    }
+    /// The client goes, and the release begins that this is a reason for.
+    void leave(Duration at, const std::string& client = onlyClient) {
+        vanish(at, client);
+        write(at, "Ftst", 1);
+    }
 
     // Verdicts
     void look(Duration at) {
@@ -168,6 +204,7 @@ protected:
 private:
     std::optional<Oracle> judge;
     std::optional<SimulatedMac> mac;
+    std::set<std::string> connected;
     std::uint64_t calls = 0;
 };
 

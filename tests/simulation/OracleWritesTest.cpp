@@ -1,4 +1,5 @@
-// What may be written to the SMC, and what violates onlyAllowedWrites.
+// What may be written to the SMC, and in which order: the smallest runs that break
+// onlyAllowedWrites, forceTestIsLowered and forceTestComesFirst, and those that keep them.
 #include <limits>
 
 #include "OracleTrace.h"
@@ -17,6 +18,7 @@ class OracleWriteTest : public OracleTrace, public testing::WithParamInterface<W
 TEST_P(OracleWriteTest, isAllowedOrNot) {
     const auto [key, value, isAllowed] = GetParam();
     serve();
+    (void)call(1s, manual());
     read(1s, "F0Mn", 1200);
     read(1s, "F0Mx", 6000);
     write(2s, key, value);
@@ -50,6 +52,126 @@ INSTANTIATE_TEST_SUITE_P(
                     WriteCase{"F0Tg", -infinity, false},
                     WriteCase{"F0Tg", std::numeric_limits<double>::quiet_NaN(), false},
                     WriteCase{"F1Tg", 0, false}));
+
+// forceTestIsLowered
+
+class OracleForceTestTest : public OracleTrace {
+protected:
+    /// The client has gone and its fan is back; "Ftst" was last written at 5 s, and is on.
+    void leaveForceTestOn() {
+        serve();
+        ASSERT_TRUE(machine().smc().poke("Ftst", 1));
+        hold(1s);
+        vanish(5s);
+        write(5s, "Ftst", 1);
+        giveBack(5s);
+    }
+    /// "Ftst" is on, and the client goes at 10 s. Something was refused before.
+    void leaveForceTestOnAfterRefusal(Duration refused) {
+        serve();
+        ASSERT_TRUE(machine().smc().poke("Ftst", 1));
+        hold(1s);
+        write(refused, "Ftst", 1, refusal);
+        vanish(10s);
+        write(10s, "Ftst", 1);
+        giveBack(10s);
+    }
+};
+
+TEST_F(OracleForceTestTest, isOffThreeSecondsAfterARelease) {
+    leaveForceTestOn();
+    expectViolationJustAfter(8s, Property::forceTestIsLowered);
+}
+
+TEST_F(OracleForceTestTest, mayBeOffAtOnce) {
+    leaveForceTestOn();
+    ASSERT_TRUE(machine().smc().poke("Ftst", 0));
+    look(60s);
+    expectNoViolation();
+}
+
+TEST_F(OracleForceTestTest, staysOnWhileAFanIsForced) {
+    serve();
+    ASSERT_TRUE(machine().smc().poke("Ftst", 1));
+    hold(1s);
+    leave(5s);
+    refuse(6s);
+    look(8s + instant);
+    expectNoViolation();
+}
+
+TEST_F(OracleForceTestTest, mayStayOnAfterARefusal) {
+    leaveForceTestOnAfterRefusal(5s + instant);
+    look(600s);
+    expectNoViolation();
+}
+
+TEST_F(OracleForceTestTest, mayStayOnAfterARefusalLongBeforeTheReleaseUnlessItWasLoweredSince) {
+    serve();
+    hold(1s);
+    write(5s, "Ftst", 1, refusal);
+    write(6s, "Ftst", 0);
+    ASSERT_TRUE(machine().smc().poke("Ftst", 1));
+    vanish(10s);
+    write(10s, "Ftst", 1);
+    giveBack(10s);
+    expectViolationJustAfter(13s, Property::forceTestIsLowered);
+}
+
+// forceTestComesFirst
+
+TEST_F(OracleForceTestTest, isRaisedBeforeTheFirstFanIsGivenBack) {
+    serve();
+    hold(1s);
+    vanish(5s);
+    giveBack(5s);
+    expectViolation(Property::forceTestComesFirst, 5s);
+}
+
+TEST_F(OracleForceTestTest, isRaisedOnceForAllOfThem) {
+    addFan();
+    serve();
+    hold(1s, 0);
+    hold(1s, 1);
+    vanish(5s);
+    write(5s, "Ftst", 1, refusal);
+    giveBack(5s, 0);
+    giveBack(5s, 1);
+    write(5s, "Ftst", 0);
+    expectNoViolation();
+}
+
+TEST_F(OracleForceTestTest, isRaisedAgainForTheNextRelease) {
+    serve();
+    hold(1s);
+    vanish(5s);
+    write(5s, "Ftst", 1);
+    giveBack(5s);
+    write(5s, "Ftst", 0);
+    hold(6s);
+    vanish(7s);
+    giveBack(7s);
+    expectViolation(Property::forceTestComesFirst, 7s);
+}
+
+TEST_F(OracleForceTestTest, countsAsRaisedWhereItCannotBeWritten) {
+    serve();
+    hold(1s);
+    vanish(5s);
+    ask(5s, "Ftst", refusal);
+    giveBack(5s);
+    expectNoViolation();
+}
+
+TEST_F(OracleForceTestTest, mayHaveBeenRaisedByARetryThatIsInItsMiddle) {
+    serve();
+    hold(1s);
+    leave(3s);
+    refuse(3s);
+    vanish(5s);
+    refuse(5s);
+    expectNoViolation();
+}
 
 }  // namespace
 }  // namespace airflow::simulation

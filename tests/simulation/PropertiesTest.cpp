@@ -31,12 +31,12 @@ TEST(Properties, areListedForPeopleWordForWord) {
         expected.push_back(fmt::format("| `{}` | {} |", text.name, text.sentence));
     }
     EXPECT_EQ(rowsUnder("Properties"), expected);
-    EXPECT_EQ(expected.size(), 15U);
+    EXPECT_EQ(expected.size(), 21U);
 }
 
 TEST(Properties, areFoundByTheirNumber) {
     EXPECT_EQ(textOf(Property::releaseBegins).name, "releaseBegins");
-    EXPECT_EQ(textOf(Property::heatEndsControl).name, "heatEndsControl");
+    EXPECT_EQ(textOf(Property::appliedIsTrue).name, "appliedIsTrue");
     for (const PropertyText& text : properties) EXPECT_EQ(textOf(text.property).name, text.name);
 }
 

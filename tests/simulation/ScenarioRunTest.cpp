@@ -84,6 +84,22 @@ protected:
 
 constexpr const char* term = "log [com.brisquell.helper] SIGTERM: restoring Auto...";
 
+TEST_P(ScenarioRunTest, aHubThatHangsHoldsBackWhoeverReadsItAndNobodyElse) {
+    EXPECT_THAT(play(R"({"at":1,"call":"setManualRPM","fan":0,"rpm":2000},
+                        {"at":2,"call":"helperVersion"},{"at":3,"heartbeatEvery":5,"until":15})",
+                     R"(,"hidHangs":[{"from":0.5,"until":20}],"duration":20.08)"),
+                testing::AllOf(Contains(testing::StartsWith("2 app is told helperVersion")),
+                               Contains("20.08 app is told setManualRPM 0")));
+}
+
+TEST_P(ScenarioRunTest, aDaemonThatIsKilledWhileTheHubHangsStartsAnew) {
+    EXPECT_THAT(play(R"({"at":1,"call":"setManualRPM","fan":0,"rpm":2000},{"at":5,"kill":true},
+                        {"at":6,"start":true},{"at":7,"call":"setManualRPM","fan":0,"rpm":2000})",
+                     R"(,"hidHangs":[{"from":0.5,"until":20}],"duration":20.5)"),
+                testing::AllOf(Contains("5 ends 137 by signal"), Contains("6 listening"),
+                               Contains("20.08 app is told setManualRPM 0")));
+}
+
 TEST_P(ScenarioRunTest, aClientConnectsWithItsFirstCallAndOnlyThen) {
     EXPECT_THAT(play(R"({"at":1,"call":"helperVersion"},{"at":2,"call":"readState"},
                         {"at":3,"client":"other","call":"restoreAuto"})"),
@@ -232,8 +248,9 @@ TEST_P(ScenarioRunTest, aKillSomeStepsIntoTheFirstStartComesBeforeItListens) {
 }
 
 TEST_P(ScenarioRunTest, stepsAreCountedAcrossMoments) {
-    // An idle daemon takes no steps, so a kill waits for the first that it takes.
-    const auto lines = play(R"({"at":1,"kill":true,"afterSteps":1},{"at":5,"call":"readState"})");
+    // An idle daemon takes no steps once its guard has looked at the fans, so a kill waits for the
+    // first that it takes.
+    const auto lines = play(R"({"at":4,"kill":true,"afterSteps":1},{"at":5,"call":"readState"})");
     EXPECT_THAT(lines, ElementsAre("0 listening", "5 app connects", "5 app calls readState",
                                    "5 ends 137 by signal"));
 }

@@ -88,6 +88,30 @@ TEST(Scenario, aFaultOfOneRequestIsWrittenAndReadAgain) {
     EXPECT_EQ(again->faults, scenario.faults);
 }
 
+TEST(Scenario, aHubThatHangsIsWrittenAndReadAgain) {
+    const auto scenario =
+        parse(R"({"machine": "laptop", "hidHangs": [{"from": 5, "until": 40}, {}]})");
+    ASSERT_TRUE(scenario) << scenario.error().describe("scenario");
+    EXPECT_EQ(scenario->hidHangs, (std::vector<HIDHang>{{.from = 5s, .until = 40s}, {.from = 0s}}));
+    EXPECT_EQ(scenario->length(), 70s);
+    json::Writer writer;
+    writer.write(*scenario);
+    const auto again = Scenario::parse(writer.take().value(), {});
+    ASSERT_TRUE(again) << again.error().describe("scenario");
+    EXPECT_EQ(again->hidHangs, scenario->hidHangs);
+}
+
+TEST(Scenario, aHangThatWouldDoNothingIsAnErrorAtItsPlace) {
+    EXPECT_EQ(errorIn(R"("hidHangs":[{},{"from":1,"to":2}])"), "hidHangs[1].to: Unknown key.");
+    EXPECT_EQ(errorIn(R"("hidHangs":[{"from":5,"until":5}])"),
+              "hidHangs[0]: A hang ends after it has begun.");
+    EXPECT_EQ(errorIn(R"("hidHangs":{})").substr(0, 9), "hidHangs:");
+    const auto blind = parse(R"({"machine":"no-hid-symbols","hidHangs":[{}]})");
+    ASSERT_FALSE(blind);
+    EXPECT_EQ(blind.error().codingPath, "hidHangs[0]");
+    EXPECT_EQ(blind.error().description, "This machine has no HID functions.");
+}
+
 TEST(Scenario, readsALoadInsteadOfTemperatures) {
     const auto scenario = parse(R"({"machine": "laptop", "temperatures": null,
         "thermal": {"load": [{"at": 0, "watts": 8}, {"at": 60, "watts": 45}], "ambient": 20}})");

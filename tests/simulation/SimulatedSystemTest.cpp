@@ -168,6 +168,60 @@ TEST_P(SimulatedSystemTest, aSlowKeyMakesASnapshotSlow) {
     EXPECT_EQ(system->elapsed(), 380ms);
 }
 
+TEST_P(SimulatedSystemTest, aSnapshotTakenWhileTheHubHangsEndsWhenTheHangEnds) {
+    usePreset("laptop");
+    system->mac.add(HIDHang{.from = 1s, .until = 40s});
+    system->runtime.advance(2s);
+    system->runtime.detach("snapshot", take(*this));
+    system->runtime.detach("writes", writeTargets(*this));
+    system->runtime.advance(38s + 80ms - 1ns);
+    EXPECT_FALSE(taken);
+    EXPECT_THAT(events,
+                ElementsAre("2000 ms: F0Tg", "2025 ms: F0Tg", "2050 ms: F0Tg", "2075 ms: F0Tg"));
+    system->runtime.advance(1ns);
+    ASSERT_TRUE(taken);
+    EXPECT_EQ(taken->temps.size(), 4u);
+}
+
+TEST_P(SimulatedSystemTest, aHangThatBeginsInTheMiddleOfASnapshotHoldsItsLastSampleBack) {
+    usePreset("laptop");
+    system->mac.add(HIDHang{.from = 80ms, .until = 10s});
+    system->runtime.detach("snapshot", take(*this));
+    system->runtime.advance(10s - 1ns);
+    EXPECT_FALSE(taken);
+    system->runtime.advance(1ns);
+    EXPECT_TRUE(taken);
+}
+
+TEST_P(SimulatedSystemTest, aHangThatIsOverOrHasNotBegunHoldsNobody) {
+    usePreset("laptop");
+    system->mac.add(HIDHang{.from = 0s, .until = 1s});
+    system->mac.add(HIDHang{.from = 1081ms, .until = 5s});
+    system->runtime.advance(1s);
+    (void)snapshot();
+    EXPECT_EQ(system->elapsed(), 1080ms);
+}
+
+TEST_P(SimulatedSystemTest, aHubThatHangsForEverNeverAnswers) {
+    usePreset("laptop");
+    system->mac.add(HIDHang{});
+    system->runtime.detach("snapshot", take(*this));
+    system->runtime.detach("another", take(*this));
+    system->runtime.advance(240h);
+    EXPECT_FALSE(taken);
+}
+
+TEST_P(SimulatedSystemTest, snapshotsThatWaitForAHangAreAllTakenBehindIt) {
+    usePreset("laptop");
+    system->mac.add(HIDHang{.from = 0s, .until = 10s});
+    system->runtime.detach("snapshot", take(*this));
+    system->runtime.advance(5s);
+    const SensorSnapshot second = snapshot();
+    EXPECT_TRUE(taken);
+    EXPECT_EQ(system->elapsed(), 10160ms);
+    EXPECT_EQ(second.temps.size(), 4u);
+}
+
 TEST_P(SimulatedSystemTest, equalSeedsGiveEqualRuns) {
     const auto run = [this] {
         usePreset("laptop");

@@ -37,6 +37,7 @@ class LocalProcess final : public daemon::DaemonProcess {
 public:
     void atExit(Handler handler) override { runAtExit(std::move(handler)); }
     void handle(Signal signal, Handler handler) override;
+    void announceExit(int status) override { platform::announceExit(status); }
     Task<void> exit(int status) override { return exitOnce(status); }
 
 private:

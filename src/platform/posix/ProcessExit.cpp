@@ -28,6 +28,8 @@ void runExitHandlers() {
 }
 
 std::atomic<bool> isExiting = false;
+constexpr int noStatus = -1;
+std::atomic<int> exitStatus = noStatus;
 
 }  // namespace
 
@@ -38,10 +40,16 @@ void runAtExit(Handler handler) {
     exitHandlers().push_back(std::move(handler));
 }
 
+void announceExit(int status) {
+    int none = noStatus;
+    (void)exitStatus.compare_exchange_strong(none, status);  // the first one counts
+}
+
 Task<void> exitOnce(int status) {
+    announceExit(status);
     // The C library does not order two exits. The second one gives its thread back, which the
     // restoration of the first may need.
-    if (!isExiting.exchange(true)) std::exit(status);
+    if (!isExiting.exchange(true)) std::exit(exitStatus);
     co_await concurrency::Suspend([](concurrency::Suspended) { return true; });  // for ever
 }
 

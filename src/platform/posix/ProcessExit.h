@@ -9,8 +9,11 @@ namespace airflow::platform {
 /// Not from two threads at once.
 void runAtExit(daemon::DaemonProcess::Handler handler);
 
-/// Ends this process. Never completes: of two exits the first one's status counts, and the second
-/// waits for ever.
+/// This process ends with `status`, whoever exits, unless another was announced before.
+void announceExit(int status);
+
+/// Announces `status` and ends this process. Never completes: the second of two exits waits for
+/// ever.
 [[nodiscard]] concurrency::Task<void> exitOnce(int status);
 
 [[nodiscard]] int numberOf(daemon::Signal signal);

@@ -104,6 +104,7 @@ class EndlessProcess final : public daemon::DaemonProcess {
 public:
     void atExit(Handler) override {}
     void handle(daemon::Signal, Handler) override {}
+    void announceExit(int) override {}
     concurrency::Task<void> exit(int asked) override {
         const std::lock_guard lock(mutex);
         status = asked;

@@ -1,0 +1,177 @@
+// What the guard does to the machine: when it writes, what it reads, and whom it tells.
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+#include <chrono>
+
+#include "control/FanGuard.h"
+#include "simulation/SimulatedSystem.h"
+
+namespace airflow::control {
+namespace {
+
+using namespace std::chrono_literals;
+using simulation::FanMode;
+using simulation::Fault;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr std::uint8_t refused = 0x86;
+
+class FanGuardTest : public testing::Test {
+protected:
+    FanGuardTest() {
+        system.mac.smc().observer = [this](const simulation::SMCAccess& access) {
+            if (access.operation == Fault::Operation::read) reads.push_back(access.key);
+            if (access.operation != Fault::Operation::write) return;
+            writes.push_back(fmt::format("{}={}", access.key, access.value));
+        };
+    }
+    ~FanGuardTest() override { system.runtime.abandon(); }
+
+    /// As the controller writes, whose checks and clients the test plays.
+    void write(const std::string& key, std::uint8_t value) {
+        (void)system.runtime.run(gate.writeUInt8(key, value));
+    }
+    void force(std::int64_t fan) {
+        write(fmt::format("F{}Md", fan), 1);
+        writes.clear();
+    }
+    /// A driver that works on one slow request after the other, up to `until`.
+    static concurrency::Task<void> keepDriverBusy(FanGuardTest& test, concurrency::Duration until) {
+        while (test.system.elapsed() < until) (void)co_await test.gate.tryReadValue("FNum");
+    }
+    [[nodiscard]] FanMode mode(std::size_t fan) { return system.mac.fan(fan).mode; }
+
+    std::vector<std::string> writes;
+    std::vector<std::string> reads;
+    std::vector<ControlError> causes;
+    std::vector<std::int64_t> givenBack;
+    simulation::SimulatedSystem system{*simulation::machinePreset("laptop")};
+    SMCGate gate{system.smc.executor(), system.smc, system.smc};
+    FanGuard guard{system.runtime, gate,
+                   [this](ControlError cause) { causes.push_back(std::move(cause)); },
+                   [this](std::int64_t fan) { givenBack.push_back(fan); }};
+};
+
+TEST_F(FanGuardTest, givesEveryFanBackWhenTheChecksAreOverdue) {
+    write("F1Md", 1);
+    force(0);
+    system.runtime.advance(8s);
+    EXPECT_THAT(writes, IsEmpty());
+    system.runtime.advance(1s);
+    EXPECT_THAT(writes, ElementsAre("Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0"));
+    EXPECT_THAT(causes, ElementsAre(ControlError(ChecksOverdue{})));
+    EXPECT_EQ(mode(0), FanMode::automatic);
+    EXPECT_EQ(mode(1), FanMode::automatic);
+}
+
+TEST_F(FanGuardTest, leavesForceTestRaisedForAFanThatRefuses) {
+    system.mac.smc().add(Fault{.key = "F0Md", .value = 0, .result = refused});
+    force(0);
+    system.runtime.advance(9s);
+    EXPECT_THAT(writes, ElementsAre("Ftst=1", "F0Md=0"));
+    EXPECT_EQ(mode(0), FanMode::forced);
+}
+
+TEST_F(FanGuardTest, forgetsASilenceThatItHasEnded) {
+    force(0);
+    for (int second = 0; second < 22; ++second) {
+        guard.checked();
+        write("F0Md", 1);
+        system.runtime.advance(1s);
+    }
+    ASSERT_THAT(causes, ElementsAre(ControlError(HeartbeatLost{})));
+    write("F0Md", 1);
+    guard.checked();
+    system.runtime.advance(4s);
+    EXPECT_EQ(causes.size(), 1U);
+    EXPECT_EQ(mode(0), FanMode::forced);
+}
+
+TEST_F(FanGuardTest, leavesEverythingToAnExitThatBeginsBeforeItsTurn) {
+    force(0);
+    system.mac.smc().add(Fault{.key = "FNum", .operation = Fault::Operation::read, .latency = 1s});
+    system.runtime.advance(8900ms);
+    system.runtime.detach("slow", keepDriverBusy(*this, 9s));
+    system.runtime.advance(500ms);
+    gate.closeForExit();
+    system.runtime.advance(5s);
+    EXPECT_THAT(causes, ElementsAre(ControlError(ChecksOverdue{})));
+    EXPECT_THAT(writes, IsEmpty());
+}
+
+TEST_F(FanGuardTest, watchesAgainAfterAWhileWithoutForcedFans) {
+    force(0);
+    write("F0Md", 0);
+    system.runtime.advance(1min);
+    force(0);
+    system.runtime.advance(9s);
+    EXPECT_EQ(mode(0), FanMode::automatic);
+}
+
+TEST_F(FanGuardTest, isOneHoweverManyFansAreForced) {
+    write("F0Md", 1);
+    write("F1Md", 1);
+    const std::string pending = system.runtime.pending();
+    const auto first = pending.find("guard");
+    ASSERT_NE(first, std::string::npos);
+    EXPECT_THAT(pending.substr(first + 5), Not(testing::HasSubstr("\nguard")));
+}
+
+TEST_F(FanGuardTest, doesNotCountTheTimeOfARequestThatTheDriverIsAtWorkOn) {
+    system.mac.smc().add(Fault{.key = "FNum", .operation = Fault::Operation::read, .latency = 20s});
+    force(0);
+    system.runtime.detach("slow", keepDriverBusy(*this, 1s));
+    system.runtime.advance(19s);
+    EXPECT_THAT(causes, IsEmpty());
+}
+
+TEST_F(FanGuardTest, doesNotCountTheTimeOfRequestsThatTheDriverHasAnswered) {
+    system.mac.smc().add(
+        Fault{.key = "FNum", .operation = Fault::Operation::read, .latency = 700ms});
+    force(0);
+    system.runtime.detach("slow", keepDriverBusy(*this, 19s));
+    system.runtime.advance(19s);
+    EXPECT_THAT(causes, IsEmpty());
+}
+
+TEST_F(FanGuardTest, asksAFanThatWasLeftForcedAgainAfterTwoSecondsWhenItRefuses) {
+    system.mac.setMode(0, FanMode::forced);
+    system.mac.smc().add(Fault{.until = 5s, .key = "F0Md", .value = 0, .result = refused});
+    guard.begin();
+    system.runtime.advance(8s);
+    EXPECT_EQ(mode(0), FanMode::automatic);
+    EXPECT_THAT(causes, IsEmpty());
+}
+
+TEST_F(FanGuardTest, findsAFanThatCouldNotBeReadAtFirst) {
+    system.mac.setMode(0, FanMode::forced);
+    system.mac.smc().add(
+        Fault{.until = 3s, .key = "F0Md", .operation = Fault::Operation::read, .result = refused});
+    guard.begin();
+    system.runtime.advance(8s);
+    EXPECT_EQ(mode(0), FanMode::automatic);
+}
+
+TEST_F(FanGuardTest, writesNothingWhereItFindsNoForcedFan) {
+    system.mac.setMode(1, FanMode::reclaimed);
+    guard.begin();
+    system.runtime.advance(10s);
+    EXPECT_THAT(reads, ElementsAre("F0Md", "F1Md"));
+    EXPECT_THAT(writes, IsEmpty());
+}
+
+TEST_F(FanGuardTest, isOverOnceItHasLookedAtEveryFanThatThereMayBe) {
+    int asked = 0;
+    guard.begin();
+    system.runtime.advance(5s);
+    system.mac.smc().observer = [&asked](const simulation::SMCAccess&) { ++asked; };
+    system.runtime.advance(1min);
+    EXPECT_EQ(asked, 0);
+    EXPECT_THAT(system.runtime.pending(), Not(testing::HasSubstr("guard")));
+}
+
+}  // namespace
+}  // namespace airflow::control

@@ -1,0 +1,212 @@
+// What the daemon tells of its reasons: the smallest runs that break reasonsAreTrue, and that part
+// of stateIsTrue which keeps a reason standing; and the same runs on the right side of their
+// bounds.
+#include "OracleTrace.h"
+
+namespace airflow::simulation {
+namespace {
+
+using control::ControlState;
+
+control::ControlError refusedRelease() {
+    return control::NotRestored{
+        {{.key = "F0Md", .answer = smc::SMCWriting::WriteResult(std::uint8_t{0x86})}}};
+}
+
+class OracleStandingReasonTest : public OracleTrace {};
+
+TEST_F(OracleStandingReasonTest, keepsTheReasonOfASafetyRelease) {
+    serve();
+    hold(1s);
+    giveBack(17s);
+    publish(17s, control::HeartbeatLost{});
+    expectNoViolation();
+    publish(18s);
+    expectViolation(Property::stateIsTrue, 18s);
+}
+
+TEST_F(OracleStandingReasonTest, keepsItUntilSomethingNewerHappens) {
+    serve();
+    hold(1s);
+    giveBack(17s);
+    publish(17s, control::HeartbeatLost{});
+    leave(18s);
+    publish(18s);
+    expectNoViolation();
+}
+
+TEST_F(OracleStandingReasonTest, keepsTheRefusalOfAFanThatRefusesStill) {
+    serve();
+    hold(1s);
+    leave(5s);
+    refuse(5s);
+    publish(5s, refusedRelease());
+    expectNoViolation();
+    publish(6s);
+    expectViolation(Property::stateIsTrue, 6s);
+}
+
+TEST_F(OracleStandingReasonTest, forgetsItWhenTheFanWentBack) {
+    serve();
+    hold(1s);
+    leave(5s);
+    refuse(5s);
+    publish(5s, refusedRelease());
+    giveBack(7s);
+    publish(7s);
+    expectNoViolation();
+}
+
+TEST_F(OracleStandingReasonTest, forgetsItWhenTheSMCSaysSoAndTheFanRefusesTheGuardLater) {
+    serve();
+    hold(1s);
+    leave(5s);
+    refuse(5s);
+    publish(5s, refusedRelease());
+    lie(7s);
+    refuse(9s);
+    publish(9s);
+    expectNoViolation();
+}
+
+// reasonsAreTrue
+
+class OracleReasonTest : public OracleTrace {};
+
+TEST_F(OracleReasonTest, isASilenceOfMoreThanFifteenSeconds) {
+    serve();
+    (void)call(1s, Method::heartbeat);
+    publish(16s, control::HeartbeatLost{});
+    expectViolation(Property::reasonsAreTrue, 16s);
+}
+
+TEST_F(OracleReasonTest, isASilenceOfAnInstantMore) {
+    serve();
+    (void)call(1s, Method::heartbeat);
+    publish(16s + instant, control::HeartbeatLost{});
+    expectNoViolation();
+}
+
+TEST_F(OracleReasonTest, isNoSilenceThatACommandEnded) {
+    serve();
+    hold(10s);
+    publish(25s, control::HeartbeatLost{});
+    expectViolation(Property::reasonsAreTrue, 25s);
+}
+
+TEST_F(OracleReasonTest, isASilenceThatEndedWithinTheLastThreeSeconds) {
+    serve();
+    (void)call(1s, Method::heartbeat);
+    (void)call(17s, Method::heartbeat);
+    publish(20s - instant, control::HeartbeatLost{});
+    expectNoViolation();
+    publish(20s, control::HeartbeatLost{});
+    expectViolation(Property::reasonsAreTrue, 20s);
+}
+
+TEST_F(OracleReasonTest, isASilenceByAWallClockThatWasSetForward) {
+    serve();
+    (void)call(1s, Method::heartbeat);
+    oracle().clockJumped(2s, 10);
+    publish(6s, control::HeartbeatLost{});
+    expectViolation(Property::reasonsAreTrue, 6s);
+}
+
+TEST_F(OracleReasonTest, isASilenceByTheSecondsOfThatJump) {
+    serve();
+    (void)call(1s, Method::heartbeat);
+    oracle().clockJumped(2s, 10);
+    publish(6s + instant, control::HeartbeatLost{});
+    expectNoViolation();
+}
+
+TEST_F(OracleReasonTest, isNoHeatOnAMachineThatIsNeverHot) {
+    serve();
+    publish(1s, control::CeilingExceeded{97});
+    expectViolation(Property::reasonsAreTrue, 1s);
+}
+
+TEST_F(OracleReasonTest, isHeatOnOneThatMayBe) {
+    scenario.machine.hid = Temperatures{{"CPU", 95.0}};
+    serve();
+    publish(1s, control::CeilingExceeded{95});
+    expectNoViolation();
+    publish(2s, control::CeilingExceeded{94.9});
+    expectViolation(Property::reasonsAreTrue, 2s);
+}
+
+TEST_F(OracleReasonTest, areNoMissingTemperaturesWhereAllCanBeRead) {
+    serve();
+    publish(1s, control::TemperaturesMissing{.snapshots = 1, .limit = 2});
+    expectNoViolation();
+    publish(2s, control::TemperaturesMissing{.snapshots = 2, .limit = 2});
+    expectViolation(Property::reasonsAreTrue, 2s);
+}
+
+TEST_F(OracleReasonTest, areMissingTemperaturesWhereSomeCannot) {
+    scenario.temperatures.push_back({.at = 1s, .hidesHID = true});
+    serve();
+    publish(2s, control::TemperaturesMissing{.snapshots = 2, .limit = 2});
+    expectNoViolation();
+}
+
+TEST_F(OracleReasonTest, areChecksOfMoreThanFiveSecondsAgo) {
+    serve();
+    hold(1s);
+    write(7s, "F0Md", 1);
+    publish(12s + instant, control::ChecksOverdue{});
+    expectNoViolation();
+}
+
+TEST_F(OracleReasonTest, areNoChecksOfLess) {
+    serve();
+    hold(1s);
+    write(7s, "F0Md", 1);
+    publish(12s, control::ChecksOverdue{});
+    expectViolation(Property::reasonsAreTrue, 12s);
+}
+
+TEST_F(OracleReasonTest, isNotDisprovedByTheClaimOfACommand) {
+    serve();
+    hold(1s);
+    hold(7s);
+    publish(12s, control::ChecksOverdue{});
+    expectNoViolation();
+}
+
+TEST_F(OracleReasonTest, isAFanThatNobodyHeld) {
+    serve();
+    hold(1s);
+    publish(2s, control::FanUnattended{});
+    expectViolation(Property::reasonsAreTrue, 2s);
+}
+
+TEST_F(OracleReasonTest, isAFanThatWasForcedBesideThoseThatAreHeld) {
+    addFan();
+    serve();
+    hold(1s, 0);
+    oracle().modeChanged(2s, 1, FanMode::forced);
+    oracle().modeChanged(3s, 1, FanMode::automatic);
+    publish(3s, control::FanUnattended{});
+    expectNoViolation();
+}
+
+TEST_F(OracleReasonTest, givesTheText) {
+    serve();
+    ControlState state;
+    state.cause = control::Reclaimed{{0}};
+    state.lastError = "something else";
+    oracle().published(1s, state);
+    expectViolation(Property::reasonsAreTrue, 1s);
+}
+
+TEST_F(OracleReasonTest, standsBehindEveryText) {
+    serve();
+    ControlState state;
+    state.lastError = "something";
+    oracle().published(1s, state);
+    expectViolation(Property::reasonsAreTrue, 1s);
+}
+
+}  // namespace
+}  // namespace airflow::simulation

@@ -1,0 +1,309 @@
+// Silence, heat and overdue checks end control: the smallest runs that break these properties, and
+// the same runs on the right side of their bounds.
+#include "OracleTrace.h"
+
+namespace airflow::simulation {
+namespace {
+
+using control::ControlResult;
+
+// silenceEndsControl
+
+class OracleSilenceTest : public OracleTrace {};
+
+TEST_F(OracleSilenceTest, noFanIsHeldTwentySecondsAfterTheLastCommand) {
+    serve();
+    hold(1s);
+    check(2s, 21s);
+    expectViolationJustAfter(21s, Property::silenceEndsControl);
+}
+
+TEST_F(OracleSilenceTest, norTwentySecondsAfterTheLastHeartbeat) {
+    serve();
+    hold(1s);
+    (void)call(14s, Method::heartbeat);
+    check(2s, 34s);
+    expectViolationJustAfter(34s, Property::silenceEndsControl);
+}
+
+TEST_F(OracleSilenceTest, norAfterTheLastAnswer) {
+    serve();
+    const auto id = call(1s, manual());
+    force(2s);
+    reply(3s, id, Method::setManualRPM);
+    check(2s, 23s);
+    expectViolationJustAfter(23s, Property::silenceEndsControl);
+}
+
+TEST_F(OracleSilenceTest, aQuestionIsNoHeartbeat) {
+    serve();
+    hold(1s);
+    check(2s, 15s);
+    tellState(
+        15s,
+        {.perFanMode = {}, .targets = {}, .isHolding = true, .lastError = {}, .stoppedFans = {}});
+    check(16s, 21s);
+    expectViolationJustAfter(21s, Property::silenceEndsControl);
+}
+
+TEST_F(OracleSilenceTest, garbageIsNoHeartbeat) {
+    serve();
+    hold(1s);
+    check(2s, 15s);
+    reply(15s, call(15s, {.method = Method::applyConfig, .document = "{"}), Method::applyConfig,
+          ControlResult::failed("no plan"));
+    check(16s, 21s);
+    expectViolationJustAfter(21s, Property::silenceEndsControl);
+}
+
+TEST_F(OracleSilenceTest, aStrangersHeartbeatIsNone) {
+    serve();
+    hold(1s);
+    connect(2s, "stranger", true);
+    check(2s, 21s);
+    (void)call(20s, {.client = "stranger", .method = Method::heartbeat});
+    expectViolationJustAfter(21s, Property::silenceEndsControl);
+}
+
+TEST_F(OracleSilenceTest, theAnswerToACommandThatAReleaseOvertookIsNone) {
+    addFan();
+    serve();
+    const auto id = call(1s, manual());
+    force(1s);
+    connect(2s, "other");
+    leave(2s, "other");
+    refuse(2s);
+    reply(9s, id, Method::setManualRPM, ControlResult::rejected(255));
+    for (auto at = 4s; at <= 21s; at += 1s) {
+        publish(at);
+        refuse(at);
+    }
+    expectNoViolation();
+    hold(21s, 1);
+    giveBack(21s, 0);
+    check(22s, 41s);
+    expectViolationJustAfter(41s, Property::silenceEndsControl);
+}
+
+TEST_F(OracleSilenceTest, claimsThatAreRefusedPutTheTickOffByTenSecondsForEachFan) {
+    addFan();
+    serve();
+    hold(1s);
+    want(1s, 1);
+    poll(2s, 1);
+    check(2s, 41s);
+    expectViolationJustAfter(41s, Property::silenceEndsControl);
+}
+
+TEST_F(OracleSilenceTest, aClaimBeforeTheClientWasHeardPutsNothingOff) {
+    addFan();
+    serve();
+    poll(0s, 1);
+    hold(1s);
+    check(2s, 21s);
+    expectViolationJustAfter(21s, Property::silenceEndsControl);
+}
+
+TEST_F(OracleSilenceTest, aWallClockThatIsSetBackLeavesItToTheGuard) {
+    serve();
+    hold(1s);
+    oracle().clockJumped(2s, -7);
+    check(2s, 24s);
+    expectViolationJustAfter(24s, Property::silenceEndsControl);
+}
+
+TEST_F(OracleSilenceTest, theNextHeartbeatMakesUpForThat) {
+    serve();
+    hold(1s);
+    oracle().clockJumped(2s, -7);
+    (void)call(3s, Method::heartbeat);
+    check(4s, 23s);
+    expectViolationJustAfter(23s, Property::silenceEndsControl);
+}
+
+TEST_F(OracleSilenceTest, aFanThatRefusesIsPendingForAsLongAsItIsAsked) {
+    serve();
+    hold(1s);
+    check(2s, 21s);
+    refuse(20s);
+    look(22500ms);
+    expectNoViolation();
+    look(22500ms + instant);
+    expectViolation(Property::silenceEndsControl, 22500ms + instant);
+}
+
+/// Defects of this kind: a watchdog that is off while another fan waits to be given back.
+TEST_F(OracleSilenceTest, aFanThatIsPendingIsNoReasonToHoldTheNext) {
+    addFan();
+    serve();
+    hold(1s, 0);
+    hold(1s, 1);
+    reply(2s, call(2s, manual(0, 0)), Method::setManualRPM);
+    for (auto at = 3s; at <= 22s; at += 1s) {
+        publish(at);
+        refuse(at, 0);
+    }
+    expectViolationJustAfter(22s, Property::silenceEndsControl);
+    EXPECT_EQ(oracle().violation()->what.substr(0, 5), "fan 1");
+}
+
+// heatEndsControl
+
+class OracleHeatTest : public OracleTrace {
+protected:
+    /// From 10 s on the machine is so hot; its fan has been forced since 1 s.
+    void heatTo(double celsius) {
+        scenario.temperatures.push_back({.at = 10s, .hid = {{"CPU", celsius}}});
+        serve();
+        hold(1s);
+        watch(2s, 9s);
+        machine().setHIDTemperature("CPU", celsius);
+        look(10s);
+    }
+};
+
+TEST_F(OracleHeatTest, endsControlWithinFiveSeconds) {
+    heatTo(95.5);
+    watch(10s, 15s);
+    expectViolationJustAfter(15s, Property::heatEndsControl);
+}
+
+TEST_F(OracleHeatTest, andTenMoreForEachFanWhereAClaimIsRefused) {
+    addFan();
+    heatTo(95.5);
+    want(11s, 1);
+    poll(12s, 1);
+    watch(12s, 36s);
+    expectViolationJustAfter(36s, Property::heatEndsControl);
+}
+
+TEST_F(OracleHeatTest, doesNotWhenItIsLess) {
+    heatTo(95.4);
+    watch(10s, 31s);
+    look(31s);
+    expectNoViolation();
+}
+
+TEST_F(OracleHeatTest, countsFromItsLastBeginning) {
+    heatTo(95.5);
+    machine().setHIDTemperature("CPU", 95.4);
+    look(11s);
+    machine().setHIDTemperature("CPU", 95.5);
+    look(12s);
+    watch(10s, 17s);
+    expectViolationJustAfter(17s, Property::heatEndsControl);
+}
+
+TEST_F(OracleHeatTest, givesAFanThatWasForcedLaterAsLong) {
+    heatTo(95.5);
+    giveBack(11s);
+    hold(12s);
+    watch(12s, 17s);
+    expectViolationJustAfter(17s, Property::heatEndsControl);
+}
+
+TEST_F(OracleHeatTest, ofAnSMCTemperatureCountsWhereTheHubShowsNone) {
+    scenario.machine.hid.reset();
+    scenario.machine.smc = {{"TCMb", 50.0}};
+    scenario.temperatures.push_back({.at = 10s, .smc = {{"TCMb", 99}}});
+    serve();
+    hold(1s);
+    machine().setSMCTemperature("TCMb", 99);
+    look(10s);
+    watch(10s, 15s);
+    expectViolationJustAfter(15s, Property::heatEndsControl);
+}
+
+TEST_F(OracleHeatTest, ofAnSMCTemperatureIsNotSeenWhereTheHubShowsSome) {
+    scenario.machine.smc = {{"TCMb", 50.0}};
+    scenario.temperatures.push_back({.at = 10s, .smc = {{"TCMb", 99}}});
+    serve();
+    hold(1s);
+    machine().setSMCTemperature("TCMb", 99);
+    look(10s);
+    watch(10s, 15s);
+    look(16s);
+    expectNoViolation();
+}
+
+/// A stopped fan is a forced one, and so is what is held beside it.
+TEST_F(OracleHeatTest, endsTheStopOfAFanToo) {
+    addFan();
+    heatTo(95.5);
+    reply(10s, call(10s, manual(1, 0)), Method::setManualRPM);
+    force(10s, 1);
+    write(10s, "F1Tg", 0);
+    giveBack(14s, 0);
+    watch(11s, 15s);
+    expectViolationJustAfter(15s, Property::heatEndsControl);
+    EXPECT_EQ(oracle().violation()->what.substr(0, 5), "fan 1");
+}
+
+TEST_F(OracleHeatTest, thatCannotBeReadEndsNothing) {
+    scenario.faults.push_back(
+        {.key = "TC0P", .operation = Fault::Operation::read, .result = refusal});
+    serve();
+    hold(1s);
+    machine().setHIDTemperature("CPU", 99);
+    look(10s);
+    watch(10s, 31s);
+    look(31s);
+    expectNoViolation();
+}
+
+TEST_F(OracleHeatTest, leavesAFanThatRefusesPending) {
+    heatTo(95.5);
+    watch(10s, 17s);
+    refuse(14s);
+    look(16500ms);
+    expectNoViolation();
+    look(16500ms + instant);
+    expectViolation(Property::heatEndsControl, 16500ms + instant);
+}
+
+// overdueChecksEndControl
+
+class OracleChecksTest : public OracleTrace {};
+
+TEST_F(OracleChecksTest, thatAreOverdueEndControlWhateverClientsSay) {
+    serve();
+    hold(1s);
+    publish(2s);
+    for (auto at = 3s; at < 14s; at += 1s) (void)call(at, Method::heartbeat);
+    expectViolationJustAfter(14s, Property::overdueChecksEndControl);
+}
+
+TEST_F(OracleChecksTest, waitForClaimsThatAreRefused) {
+    addFan();
+    serve();
+    hold(1s);
+    want(1s, 1);
+    publish(2s);
+    for (auto at = 3s; at < 34s; at += 1s) (void)call(at, Method::heartbeat);
+    poll(5s, 1);
+    expectViolationJustAfter(34s, Property::overdueChecksEndControl);
+}
+
+TEST_F(OracleChecksTest, areDueFromTheMomentInWhichAFanThatWasPendingIsWantedAgain) {
+    serve();
+    hold(1s);
+    publish(2s);
+    leave(3s);
+    for (auto at = 3s; at <= 20s; at += 1s) refuse(at);
+    hold(20s);
+    for (auto at = 21s; at < 32s; at += 1s) (void)call(at, Method::heartbeat);
+    expectViolationJustAfter(32s, Property::overdueChecksEndControl);
+}
+
+TEST_F(OracleChecksTest, thatAreOverdueTakeTheCeilingWithThem) {
+    scenario.machine.hid = Temperatures{{"CPU", 99.0}};
+    serve();
+    hold(1s);
+    look(1s);
+    publish(2s);
+    for (auto at = 3s; at < 14s; at += 1s) (void)call(at, Method::heartbeat);
+    expectViolationJustAfter(14s, Property::overdueChecksEndControl);
+}
+
+}  // namespace
+}  // namespace airflow::simulation
