@@ -201,6 +201,20 @@ TEST_F(SafetyHandlersAlone, restoreOnceInTheLifeOfTheProcess) {
     EXPECT_EQ(system.mac.fan(0).mode, FanMode::forced);
 }
 
+/// As when a task ends the process while another thread handles a signal.
+TEST_F(SafetyHandlersAlone, keepASecondExitWaitingUntilTheFirstHasGivenTheFansBack) {
+    hold();
+    handlers.arm(system.controller);
+    system.mac.smc().add({.key = "F0Md", .value = 0, .latency = 500ms});
+    const Duration start = system.elapsed();
+    system.runtime.detach("first exit", handlers.restoreAutoOnExit("a signal"));
+    system.runtime.advance(100ms);
+    EXPECT_EQ(system.mac.fan(1).mode, FanMode::forced);
+    restore();
+    EXPECT_EQ(system.elapsed() - start, 500ms);
+    EXPECT_EQ(system.mac.fan(1).mode, FanMode::automatic);
+}
+
 TEST_F(SafetyHandlersAlone, restoreTheControllerThatWasArmedLast) {
     simulation::SimulatedMac other(*simulation::machinePreset("left-forced"),
                                    [this] { return system.elapsed(); });
