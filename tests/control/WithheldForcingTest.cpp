@@ -92,6 +92,18 @@ TEST_F(WithheldForcing, letsARetryGiveAFanBack) {
     EXPECT_EQ(modeOf(0), FanMode::automatic);
 }
 
+/// A signal during the start: what recovery had asked before is withheld, so that it misses a fan.
+TEST_F(WithheldForcing, atTheStartLetsTheExitFindTheFanThatRecoveryCouldNotRead) {
+    bench.system.mac.setMode(1, FanMode::forced);
+    withhold();
+    bench.smc.readings["F1Md"] = std::nullopt;
+    EXPECT_EQ(bench.run(controller.restoreAllFansToAutomatic()), std::nullopt);
+    EXPECT_EQ(modeOf(1), FanMode::forced);
+    bench.smc.readings.clear();
+    bench.run(controller.restoreAutoAtExit());
+    EXPECT_EQ(modeOf(1), FanMode::automatic);
+}
+
 TEST_F(WithheldForcing, isOverForAPlanThatComesWhenForcingIsTakenAgain) {
     withhold();
     EXPECT_EQ(bench.run(controller.setManual(0, 3000)), ControlResult::rejected(255));
