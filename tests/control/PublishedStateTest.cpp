@@ -130,6 +130,17 @@ TEST(PublishedState, yieldsEveryPublicationEvenOneEqualToTheLast) {
     EXPECT_THAT(bench.published, testing::ElementsAre(held, held, held, held, held));
 }
 
+TEST(PublishedState, namesTheReasonOfASafetyReleaseUntilAClientSendsTheFansToAuto) {
+    ControllerBench bench;
+    (void)bench.run(bench.controller().setManual(0, 3000));
+    bench.run(bench.controller().releaseForSafety(CeilingExceeded{97.0}));
+    EXPECT_EQ(bench.state().lastError, "thermal ceiling 97°C exceeded — released to Auto");
+    bench.advance(60s);
+    EXPECT_EQ(bench.state().lastError, "thermal ceiling 97°C exceeded — released to Auto");
+    EXPECT_EQ(bench.run(bench.controller().automatic()), ControlResult::applied());
+    EXPECT_EQ(bench.state(), ControlState::idle());
+}
+
 TEST(PublishedState, waitsForAReaderThatComesLate) {
     simulation::SimulatedSystem system(plainMachine());
     auto& controller = *system.controller;

@@ -67,6 +67,22 @@ TEST_F(RetryTelling, theReasonOfASafetyReleaseDuringWhichTheRetryWakesIsShown) {
         ElementsAre("not holding", "not holding: no heartbeat for >15s — released to Auto"));
 }
 
+/// The retry wakes at 2 s for the sake of force-test, and finds everything given back.
+TEST_F(RetryTelling, theReasonOfASafetyReleaseWhileTheRetrySleepsIsShown) {
+    (void)bench.run(bench.controller().setManual(0, 3000));
+    bench.mac().smc().add(refusal("Ftst", 0, 0x86, 0s, 1s));
+    (void)bench.run(bench.controller().automatic());
+    EXPECT_EQ(told(bench.published).back(), forceTestStays);
+    advanceTo(1500ms);
+    bench.run(bench.controller().releaseForSafety(HeartbeatLost{}));
+    forget(bench);
+    bench.advance(60s);
+    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0", "Ftst=0"));
+    EXPECT_THAT(told(bench.published),
+                ElementsAre("not holding: no heartbeat for >15s — released to Auto"));
+    EXPECT_FALSE(isRetrying());
+}
+
 /// The retry wakes at 3.3 s, between the end of the plan and the next tick. Nothing is held then.
 TEST_F(RetryTelling, thatAPlanCouldNotClaimAFanGoesOnBeingShownUntilTheNextTick) {
     (void)bench.run(bench.controller().setManual(0, 3000));
@@ -129,6 +145,21 @@ TEST_F(RetryTelling, thatAFanRefusesIsTakenBackOnceItWentBack) {
     bench.advance(3s);
     EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0"));
     EXPECT_THAT(told(bench.published), ElementsAre("not holding"));
+}
+
+/// Fan 0 goes back at 2 s, and fan 1 at 6 s.
+TEST_F(RetryTelling, aFanThatWentBackIsShownNoLongerThoughAnotherOneRefuses) {
+    (void)bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
+    bench.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 1s));
+    bench.mac().smc().add(refusal("F1Md", 0, 0x86, 0s, 5s));
+    (void)bench.run(bench.controller().automatic());
+    advanceTo(3s);
+    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
+    EXPECT_THAT(bench.state().perFanMode, ElementsAre(testing::Key(1)));
+    EXPECT_THAT(bench.state().targets, ElementsAre(testing::Pair(1, 4000)));
+    EXPECT_TRUE(bench.state().isHolding);
+    advanceTo(7s);
+    EXPECT_EQ(bench.state(), ControlState::idle());
 }
 
 /// The retry wakes while the restore asks for the same fan, and has its way two seconds later.
