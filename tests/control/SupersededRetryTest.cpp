@@ -117,6 +117,50 @@ TEST(RetryBehindAPlan, neverUndoesAPlanOfAClientThatLives) {
     EXPECT_EQ(bench.mac().fan(0).target, 4000);
 }
 
+/// A release is at work when the plan comes. The retry that the plan ends must not wait for it: its
+/// sleep is over at once from now on.
+TEST(RetryBehindAPlan, endsThoughAReleaseIsUnderWay) {
+    ControllerBench bench(steadyMachine(1), withoutJitter);
+    (void)bench.run(bench.controller().setManual(0, 3000));
+    bench.mac().smc().add(refusal("F0Md", 0));
+    (void)bench.run(bench.controller().automatic());
+    EXPECT_TRUE(isRetrying(bench));
+    slowDown(bench, 50ms);
+    bench.system.runtime.limitJobs(1000);  // a retry that spins never lets time move
+    const Answer released = bench.start(bench.controller().automatic());
+    (void)bench.start(bench.controller().setManual(0, 4000));
+    ASSERT_NO_THROW(bench.advance(10ms));
+    EXPECT_EQ(*released, std::nullopt);
+    EXPECT_FALSE(isRetrying(bench));
+}
+
+/// Force-test was not lowered, so the retry releases everything, and a plan comes during this write
+/// of it. What the SMC refuses the retry is the plan's to find out, and to tell.
+void expectThatARetryTellsNothing(Fault refused, const std::string& lastWrite) {
+    ControllerBench bench(steadyMachine(), withoutJitter);
+    (void)bench.run(bench.controller().fullBlast());
+    bench.mac().smc().add(refusal("Ftst", 0, 0x86, 0s, 1s));
+    (void)bench.run(bench.controller().automatic());
+    refused.latency = 50ms;
+    bench.mac().smc().add(std::move(refused));
+    slowDown(bench, 50ms);
+    forget(bench);
+    atWrite(bench, lastWrite, 0, 1,
+            [&] { (void)bench.start(bench.controller().setManual(0, 4000)); });
+    liveUntil(bench, 10s);
+    EXPECT_EQ(bench.mac().fan(0).target, 4000);
+    EXPECT_THAT(told(bench.published),
+                testing::AllOf(testing::Not(IsEmpty()), testing::Each("holding")));
+}
+
+TEST(RetryBehindAPlan, tellsNothingOfAFanThatRefuses) {
+    expectThatARetryTellsNothing(refusal("F0Md", 0, 0x86, 0s, 3s), "F1Md");
+}
+
+TEST(RetryBehindAPlan, tellsNothingOfForceTest) {
+    expectThatARetryTellsNothing(refusal("Ftst", 0), "Ftst");
+}
+
 /// The plan's own step has a snapshot that waits from 2 s to 4.2 s.
 TEST(RetryBehindAPlan, leavesTheStepOfThePlanToItsWork) {
     ControllerBench bench(steadyMachine(1), withoutJitter);
