@@ -123,6 +123,32 @@ TEST(NobodyWatches, aWallClockThatWasSetBackDelaysTheWatchdogByLessThanTenSecond
     EXPECT_THAT(run.errors, ElementsAre("no heartbeat for >15s — released to Auto"));
 }
 
+/// A hang of a minute, from this second on. The tick that it meets does not see that it gets hot,
+/// and tells it when the fans are back long since.
+std::string hangOfTheHub(const std::string& from, const std::string& events = "") {
+    return R"("machine":"laptop","duration":90,
+              "hidHangs":[{"from":)" +
+           from + R"(,"until":75}],"temperatures":[{"at":)" + from +
+           R"(,"hid":{"PMU tdie1":110}}],"events":[{"at":1,"call":"fullBlast"})" + events + "]";
+}
+
+TEST(NobodyWatches, aHangOfTheHIDHubEndsControlWithinTenSecondsThoughTheClientIsHeard) {
+    const ScenarioDiary run(hangOfTheHub("5", R"(,{"at":2,"heartbeatEvery":2,"until":89})"));
+    for (const std::size_t fan : {0U, 1U}) {
+        EXPECT_THAT(run.givenBack(fan), Optional(DoubleNear(13, 2))) << "fan " << fan;
+    }
+    EXPECT_THAT(run.errors, ElementsAre("safety checks overdue — released to Auto"));
+}
+
+/// The client was last heard after a second, and the last check was made before the twelfth.
+TEST(NobodyWatches, aHangOfTheHIDHubDelaysTheWatchdogByLessThanThreeSeconds) {
+    const ScenarioDiary run(hangOfTheHub("12"));
+    for (const std::size_t fan : {0U, 1U}) {
+        EXPECT_THAT(run.givenBack(fan), Optional(DoubleNear(17.5, 1.5))) << "fan " << fan;
+    }
+    EXPECT_THAT(run.errors, ElementsAre("no heartbeat for >15s — released to Auto"));
+}
+
 TEST(NobodyWatches, aFanWhoseModeKeyCannotBeReadAtTheStartIsFoundOnceItCanBeRead) {
     const ScenarioDiary run(R"("machine":"left-forced","duration":60,
         "faults":[{"key":"F1Md","operation":"read","result":1,"until":20}])");
