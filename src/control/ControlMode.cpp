@@ -1,6 +1,7 @@
 #include "control/ControlMode.h"
 
 #include <string_view>
+#include <variant>
 
 namespace airflow::control {
 
@@ -23,6 +24,15 @@ ControlMode modeNamed(std::string_view name) {
     return ControlMode::automatic;
 }
 
+struct PublishedMode {
+    ControlMode operator()(const plan::FixedRPM&) const { return ControlMode::manual; }
+    ControlMode operator()(const plan::FixedPercent& fixed) const {
+        return fixed.percent >= 100 ? ControlMode::fullBlast : ControlMode::manual;
+    }
+    ControlMode operator()(const plan::FanCurve&) const { return ControlMode::curve; }
+    ControlMode operator()(const plan::Automatic&) const { return ControlMode::automatic; }
+};
+
 }  // namespace
 
 ControlMode ControlMode::decode(const json::Decoder& decoder) {
@@ -34,6 +44,10 @@ ControlMode ControlMode::decode(const json::Decoder& decoder) {
 
 void ControlMode::encode(json::Writer& writer) const {
     writer.emptyCase(nameOf(mode));
+}
+
+ControlMode publishedMode(const plan::FanPlan& fan) {
+    return std::visit(PublishedMode{}, fan.mode.mode);
 }
 
 }  // namespace airflow::control

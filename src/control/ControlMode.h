@@ -7,6 +7,7 @@
 
 #include "json/Decoder.h"
 #include "json/Writer.h"
+#include "plan/FanControlPlan.h"
 
 namespace airflow::control {
 
@@ -32,6 +33,9 @@ public:
 private:
     Case mode;
 };
+
+/// What a fan is shown as that is held by this entry of a plan.
+[[nodiscard]] ControlMode publishedMode(const plan::FanPlan& fan);
 
 }  // namespace airflow::control
 

@@ -23,19 +23,6 @@ constexpr std::int64_t missingTemperatureLimit = 2;  // snapshots in a row
 constexpr concurrency::Seconds heartbeatLimit{15.0};
 constexpr double revertedMode = 3;  // the firmware's own control, when it took a fan back
 
-struct PublishedMode {
-    ControlMode operator()(const plan::FixedRPM&) const { return ControlMode::manual; }
-    ControlMode operator()(const plan::FixedPercent& fixed) const {
-        return fixed.percent >= 100 ? ControlMode::fullBlast : ControlMode::manual;
-    }
-    ControlMode operator()(const plan::FanCurve&) const { return ControlMode::curve; }
-    ControlMode operator()(const plan::Automatic&) const { return ControlMode::automatic; }
-};
-
-ControlMode publishedMode(const plan::FanPlan& fan) {
-    return std::visit(PublishedMode{}, fan.mode.mode);
-}
-
 /// The entries that the plan manages, with the first one for each fan.
 std::map<std::int64_t, const plan::FanPlan*> managedFans(const plan::FanControlPlan& plan) {
     std::map<std::int64_t, const plan::FanPlan*> managed;
