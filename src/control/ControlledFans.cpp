@@ -4,41 +4,60 @@
 
 namespace airflow::control {
 
-ControlledFans::Request ControlledFans::begin(Fan fan) {
-    latestRequests[fan] = ++lastRequest;
-    return lastRequest;
+namespace {
+
+bool isAnyLater(const std::map<ControlledFans::Fan, std::uint64_t>& latest,
+                const ControlledFans::Request& request) {
+    const auto found = latest.find(request.fan);
+    return found != latest.end() && found->second > request.number;
+}
+
+}  // namespace
+
+ControlledFans::Request ControlledFans::beginRelease(Fan fan) {
+    latestReleases[fan] = ++lastNumber;
+    return {.fan = fan, .number = lastNumber};
 }
 
 ControlledFans::Request ControlledFans::beginForcing(Fan fan) {
-    const Request request = begin(fan);
-    latestForcings[fan] = request;
-    return request;
+    latestForcings[fan] = ++lastNumber;
+    return {.fan = fan, .number = lastNumber};
 }
 
-bool ControlledFans::isLatest(Fan fan, Request request) const {
-    const auto latest = latestRequests.find(fan);
-    return latest != latestRequests.end() && latest->second == request;
+bool ControlledFans::isLatest(const Request& request) const {
+    return !isAnyLater(latestForcings, request) && !isAnyLater(latestReleases, request);
 }
 
-void ControlledFans::forced(Fan fan, Request request) {
-    if (isLatest(fan, request)) claimedFans.insert(fan);
+void ControlledFans::forced(const Request& request) {
+    std::uint64_t& taken = takenForcings[request.fan];
+    taken = std::max(taken, request.number);
+    if (!isAnyLater(takenReleases, request)) claimedFans.insert(request.fan);
 }
 
-void ControlledFans::givenBack(Fan fan, Request request) {
-    const auto forcing = latestForcings.find(fan);
-    if (forcing != latestForcings.end() && forcing->second > request) return;
+void ControlledFans::refusedToForce(const Request& request) {
+    if (isAnyLater(latestForcings, request)) return;
+    if (takenReleases[request.fan] > takenForcings[request.fan]) forget(request.fan);
+}
+
+void ControlledFans::forget(Fan fan) {
     claimedFans.erase(fan);
     targets.erase(fan);
     perFanMode.erase(fan);
 }
 
-void ControlledFans::released(Fan fan, Request request) {
-    givenBack(fan, request);
-    if (isLatest(fan, request)) pendingAutoReleaseFans.erase(fan);
+void ControlledFans::givenBack(const Request& request) {
+    std::uint64_t& taken = takenReleases[request.fan];
+    taken = std::max(taken, request.number);
+    if (!isAnyLater(latestForcings, request)) forget(request.fan);
 }
 
-void ControlledFans::refusedToGoBack(Fan fan, Request request) {
-    if (isLatest(fan, request)) pendingAutoReleaseFans.insert(fan);
+void ControlledFans::released(const Request& request) {
+    givenBack(request);
+    if (isLatest(request)) pendingAutoReleaseFans.erase(request.fan);
+}
+
+void ControlledFans::refusedToGoBack(const Request& request) {
+    if (isLatest(request)) pendingAutoReleaseFans.insert(request.fan);
 }
 
 void ControlledFans::setMode(Fan fan, ControlMode mode) {

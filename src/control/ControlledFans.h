@@ -1,8 +1,8 @@
 // ControlledFans: what the controller knows of each fan, and the only functions that change it.
 //
 // A fan is put under control by forced() and given up by givenBack(); both are told by the request
-// that the SMC has just answered. Of two requests for one fan the one that was queued later
-// decides, because the SMC answers in the order in which it is asked.
+// that the SMC has just answered. Of a 1 and a 0 that it took for one fan the one that was queued
+// later decides, because it answers in the order in which it is asked.
 #pragma once
 
 #include <cstdint>
@@ -18,24 +18,30 @@ namespace airflow::control {
 class ControlledFans {
 public:
     using Fan = std::int64_t;
-    /// A write to a fan's mode key.
-    using Request = std::uint64_t;
+    /// A write to a fan's mode key. Numbers ascend in the order in which writes are queued.
+    struct Request {
+        Fan fan = 0;
+        std::uint64_t number = 0;
+    };
 
-    /// A request for the fan's mode key, which is queued before anything else can be.
-    [[nodiscard]] Request begin(Fan fan);
-    /// The same for one that forces the fan: a 0 before it says nothing any more.
+    /// A 0 for the fan's mode key, which is queued before anything else can be.
+    [[nodiscard]] Request beginRelease(Fan fan);
+    /// The same for a 1: a 0 before it says nothing any more.
     [[nodiscard]] Request beginForcing(Fan fan);
-    /// The SMC took the 1 of this request: the fan is under control, unless a later request has
-    /// decided.
-    void forced(Fan fan, Request request);
+    /// The SMC took the 1 of this request: the fan is under control, unless it has taken a later 0.
+    /// What is refused afterwards, a 1 or a 0, takes nothing back.
+    void forced(const Request& request);
+    /// The SMC did not take the 1 of this request. A fan that was given back before it is not under
+    /// control.
+    void refusedToForce(const Request& request);
     /// The SMC took the 0 of this request: the fan is not under control any more, unless a later
     /// request forces it. Whether it was pending, and whether the plan held it stopped, stays.
-    void givenBack(Fan fan, Request request);
+    void givenBack(const Request& request);
     /// The same for the 0 of a release: the fan need not be given back any more.
-    void released(Fan fan, Request request);
+    void released(const Request& request);
     /// The SMC did not take the 0 of this request: the fan has still to be given back, unless a
     /// later request has decided.
-    void refusedToGoBack(Fan fan, Request request);
+    void refusedToGoBack(const Request& request);
 
     /// A plan no longer manages this fan: it has to be given back.
     void handBack(Fan fan) { pendingAutoReleaseFans.insert(fan); }
@@ -60,16 +66,19 @@ public:
     [[nodiscard]] bool isAnyHeld() const;
 
 private:
-    [[nodiscard]] bool isLatest(Fan fan, Request request) const;
+    void forget(Fan fan);
+    [[nodiscard]] bool isLatest(const Request& request) const;
 
     std::set<Fan> claimedFans;
     std::set<Fan> pendingAutoReleaseFans;
     std::map<Fan, double> targets;
     std::map<Fan, ControlMode> perFanMode;
     std::set<Fan> stoppedFans;
-    std::map<Fan, Request> latestRequests;
-    std::map<Fan, Request> latestForcings;
-    Request lastRequest = 0;
+    std::map<Fan, std::uint64_t> latestForcings;
+    std::map<Fan, std::uint64_t> latestReleases;
+    std::map<Fan, std::uint64_t> takenForcings;  ///< the latest 1 that the SMC took
+    std::map<Fan, std::uint64_t> takenReleases;  ///< the latest 0 that it took
+    std::uint64_t lastNumber = 0;
 };
 
 }  // namespace airflow::control

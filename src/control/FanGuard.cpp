@@ -57,11 +57,25 @@ void FanGuard::wrote(const ModeWrite& write) {
     watchIfNeeded();
 }
 
+/// What raises "Ftst" and lowers it is a release. One that knew of no fan has written nothing else.
+void FanGuard::wroteForceTest(bool isRaised) {
+    const std::lock_guard lock(mutex);
+    const bool wasRaised = std::exchange(isForceTestRaised, isRaised);
+    if (isRaised || !wasRaised || !hasBegun) return;
+    watch.lookAtUnknown();
+    watchIfNeeded();
+}
+
 void FanGuard::sawForced(std::int64_t fan, const std::string& key) {
     const std::lock_guard lock(mutex);
     if (!hasBegun) return;
     watch.sawForced(fan, key);
     watchIfNeeded();
+}
+
+void FanGuard::readTemperature() {
+    const std::lock_guard lock(mutex);
+    watch.readTemperature();
 }
 
 void FanGuard::driverBegins() {
@@ -95,7 +109,7 @@ Task<void> FanGuard::watchFans(FanGuard& guard) {
         const Due due = guard.lookAtWatch();
         if (due.isOver) co_return;
         if (due.cause) {
-            co_await guard.giveBack({});
+            (void)co_await guard.giveBack({});
             guard.release(*due.cause);
         }
         for (std::size_t i = 0; !due.cause && i < due.looks.size(); ++i) {
@@ -116,25 +130,34 @@ FanGuard::Due FanGuard::lookAtWatch() {
     return due;
 }
 
-/// Gives back these fans, or all that may be forced. One that refuses is asked again, by the
-/// controller or by the next look; "Ftst" goes on for it, and for fans that are held.
-Task<void> FanGuard::giveBack(std::map<FanWatch::Fan, std::string> fans) {
+/// Gives back these fans, or all that may be forced. Returns those that the SMC took. One that
+/// refuses is asked again, by the controller or by the next look; "Ftst" goes on for it, and for
+/// fans that are held.
+Task<std::set<FanWatch::Fan>> FanGuard::giveBack(std::map<FanWatch::Fan, std::string> fans) {
     {
         const std::lock_guard lock(mutex);
         if (fans.empty()) fans = watch.mayBeForced();
     }
     if (acting) acting();
+    std::set<FanWatch::Fan> taken;
     // The mode key's answer is what counts; but an exit that has begun meanwhile restores
     // everything.
     const auto raised = co_await gate.writeUInt8("Ftst", 1);
-    if (!raised && raised.error() == smc::SMCError::withheld()) co_return;
-    for (const auto& [fan, key] : fans) (void)co_await gate.writeUInt8(key, 0);
+    if (!raised && raised.error() == smc::SMCError::withheld()) co_return taken;
+    for (const auto& [fan, key] : fans) {
+        const auto written = co_await gate.writeUInt8(key, 0);
+        if (written && *written == 0) taken.insert(fan);
+    }
     bool isAnyLeft = false;
     {
         const std::lock_guard lock(mutex);
+        for (const auto& [fan, key] : fans) {
+            if (!taken.contains(fan)) watch.noteOwn(fan);
+        }
         isAnyLeft = !watch.mayBeForced().empty();
     }
     if (!isAnyLeft) (void)co_await gate.writeUInt8("Ftst", 0);  // without forced fans it harms none
+    co_return taken;
 }
 
 Task<void> FanGuard::look(FanWatch::Look due) {
@@ -146,8 +169,8 @@ Task<void> FanGuard::look(FanWatch::Look due) {
     }
     if (!isLeftForced) co_return;
     std::map<FanWatch::Fan, std::string> fan{{due.fan, found.key}};
-    co_await giveBack(std::move(fan));
-    givenBack(due.fan);
+    const auto taken = co_await giveBack(std::move(fan));
+    if (taken.contains(due.fan)) givenBack(due.fan);
     const std::lock_guard lock(mutex);
     watch.noteOwn(due.fan);
 }

@@ -8,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 
 #include "concurrency/Actor.h"
@@ -40,7 +41,9 @@ public:
     void begin();
 
     void wrote(const ModeWrite& write) override;
+    void wroteForceTest(bool isRaised) override;
     void sawForced(std::int64_t fan, const std::string& key) override;
+    void readTemperature() override;
     void driverBegins() override;
     void driverEnds() override;
 
@@ -62,7 +65,7 @@ private:
         std::string key{};  ///< the mode key that told
     };
     concurrency::Task<Found> find(FanWatch::Look look);
-    concurrency::Task<void> giveBack(std::map<FanWatch::Fan, std::string> fans);
+    concurrency::Task<std::set<FanWatch::Fan>> giveBack(std::map<FanWatch::Fan, std::string> fans);
     [[nodiscard]] Duration busyUpTo(concurrency::Instant now) const;
 
     concurrency::Runtime& runtime;
@@ -72,6 +75,7 @@ private:
     mutable std::mutex mutex;  ///< of what follows
     FanWatch watch;
     bool isWatching = false;
+    bool isForceTestRaised = false;
     bool hasBegun = false;  ///< before, start-up recovery deals with what an earlier process left
     Duration busy{};        ///< the driver, with requests that it has answered
     std::optional<concurrency::Instant> busySince;

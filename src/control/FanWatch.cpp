@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 #include "smc/FanNumbers.h"
 
@@ -23,6 +24,8 @@ constexpr auto silenceLimit = heartbeatLimit + 6s;
 constexpr auto attendanceLimit = 10s;
 constexpr auto pauseOfClaim = 100ms;
 constexpr auto limitOfClaim = 10s;
+constexpr auto pauseOfSample = 20ms;
+constexpr auto limitOfSampling = 20s;
 constexpr auto lookDelay = 2s;
 /// A refusal is answered by another request, of the next tick or of a retry; after that somebody
 /// has to look what the fan really is.
@@ -33,7 +36,7 @@ constexpr auto lookDelayAfterRefusedRelease = 10s;
 
 void FanWatch::wrote(const ModeWrite& write) {
     if (write.isForcing && write.isTaken && !isAnyForced()) {
-        unchecked = claiming = Duration::zero();
+        unchecked = claiming = sampling = Duration::zero();
     }
     Record& fan = fans[write.fan];
     fan.key = write.key;
@@ -50,7 +53,6 @@ void FanWatch::wrote(const ModeWrite& write) {
     if (write.isTaken) fan.last = Last::forced;
     if (!write.isTaken) ++refusals;
     if (fan.last == Last::forced) return;
-    if (fan.last == Last::none) fan.last = Last::givenBack;
     fan.untilLook = lookDelayAfterRefusedClaim;
     fan.isPatient = true;
 }
@@ -64,11 +66,11 @@ void FanWatch::sawForced(Fan index, const std::string& key) {
 }
 
 void FanWatch::checked() {
-    unchecked = claiming = Duration::zero();
+    unchecked = claiming = sampling = Duration::zero();
 }
 
 void FanWatch::acted() {
-    unchecked = silent = claiming = Duration::zero();
+    unchecked = silent = claiming = sampling = Duration::zero();
     for (auto& [index, fan] : fans) fan.unattended = Duration::zero();
 }
 
@@ -83,14 +85,24 @@ FanWatch::Duration FanWatch::explainedByClaims(Duration time) {
     return explained;
 }
 
+/// A snapshot reads each of the SMC's temperatures twice, 40 ms apart.
+FanWatch::Duration FanWatch::explainedBySamples(Duration time) {
+    const Duration explained =
+        std::min({time, Duration(pauseOfSample * std::exchange(temperatures, 0)),
+                  std::max(Duration(limitOfSampling) - sampling, Duration::zero())});
+    sampling += explained;
+    return explained;
+}
+
 void FanWatch::elapsed(Duration time, Duration driverBusy) {
     const Duration counted = std::min(time, Duration(2 * period));
     const Duration undriven = std::max(counted - driverBusy, Duration::zero());
     const Duration unexplained = undriven - explainedByClaims(undriven);
-    unchecked += unexplained;
+    const Duration unaccounted = unexplained - explainedBySamples(unexplained);
+    unchecked += unaccounted;
     silent += unexplained;
     for (auto& [index, fan] : fans) {
-        fan.unattended += unexplained;
+        fan.unattended += unaccounted;
         if (fan.untilLook) *fan.untilLook -= fan.isPatient ? unexplained : counted;
     }
 }

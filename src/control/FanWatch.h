@@ -30,6 +30,8 @@ public:
     void wrote(const ModeWrite& write);
     /// A mode key says that the fan is forced: that is looked at when nobody has told it so.
     void sawForced(Fan fan, const std::string& key);
+    /// A snapshot has asked the SMC for a temperature, and pauses for the next one.
+    void readTemperature() { ++temperatures; }
     /// The hold loop has made its safety checks and goes on.
     void checked();
     /// A client sent a heartbeat or a command, or was answered.
@@ -37,7 +39,8 @@ public:
     /// Watching begins again, so long after a client was heard.
     void resume(Duration sinceHeard) { silent = sinceHeard; }
     /// So much time went by, for so much of which the driver was busy. What claims explain, which
-    /// pause 100 ms behind each refusal and end after 10 s for each fan, is left out, too.
+    /// pause 100 ms behind each refusal and end after 10 s for each fan, is left out, too; and
+    /// what the snapshot of a machine with very many SMC temperatures takes, 20 s at most.
     void elapsed(Duration time, Duration driverBusy);
 
     /// Why all fans are to be given back now; nothing in every run in which the controller watches.
@@ -83,12 +86,15 @@ private:
 
     [[nodiscard]] bool isAnyForced() const;
     [[nodiscard]] Duration explainedByClaims(Duration time);
+    [[nodiscard]] Duration explainedBySamples(Duration time);
 
     std::map<Fan, Record> fans;
-    Duration unchecked{};     ///< since the last check, or since the first fan was forced
-    Duration silent{};        ///< since a client was heard
-    std::int64_t refusals{};  ///< of forced mode, since elapsed() was last called
-    Duration claiming{};      ///< since the last check
+    Duration unchecked{};         ///< since the last check, or since the first fan was forced
+    Duration silent{};            ///< since a client was heard
+    std::int64_t refusals{};      ///< of forced mode, since elapsed() was last called
+    Duration claiming{};          ///< since the last check
+    std::int64_t temperatures{};  ///< read since elapsed() was last called
+    Duration sampling{};          ///< since the last check
 };
 
 }  // namespace airflow::control

@@ -73,9 +73,10 @@ public:
     /// did not succeed, or nothing.
     [[nodiscard]] concurrency::Task<std::optional<std::string>> restoreAllFansToAutomatic();
 
-    /// restoreAuto() for a process that ends: finds the fans first that start-up recovery has not
-    /// found yet.
-    concurrency::Task<void> restoreAutoAtExit();
+    /// restoreAuto() for a process that ends. Finds the fans first that start-up recovery has not
+    /// found yet, and afterwards those that the SMC's count leaves out. With `triesAgain` it is
+    /// over only when every fan has gone back.
+    concurrency::Task<void> restoreAutoAtExit(bool triesAgain);
 
     /// Somebody else has asked this fan to go back: it is not held any more. A plan that wants it
     /// claims it again.
@@ -145,6 +146,7 @@ private:
                                             std::weak_ptr<LocalFanController> controller,
                                             std::uint64_t number, concurrency::CancelToken token);
     concurrency::Task<bool> holdTick(std::uint64_t number, concurrency::CancelToken token);
+    concurrency::Task<void> lowerForceTestIfIdle();
     concurrency::Task<bool> checkAndAssert(concurrency::CancelToken token);
     /// The safety check that this snapshot fails; nothing when the plan may go on.
     [[nodiscard]] std::optional<ControlError> brokenSafetyCheck(
@@ -178,6 +180,7 @@ private:
     concurrency::Task<bool> retryRelease(PlanGeneration generation);
     void publishThatNoFanIsPending();
     concurrency::Task<bool> findFans();
+    concurrency::Task<bool> giveBackUncountedFans();
 
     concurrency::Runtime& runtime;
     UserID effectiveUserID;

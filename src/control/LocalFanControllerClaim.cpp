@@ -57,7 +57,10 @@ Task<void> LocalFanController::raiseForceTest() {
 Task<smc::SMCWriting::WriteResult> LocalFanController::force(Fan fan, std::string modeKey) {
     const auto request = fans.beginForcing(fan);
     const WriteResult written = co_await smc.writeUInt8(std::move(modeKey), 1);
-    if (codeOf(written) == success) fans.forced(fan, request);
+    if (codeOf(written) == success)
+        fans.forced(request);
+    else
+        fans.refusedToForce(request);
     co_return written;
 }
 

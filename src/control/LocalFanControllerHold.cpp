@@ -53,7 +53,9 @@ Task<ControlResult> LocalFanController::claimAndHold(plan::FanControlPlan plan) 
 
     const bool managesAny = !managedFans(plan).empty();
     ControlResult result = co_await claimPlannedFans(std::move(plan), begun);
-    if (isSuperseded(generation) && managesAny) co_return ControlResult::rejected(superseded);
+    if (isSuperseded(generation)) {
+        co_return managesAny ? ControlResult::rejected(superseded) : result;
+    }
     if (fans.claimed().empty() && !isMonitoring()) {
         const Failure failure = co_await releaseAllToAuto(std::nullopt);
         if (failure) co_return ControlResult::failed(description(*failure));
@@ -77,6 +79,10 @@ void LocalFanController::putInForce(plan::FanControlPlan plan) {
     for (const Fan fan : fans.claimed()) {
         if (!managed.contains(fan)) fans.handBack(fan);
     }
+    const auto stopped = fans.stopped();
+    for (const Fan fan : stopped) {
+        if (!managed.contains(fan)) fans.forgetStopped(fan);
+    }
 }
 
 /// The fans are claimed as far as they can be: the loop begins, and with it the first step.
@@ -86,7 +92,10 @@ Task<ControlResult> LocalFanController::holdPlan(ControlResult result,
     lastHeartbeat = now;
     ensureHoldLoopRunning();
     auto snapshot = co_await sensors.snapshot();
-    if (isSuperseded(generation)) co_return result;  // the release has published
+    if (isSuperseded(generation)) {  // the release has published
+        co_await lowerForceTestIfIdle();
+        co_return result;
+    }
     (void)co_await assertPlanOnce(activePlan, std::move(snapshot), now);  // the loop will tell
     if (isSuperseded(generation)) co_return result;
     std::optional<ControlError> error;
@@ -160,7 +169,10 @@ Task<bool> LocalFanController::holdTick(std::uint64_t number, concurrency::Cance
 /// loop is cancelled by releases alone: what comes after one is the release's to tell.
 Task<bool> LocalFanController::checkAndAssert(concurrency::CancelToken token) {
     auto snapshot = co_await sensors.snapshot();
-    if (token.isRequested()) co_return false;
+    if (token.isRequested()) {
+        co_await lowerForceTestIfIdle();
+        co_return false;
+    }
     if (!snapshot.temps.empty()) {
         consecutiveMissingTemperatureSnapshots = 0;
     } else if (++consecutiveMissingTemperatureSnapshots < missingTemperatureLimit) {
@@ -279,9 +291,10 @@ Task<bool> LocalFanController::claimWanted(std::vector<Fan> wanted, plan::FanCon
 
 /// Asserts forced mode and writes the target. True when the firmware has taken the fan back.
 Task<bool> LocalFanController::writeTarget(Fan fan, std::string modeKey, double rpm) {
-    (void)co_await force(fan, modeKey);                          // read back below
-    (void)co_await smc.writeFloat(smc::fanKey(fan, "Tg"), rpm);  // written again every tick
-    fans.setTarget(fan, rpm);
+    (void)co_await force(fan, modeKey);  // read back below
+    const WriteResult written = co_await smc.writeFloat(smc::fanKey(fan, "Tg"), rpm);
+    // What fails is written again by the next tick; but nothing is behind an exit.
+    if (written || written.error() != smc::SMCError::withheld()) fans.setTarget(fan, rpm);
     const auto mode = co_await smc.tryReadValue(modeKey);
     const auto number = mode ? mode->numeric() : std::nullopt;
     const bool isReverted = number && std::trunc(*number) == revertedMode;

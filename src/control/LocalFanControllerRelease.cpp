@@ -14,6 +14,7 @@ using concurrency::Task;
 using namespace std::chrono_literals;
 
 constexpr auto retryPeriod = 2s;
+constexpr auto exitRetryPeriod = 500ms;  // an exit lasts 3 s at most
 
 /// Whether this is over once no fan is pending. A force-test that was not lowered is not: then no
 /// fan is pending in the first place.
@@ -34,21 +35,21 @@ std::optional<std::string> textOf(const std::optional<NotRestored>& failure) {
 }  // namespace
 
 Task<std::optional<Refusal>> LocalFanController::giveBack(Fan fan, std::string modeKey) {
-    const auto request = fans.begin(fan);
+    const auto request = fans.beginRelease(fan);
     const WriteResult written = co_await smc.writeUInt8(modeKey, 0);
     auto refusal = refusalOf(std::move(modeKey), written);
-    if (!refusal) fans.givenBack(fan, request);
+    if (!refusal) fans.givenBack(request);
     co_return refusal;
 }
 
 Task<std::optional<Refusal>> LocalFanController::giveBackOrRetry(Fan fan, std::string modeKey) {
-    const auto request = fans.begin(fan);
+    const auto request = fans.beginRelease(fan);
     const WriteResult written = co_await smc.writeUInt8(modeKey, 0);
     auto refusal = refusalOf(std::move(modeKey), written);
     if (!refusal)
-        fans.released(fan, request);
+        fans.released(request);
     else if (!isManaged(fan))
-        fans.refusedToGoBack(fan, request);
+        fans.refusedToGoBack(request);
     co_return refusal;
 }
 
@@ -90,11 +91,15 @@ Task<std::optional<NotRestored>> LocalFanController::releaseKnownFans(
     Failure failure;
     if (!refusals.empty()) failure = NotRestored{std::move(refusals)};
     std::optional<ControlError> error = failure;
-    // A retry that finds everything given back by another release leaves that one's reason alone.
-    if (!failure && expected && state.cause && isSafetyRelease(*state.cause)) error = state.cause;
+    // A retry that finds everything given back by another release leaves that one's reason alone;
+    // and what another one was refused meanwhile is still to be told.
+    const bool isAnothersReason = expected && state.cause && isSafetyRelease(*state.cause);
+    const bool isAnothersRefusal = !fans.pending().empty() && tellsOfPendingFans(state.cause);
+    if (!failure && (isAnothersReason || isAnothersRefusal)) error = state.cause;
     // What a newer plan holds is for it to publish, unless it has to be told of refusals.
     if (failure || !isSuperseded(generation)) {
-        publishState(failure && !fans.claimed().empty(), std::move(error));
+        const bool isAnyRefused = failure || isAnothersRefusal;
+        publishState(isAnyRefused && !fans.claimed().empty(), std::move(error));
     }
     co_return failure;
 }
@@ -211,8 +216,17 @@ Task<std::optional<std::string>> LocalFanController::restoreAllFansToAutomatic()
     co_return textOf(failure);
 }
 
+/// What a control step does when a release has left it nothing to hold, and no fan to a retry.
+Task<void> LocalFanController::lowerForceTestIfIdle() {
+    const bool isAnyForced = !fans.claimed().empty() || !fans.pending().empty();
+    if (releasesAtWork > 0 || isAnyForced || isMonitoring()) co_return;
+    (void)co_await smc.writeUInt8("Ftst", 0);
+}
+
 Task<void> LocalFanController::noteGivenBack(Fan fan) {
-    fans.givenBack(fan, fans.begin(fan));
+    const bool wasClaimed = fans.claimed().contains(fan);
+    fans.givenBack(fans.beginRelease(fan));
+    if (wasClaimed) publishState(state.isHolding && !fans.claimed().empty(), state.cause);
     startDueWatching();
     co_return;
 }
@@ -228,11 +242,28 @@ Task<bool> LocalFanController::findFans() {
     co_return true;
 }
 
-Task<void> LocalFanController::restoreAutoAtExit() {
-    // Whatever the count says: a fan may be forced that it leaves out.
-    const std::int64_t unknownFans = hasFoundFans ? 0 : smc::mostFans;
-    for (Fan fan = 0; fan < unknownFans; ++fan) (void)co_await resolveModeKey(fan);
-    (void)co_await restoreAuto();  // the process ends whatever came of it
+Task<void> LocalFanController::restoreAutoAtExit(bool triesAgain) {
+    if (!hasFoundFans) co_await raiseForceTest();
+    if (!hasFoundFans) (void)co_await giveBackUncountedFans();
+    auto failure = co_await restoreAuto();
+    const bool isAnyFound = co_await giveBackUncountedFans();
+    if (isAnyFound) failure = co_await restoreAuto();
+    while (triesAgain && failure) {
+        (void)co_await runtime.sleepFor(exitRetryPeriod);  // nobody cancels it
+        failure = co_await restoreAuto();
+    }
+}
+
+/// Whatever the count says: a fan may be forced that it leaves out. Each is given back as it is
+/// found, since the SMC may be slow and the time short. True when there was any.
+Task<bool> LocalFanController::giveBackUncountedFans() {
+    const std::size_t known = modeKeyCache.size();
+    for (Fan fan = 0; fan < smc::mostFans; ++fan) {
+        if (modeKeyCache.contains(fan)) continue;
+        const auto key = co_await resolveModeKey(fan);
+        if (key) (void)co_await giveBackOrRetry(fan, *key);
+    }
+    co_return modeKeyCache.size() > known;
 }
 
 }  // namespace airflow::control

@@ -51,14 +51,22 @@ void SMCGate::closeForExit() {
 }
 
 void SMCGate::enter() {
+    const std::lock_guard lock(visits);
     ++clients;
     hadClients = true;
 }
 
+// An exit has closed the gate for good, and its own requests are not to be withheld.
 bool SMCGate::leave() {
+    const std::lock_guard lock(visits);
     const bool isLast = --clients == 0;
-    if (isLast) ++closings;
+    if (isLast && !isExiting) ++closings;
     return isLast;
+}
+
+void SMCGate::interrupt() {
+    const std::lock_guard lock(visits);
+    if (clients == 1 && !isExiting) ++closings;
 }
 
 bool SMCGate::takesForcing() const {
@@ -100,6 +108,7 @@ Task<smc::SMCWriting::WriteResult> SMCGate::passUInt8(std::string key, std::uint
     const Busy busy(*this);
     const WriteResult written = co_await connection.writeUInt8(key, value);
     const auto fan = fanOfModeKey(key);
+    if (observer && key == "Ftst") observer->wroteForceTest(value != 0);
     if (observer && fan) {
         observer->wrote({.fan = *fan,
                          .key = std::move(key),
@@ -119,6 +128,7 @@ Task<std::optional<smc::SMCValue>> SMCGate::passTryRead(std::string key, Epoch a
     if (isTooLate(asked)) co_return std::nullopt;
     const Busy busy(*this);
     const auto value = co_await reading.tryReadValue(key);
+    if (observer && key.starts_with('T')) observer->readTemperature();
     const auto fan = fanOfModeKey(key);
     const auto mode = value && fan ? value->numeric() : std::nullopt;
     if (observer && mode && std::trunc(*mode) == 1) observer->sawForced(*fan, key);

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -33,8 +34,12 @@ public:
     GateObserver& operator=(const GateObserver&) = delete;
 
     virtual void wrote(const ModeWrite& write) = 0;
+    /// "Ftst" was to be raised, or lowered.
+    virtual void wroteForceTest(bool isRaised) = 0;
     /// Somebody has read a fan's mode key, and the fan is forced.
     virtual void sawForced(std::int64_t fan, const std::string& key) = 0;
+    /// A temperature was asked for: a snapshot is under way.
+    virtual void readTemperature() = 0;
     /// The driver begins to work on a request, and has answered it. One at a time.
     virtual void driverBegins() = 0;
     virtual void driverEnds() = 0;
@@ -70,6 +75,9 @@ public:
     /// A client's connection was accepted; it has ended. Returns whether it was the last.
     void enter();
     bool leave();
+    /// A client is gone that may come back on its connection. When it is the only one, what it
+    /// asked for before is withheld.
+    void interrupt();
     [[nodiscard]] bool takesForcing() const override;
     /// Advances whenever the gate closes: who asked for something before that is gone.
     [[nodiscard]] Epoch epoch() const { return closings; }
@@ -97,6 +105,7 @@ private:
     sensors::SMCReading& reading;
     GateObserver* observer = nullptr;
     std::atomic<bool> isExiting = false;
+    std::mutex visits;  ///< of changes to `clients`, with what follows from them
     std::atomic<std::int64_t> clients = 0;
     std::atomic<bool> hadClients = false;
     std::atomic<Epoch> closings = 0;

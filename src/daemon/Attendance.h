@@ -34,6 +34,10 @@ public:
         void end() {
             if (!hasEnded.exchange(true)) (void)attendance.gate.leave();
         }
+        /// The client is gone, and its connection could be taken up again.
+        void interrupt() {
+            if (!hasEnded) attendance.gate.interrupt();
+        }
 
     private:
         Attendance& attendance;

@@ -71,6 +71,7 @@ Task<void> Daemon::tellStates(std::shared_ptr<control::LocalFanController> contr
 }
 
 void Daemon::listen() {
+    safetyHandlers.noteServing();
     attendance.emplace(platform.hardware.smc(), *guard);
     service.emplace(platform.runtime, platform.process, controller, &*attendance);
     delegate.emplace(*service);

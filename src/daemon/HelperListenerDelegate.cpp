@@ -19,17 +19,22 @@ bool HelperListenerDelegate::shouldAccept(Connection& connection) {
     if (Attendance* const clients = service.clients()) {
         visit = std::make_shared<Attendance::Visit>(*clients);
     }
-    // The visit ends first, so that nothing forces a fan between the end of the last connection and
-    // the release.
     const auto restoreAuto = [&runtime = service.taskRuntime(),
-                              controller = service.fanController(), visit] {
-        if (visit) visit->end();
+                              controller = service.fanController()] {
         runtime.detach("end of a connection", restore(controller));
     };
     connection.exportService(service);
     connection.setCodeSigningRequirement(codeSigningRequirement);
-    connection.setInvalidationHandler(restoreAuto);
-    connection.setInterruptionHandler(restoreAuto);
+    // The visit ends first, so that nothing forces a fan between the end of the last connection and
+    // the release.
+    connection.setInvalidationHandler([visit, restoreAuto] {
+        if (visit) visit->end();
+        restoreAuto();
+    });
+    connection.setInterruptionHandler([visit, restoreAuto] {
+        if (visit) visit->interrupt();
+        restoreAuto();
+    });
     connection.resume();
     return true;
 }

@@ -51,14 +51,15 @@ Task<void> SafetyHandlers::restoreAutoOnExit(std::string_view reason) {
     if (gate) gate->closeForExit();
     standardError.write(logLine(fmt::format("{}: restoring Auto...", reason)));
     const concurrency::CancelSource finished;
-    runtime.detach("exit restoration", restore(exitController, finished));
+    runtime.detach("exit restoration", restore(exitController, isServing, finished));
     co_await runtime.blockingSleep(restorationLimit, finished.token());
     restoration.cancel();
 }
 
+/// A start that fails is tried again by the service manager, and need not do that itself.
 Task<void> SafetyHandlers::restore(std::shared_ptr<control::LocalFanController> controller,
-                                   concurrency::CancelSource finished) {
-    co_await controller->restoreAutoAtExit();
+                                   bool triesAgain, concurrency::CancelSource finished) {
+    co_await controller->restoreAutoAtExit(triesAgain);
     finished.cancel();
 }
 

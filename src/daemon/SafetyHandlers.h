@@ -37,19 +37,24 @@ public:
     /// `reason` outlives the task.
     concurrency::Task<void> restoreAutoOnExit(std::string_view reason);
 
+    /// Clients are served from now on: an exit tries fans that refuse again, for as long as it
+    /// lasts.
+    void noteServing() { isServing = true; }
+
     /// Whether the restoration of an exit has begun: nothing new is to begin. Any thread may ask.
     [[nodiscard]] bool isExiting() const { return restorations > 0; }
 
 private:
     concurrency::Task<void> restoreAndExit(std::string_view reason, int status);
     static concurrency::Task<void> restore(std::shared_ptr<control::LocalFanController> controller,
-                                           concurrency::CancelSource finished);
+                                           bool triesAgain, concurrency::CancelSource finished);
 
     concurrency::Runtime& runtime;
     DaemonProcess& process;
     sensors::LogSink& standardError;
     std::shared_ptr<control::LocalFanController> exitController;
     control::SMCGate* gate = nullptr;
+    std::atomic<bool> isServing = false;
     std::atomic<int> restorations = 0;      ///< that were asked for; the first one is made
     concurrency::CancelSource restoration;  ///< cancelled when that is over
 };

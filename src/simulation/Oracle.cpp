@@ -134,6 +134,7 @@ void Oracle::exitBegan(Duration time) {
 }
 
 void Oracle::guarded(Duration time) {
+    run.lastGuarded = run.mark(time);
     for (const auto& monitor : monitors) monitor->guarded(time);
 }
 
@@ -157,11 +158,13 @@ void Oracle::connected(Duration, std::string_view client, bool isStranger) {
 
 void Oracle::disconnected(Duration time, std::string_view client) {
     for (const auto& monitor : monitors) monitor->reasonArose(time);
+    counter->disconnecting(client);
     run.disconnected(time, client);
     counter->disconnected();
 }
 
 void Oracle::clockJumped(Duration, double seconds) {
+    counter->clockJumped(seconds);
     run.clockJumped(seconds);
 }
 

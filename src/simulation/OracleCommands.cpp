@@ -45,12 +45,15 @@ void AppliedMonitor::answered(Duration now, const RunModel::Command& command, co
     const bool isApplied = reply.result && reply.result->isApplied();
     if (!isApplied || !command.isControl() || command.manages.empty()) return;
     if (run.scenario.effectiveUserID != 0) return;
-    if (!command.wasDisturbed) judgeFans(now, command);
+    // The guard does not ask what a command is about to hold.
+    const bool isGuarded = run.lastGuarded && run.since(*run.lastGuarded, now) < 10s;
+    if (!command.wasDisturbed && !isGuarded) judgeFans(now, command);
 }
 
 void AppliedMonitor::judgeFans(Duration now, const RunModel::Command& command) const {
     for (const std::size_t index : command.fixes) {
-        const bool isCounted = command.method != Method::fullBlast || index < run.countedFans;
+        const bool isCounted = command.method != Method::fullBlast ||
+                               index < command.counted.value_or(run.fans.size());
         if (index >= run.fans.size() || !isCounted) continue;
         const RunModel::Fan& fan = run.fans[index];
         const bool wasForced = fan.lastForced && fan.lastForced->time >= command.called.time;
@@ -66,7 +69,12 @@ bool ControlMonitor::mayBeUnsafe(Duration now) const {
     // A table may be hot between two looks at the machine.
     const bool mayBeHot = isHot || (reachesCeiling(run.scenario) && !run.scenario.thermal);
     const bool wasSilent = run.longSilence && run.since(*run.longSilence, now) < 5s;
-    const bool areChecksOverdue = now - run.lastCheck.time > 5s;
+    // The first check comes with the first tick, not with the plan's own step.
+    const auto isHung = [now](const HIDHang& hang) {
+        return hang.from <= now && (now < hang.until || now - hang.until < 5s);
+    };
+    const bool areChecksOverdue =
+        now - run.lastCheck.time > 5s || std::ranges::any_of(run.scenario.hidHangs, isHung);
     return mayBeHot || !readsEverything(run.scenario) || run.isSilent(now) || wasSilent ||
            areChecksOverdue;
 }

@@ -25,6 +25,7 @@ void CountMonitor::askedToRelease(std::size_t index, Duration) {
     if (fan.refusals == 0 && refusals[index] >= 10) {
         count("a fan refused ten times in a row and then went back");
     }
+    if (fan.refusals == 100) count("a fan refused a hundred times in a row");
     refusals[index] = fan.refusals;
     if (fan.isLiedAbout) count("the SMC said that a fan went back when it did not");
 }
@@ -43,6 +44,7 @@ void CountMonitor::published(Duration, const control::ControlState& state) {
 
 void CountMonitor::called(Duration, const Call& call) {
     if (!isControl(call.method) || call.document) return;
+    if (run.exiting) count("a command came while the process exited");
     const bool isOthers = std::ranges::any_of(run.commands, [&](const auto& entry) {
         return entry.second.isControl() && entry.second.client != call.client;
     });
@@ -66,13 +68,33 @@ void CountMonitor::connected(bool isStranger) {
     if (isStranger) count("a stranger connected");
 }
 
+void CountMonitor::disconnecting(std::string_view client) {
+    const auto waiting = std::ranges::count_if(
+        run.commands, [&](const auto& entry) { return entry.second.client == client; });
+    if (waiting > 10) count("a client went with more than ten commands waiting");
+}
+
+void CountMonitor::clockJumped(double seconds) {
+    if (seconds < 0 && run.isAnyForced()) {
+        count("the wall clock was set back while a fan was forced");
+    }
+}
+
+void CountMonitor::guarded(Duration) {
+    count("the guard gave fans back");
+}
+
 void CountMonitor::disconnected() {
     if (!run.isControlUnderWay()) return;
     count("a connection ended during a claim");
     if (run.nobodyThere) count("the last connection ended while commands were under way");
 }
 
-void CountMonitor::looked(Duration, SimulatedMac&) {
+void CountMonitor::looked(Duration now, SimulatedMac&) {
+    const auto isNow = [now](const HIDHang& hang) { return hang.from <= now && now < hang.until; };
+    if (run.isAnyForced() && std::ranges::any_of(run.scenario.hidHangs, isNow)) {
+        count("the HID hub hung while a fan was forced");
+    }
     const auto isRefusing = [](const RunModel::Fan& fan) {
         return fan.isForced && fan.refusals > 0;
     };

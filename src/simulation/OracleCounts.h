@@ -25,8 +25,12 @@ public:
     void answered(Duration now, const RunModel::Command& command, const Reply& reply) override;
     void reasonArose(Duration now) override;
     void connected(bool isStranger);
+    /// Before the model hears of it.
+    void disconnecting(std::string_view client);
     void disconnected();
+    void clockJumped(double seconds);
     void looked(Duration now, SimulatedMac& mac) override;
+    void guarded(Duration now) override;
     void signalled(Duration now, daemon::Signal signal) override;
     void ended(const ProcessEnd& end) override;
 

@@ -79,7 +79,7 @@ void ExitMonitor::listening(Duration now) {
 }
 
 void ExitMonitor::signalled(Duration, daemon::Signal signal) {
-    isAnySignal = signalStatus && *signalStatus != statusOf(signal);
+    if (signalStatus && *signalStatus != statusOf(signal)) isAnySignal = true;
     if (!signalStatus) signalStatus = statusOf(signal);
 }
 

@@ -18,6 +18,8 @@ constexpr Duration retryPeriod = 2500ms;
 constexpr Duration lookPeriod = 2500ms;
 /// A fan that the SMC said had gone back is looked at 2.0 s after that, and then as any other.
 constexpr Duration secondLook = 4500ms;
+/// Of a fan whose 1 was refused: 5.0 s, with the guard's period.
+constexpr Duration lookAfterRefusal = 6500ms;
 
 /// Whether fans are judged at all: an exit is by its own bound, and only root controls fans.
 bool isJudging(const RunModel& run) {
@@ -43,7 +45,10 @@ void ReleaseMonitor::judge(std::size_t index, const RunModel::Fan& fan, Duration
              fmt::format("fan {} was last asked to go back {:.2f} s ago", index,
                          inSeconds(run.since(*fan.lastRelease, now))));
     }
-    if (!wasAsked && run.since(reason, now) > promptly) {
+    const Duration looked =
+        fan.refusedForce ? lookAfterRefusal + run.claims(*fan.refusedForce) : lookPeriod;
+    const Duration bound = fan.isInReleases ? promptly : looked;
+    if (!wasAsked && run.since(reason, now) > bound) {
         fail(Property::releaseBegins, now,
              fmt::format("fan {} is forced {:.2f} s after the last reason to", index,
                          inSeconds(run.since(reason, now))));
@@ -106,9 +111,13 @@ void HiddenFanMonitor::judgeHidden(std::size_t index, const RunModel::Fan& fan,
 void HiddenFanMonitor::judgeLiedAbout(std::size_t index, const RunModel::Fan& fan,
                                       Duration now) const {
     const Mark asked = DriverClock::later(*fan.unwantedSince, fan.lastRelease.value_or(Mark{}));
-    const Mark seen =
-        DriverClock::later(asked, DriverClock::later(fan.readableSince, fan.honestSince));
-    if (run.since(seen, now) <= secondLook) return;
+    Mark seen = DriverClock::later(asked, DriverClock::later(fan.readableSince, fan.honestSince));
+    Duration bound = secondLook;
+    if (fan.isForcedInSecret || fan.refusedForce) {
+        seen = DriverClock::later(seen, fan.lastForceRequest.value_or(Mark{}));
+        bound = lookAfterRefusal + run.claims(seen);
+    }
+    if (run.since(seen, now) <= bound) return;
     fail(Property::hiddenFansAreFound, now,
          fmt::format("the SMC has not told the truth of fan {}, and it is forced for {:.2f} s",
                      index, inSeconds(run.since(seen, now))));

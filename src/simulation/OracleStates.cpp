@@ -28,10 +28,11 @@ StateMonitor::StateMonitor(const RunModel& judged, Fail told)
     : Monitor(judged, std::move(told)), targets(judged.fans.size()) {}
 
 void StateMonitor::requested(const SMCAccess& access) {
-    const auto key = fanKey(access.key);
-    if (!key || key->second != "Tg" || key->first >= targets.size()) return;
     const bool isWrite = access.operation == Fault::Operation::write;
     const bool isRefused = access.result != 0 || access.kernelReturn != 0;
+    if (access.key == "Ftst" && isWrite && access.value == 0) isForceTestRefused = isRefused;
+    const auto key = fanKey(access.key);
+    if (!key || key->second != "Tg" || key->first >= targets.size()) return;
     if (isWrite)
         targets[key->first].insert(access.value);  // the state tells what was written, taken or not
     else if (isRefused)
@@ -41,6 +42,7 @@ void StateMonitor::requested(const SMCAccess& access) {
 void StateMonitor::started(Duration) {
     for (auto& each : targets) each.clear();
     unwritten.clear();
+    isForceTestRefused = false;
     standing.reset();
 }
 
@@ -72,7 +74,8 @@ void StateMonitor::published(Duration now, const ControlState& state) {
     const auto* refused = standing ? std::get_if<control::NotRestored>(&*standing) : nullptr;
     const auto isPending = [this](const control::Refusal& refusal) {
         const auto key = fanKey(refusal.key);
-        if (!key || key->first >= run.fans.size()) return false;
+        if (!key) return isForceTestRefused;
+        if (key->first >= run.fans.size()) return false;
         // Where the SMC has said that the fan went back, and it did not, the reason may go. The
         // guard finds the fan 2 s later, and its request may be the one that is refused.
         const RunModel::Fan& fan = run.fans[key->first];
@@ -112,10 +115,11 @@ void StateMonitor::judgeTargets(Duration now, const State& state) const {
 /// A fan that the SMC forced and denied is unknown to the daemon; one that refuses is told of as an
 /// error. A control step tells of its first fan when it has claimed its last.
 void StateMonitor::judgeIdle(Duration now, const State& state, const Mark& asked) const {
-    if (state.isHolding || state.lastError) return;
+    if (state.isHolding || state.lastError || run.clock.isBusy(now)) return;
     for (std::size_t i = 0; i < run.fans.size(); ++i) {
         const RunModel::Fan& fan = run.fans[i];
         if (!RunModel::isJudged(fan) || fan.refusals > 0 || fan.isForcedInSecret) continue;
+        if (!fan.isInReleases) continue;
         if (run.since(fan.forcedSince, asked.time) < 2s + run.claims(fan.forcedSince)) continue;
         fail(Property::stateIsTrue, now, fmt::format("fan {} is held, and the state is idle", i));
     }
@@ -147,12 +151,19 @@ void StateMonitor::judgeGivenBack(Duration now, const State& state, const Mark& 
     for (const std::int64_t fan : stopped) {
         const auto index = static_cast<std::size_t>(fan);
         // A plan in force stops a fan that it has not got yet.
-        if (index < run.fans.size() && run.fans[index].unwantedSince) told.insert(fan);
+        if (index >= run.fans.size() || !run.fans[index].unwantedSince) continue;
+        const auto& back = run.fans[index].givenBack;
+        const bool isUnwantedSince =
+            back && run.lastUnwanted && run.lastUnwanted->time >= back->time;
+        const bool isOfRelease = back && run.lastRelease && back->time >= run.lastRelease->time &&
+                                 back->time - run.lastRelease->time < 1s;
+        if (!isUnwantedSince && !isOfRelease) told.insert(fan);
     }
     for (const std::int64_t fan : told) {
         const auto index = static_cast<std::size_t>(fan);
         const auto back = index < run.fans.size() ? run.fans[index].givenBack : std::nullopt;
         if (!back || run.since(*back, asked.time) <= settling) continue;
+        if (run.fans[index].refusals > 0) continue;  // refused although it is back
         fail(Property::stateIsTrue, now,
              fmt::format("fan {} was given back, and the state tells of it", fan));
     }
@@ -161,7 +172,8 @@ void StateMonitor::judgeGivenBack(Duration now, const State& state, const Mark& 
 void StateMonitor::judgeModes(Duration now, const State& state) const {
     for (const auto& [fan, mode] : state.perFanMode) {
         const auto index = static_cast<std::size_t>(fan);
-        if (!run.heldFans.fans().contains(index)) continue;
+        // A release may be at it.
+        if (!run.heldFans.fans().contains(index) || !run.fans[index].isForced) continue;
         const bool isFull = run.heldFans.isAtFullBlast(index);
         if (isFull == (mode == ControlMode::fullBlast)) continue;
         fail(Property::stateIsTrue, now,
@@ -174,12 +186,16 @@ void ReasonMonitor::telling(Duration now, const ControlState& state) {
     if (!state.cause && state.lastError) {
         fail(Property::reasonsAreTrue, now, "a text without a reason: " + *state.lastError);
     }
-    if (!state.cause) return;
+    if (!state.cause) return told.reset();
     if (state.lastError != description(*state.cause)) {
         fail(Property::reasonsAreTrue, now,
              "the text is not that of the reason: " + description(*state.cause));
     }
-    std::visit([&](const auto& error) { judge(now, error); }, *state.cause);
+    // What is told again was judged when it was new.
+    if (told != state.cause) {
+        std::visit([&](const auto& error) { judge(now, error); }, *state.cause);
+    }
+    told = state.cause;
 }
 
 /// A fan that was forced before is asserted by a step, unless a command claims it anew.
@@ -191,6 +207,7 @@ void ReasonMonitor::askedToForce(std::size_t fan, Duration now) {
 
 void ReasonMonitor::started(Duration) {
     lastStep.reset();
+    told.reset();
 }
 
 /// The silence may have ended after the release began.
@@ -211,12 +228,16 @@ void ReasonMonitor::judge(Duration now, const control::TemperaturesMissing& erro
     fail(Property::reasonsAreTrue, now, "temperatures are there");
 }
 
+void ReasonMonitor::guarded(Duration now) {
+    sinceStep = lastStep ? std::optional(now - *lastStep) : std::nullopt;
+}
+
 /// A check that is completed is followed by its step, which asserts what is held. The guard counts
-/// the driver's time, too.
+/// the driver's time, too; and a check may come when it has just made up its mind.
 void ReasonMonitor::judge(Duration now, const control::ChecksOverdue&) const {
-    if (!lastStep || now - *lastStep > 5s) return;
+    if (!sinceStep || *sinceStep > 5s) return;
     fail(Property::reasonsAreTrue, now,
-         fmt::format("the last check was {:.2f} s ago", inSeconds(now - *lastStep)));
+         fmt::format("the last check was {:.2f} s before", inSeconds(*sinceStep)));
 }
 
 /// The fan is given back by now.

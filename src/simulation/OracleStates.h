@@ -18,6 +18,8 @@ public:
     void called(Duration now, const Call& call) override;
     void answered(Duration now, const RunModel::Command& command, const Reply& reply) override;
     void reasonArose(Duration now) override;
+    /// Its release tells its reason again.
+    void guarded(Duration now) override { reasonArose(now); }
     void started(Duration now) override;
 
 private:
@@ -32,6 +34,7 @@ private:
     std::vector<std::set<double>> targets;  ///< of each fan, written in this life
     std::set<std::size_t> unwritten;        ///< fans with a target that did not reach the SMC
     /// Why fans were released or refuse to be, when nothing has happened since.
+    bool isForceTestRefused = false;  ///< to be lowered, at the last time
     std::optional<control::ControlError> standing;
     std::optional<control::ControlError> lastCause;  ///< as it was published last
     std::optional<DriverClock::Mark> lastReason;     ///< to give every fan back
@@ -43,6 +46,7 @@ public:
     using Monitor::Monitor;
     void telling(Duration now, const control::ControlState& state) override;
     void askedToForce(std::size_t fan, Duration now) override;
+    void guarded(Duration now) override;
     void started(Duration now) override;
 
 private:
@@ -56,6 +60,8 @@ private:
     void judge(Duration, const control::PlanIncomplete&) const {}
 
     std::optional<Duration> lastStep;  ///< of the hold loop, which asserts what it holds
+    std::optional<control::ControlError> told;
+    std::optional<Duration> sinceStep;  ///< when the guard last acted
 };
 
 }  // namespace airflow::simulation

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 
 namespace airflow::simulation {
@@ -16,14 +17,21 @@ constexpr Duration silenceLimit = 15s;
 /// From the limit to the tick that finds it: 1.5 s, with its snapshot and its writes.
 constexpr Duration tick = 5s;
 /// From the limit to the guard, which waits for the tick first.
-constexpr Duration guard = 8s;
+constexpr Duration guard = 9s;
+/// Once a second, and the look's own requests.
+constexpr Duration guardPeriod = 1500ms;
 /// From the last completed check to the guard.
 constexpr Duration checkLimit = 12s;
 
 }  // namespace
 
-/// The hold loop tells its state after each check.
+/// The hold loop tells its state after each check, but a retry tells of its own, too: while the HID
+/// hub hangs there are no checks.
 bool WatchMonitor::areChecksMade(Duration now) const {
+    const auto isHung = [now](const HIDHang& hang) {
+        return hang.from <= now && (now < hang.until || now - hang.until < tick);
+    };
+    if (std::ranges::any_of(run.scenario.hidHangs, isHung)) return false;
     return run.since(run.lastCheck, now) <= tick + run.claims(run.lastCheck);
 }
 
@@ -45,6 +53,8 @@ void WatchMonitor::judgeSilence(std::size_t index, Duration now) const {
     const Duration bound =
         silenceLimit + (isLeftToGuard ? guard : tick) + run.claims(run.lastHeard);
     if (run.since(run.lastHeard, now) <= bound) return;
+    // What a plan in force takes again meanwhile, the guard gives back with its next look.
+    if (isLeftToGuard && run.since(run.fans[index].forcedSince, now) <= guardPeriod) return;
     fail(Property::silenceEndsControl, now,
          fmt::format("fan {} is forced {:.2f} s after the client was last heard", index,
                      inSeconds(run.since(run.lastHeard, now))));

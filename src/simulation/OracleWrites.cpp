@@ -72,22 +72,29 @@ void ForceTestMonitor::requested(const SMCAccess& access) {
     const bool isWrite = access.operation == Fault::Operation::write;
     const bool isRefused = access.result != 0 || access.kernelReturn != 0;
     if (isWrite) lastWrite = run.mark(access.time);
+    if (!isWrite && access.key == "FNum") {  // a tick begins, and publishes when it is over
+        isTickUnderWay = true;
+        isDue = false;
+    }
     if (access.key != "Ftst") return;
     if (isWrite && access.value == 1) lastRaised = run.mark(access.time);
     // A write begins with the key's information, and gets no further without it.
     if ((isWrite && access.value == 1) || (!isWrite && isRefused)) isDue = false;
-    if (isWrite) hasLowered = access.value == 0 && !isRefused;  // or the SMC says so
+    if (!isWrite) return;
+    hasLowered = access.value == 0 && !isRefused;  // or the SMC says so
     if (hasLowered) lastLowered = run.mark(access.time);
 }
 
 /// Whether the next mode key that is written 0 can only be of the release that begins now: nothing
-/// else has raised Ftst a moment ago, and would go on with that.
+/// else has raised Ftst a moment ago, and would go on with that, and no control step is about to
+/// give back fans that it has not found.
 bool ForceTestMonitor::isNothingElseAtWork(Duration now) const {
     const auto isRetried = [](const RunModel::Fan& fan) { return fan.refusals > 0; };
     const auto isCommand = [](const auto& entry) { return !isRelease(entry.second.method); };
     const bool isReleasing = (lastReason && run.since(*lastReason, now) < 1s) ||
                              (lastRaised && run.since(*lastRaised, now) < 1s);
-    return !isReleasing && !run.clock.isBusy(now) && std::ranges::none_of(run.fans, isRetried) &&
+    return !isReleasing && !isTickUnderWay && !run.clock.isBusy(now) &&
+           std::ranges::none_of(run.fans, isRetried) &&
            std::ranges::none_of(run.commands, isCommand);
 }
 
@@ -101,7 +108,7 @@ void ForceTestMonitor::called(Duration, const Call& call) {
 }
 
 void ForceTestMonitor::started(Duration) {
-    isDue = hasLowered = false;
+    isDue = hasLowered = isTickUnderWay = false;
     lastReason.reset();
     lastRaised.reset();
     lastLowered.reset();
@@ -119,8 +126,10 @@ void ForceTestMonitor::looked(Duration now, SimulatedMac& mac) {
     if (run.scenario.effectiveUserID != 0) return;
     if (!run.isUnwanted() || run.isAnyForced() || run.isControlUnderWay()) return;
     // Whatever was refused since, a retry that gave the last fan back may have been the end of it.
-    const bool wasRefused =
-        run.lastRefusal && (!lastLowered || run.lastRefusal->time >= lastLowered->time);
+    const auto& refused = run.lastRefusal;
+    const bool isLatest = refused && (!lastLowered || refused->time >= lastLowered->time);
+    const bool isRetried = refused && lastRaised && run.since(*refused, lastRaised->time) < 6s;
+    const bool wasRefused = isLatest || isRetried;
     const bool isDone = hasLowered || !mac.forceTest();
     if (wasRefused || isDone || run.since(lastWrite, now) <= 3s) return;
     fail(Property::forceTestIsLowered, now, "Ftst is on and no fan is forced");

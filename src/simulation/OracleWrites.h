@@ -32,6 +32,7 @@ public:
     void requested(const SMCAccess& access) override;
     void askedToRelease(std::size_t fan, Duration now) override;
     void reasonArose(Duration now) override;
+    void published(Duration, const control::ControlState&) override { isTickUnderWay = false; }
     void called(Duration now, const Call& call) override;
     void started(Duration now) override;
     /// A release that is under way then goes on without Ftst; the exit's own raises it again.
@@ -43,7 +44,8 @@ private:
 
     bool isDue = false;       ///< to be raised before the next fan is given back
     bool hasLowered = false;  ///< by its last write
-    Mark lastWrite{};         ///< of anything
+    bool isTickUnderWay = false;
+    Mark lastWrite{};  ///< of anything
     std::optional<Mark> lastReason;
     std::optional<Mark> lastRaised;
     std::optional<Mark> lastLowered;

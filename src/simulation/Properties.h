@@ -58,7 +58,7 @@ inline constexpr std::array<PropertyText, 21> properties{{
      "after its mode key can be read, and one that was said to have gone back within 4.5 s after "
      "the SMC tells the truth."},
     {Property::silenceEndsControl, "silenceEndsControl",
-     "15 s after the last heartbeat or command, and a tick (5 s), or the guard (8 s) where the "
+     "15 s after the last heartbeat or command, and a tick (5 s), or the guard (9 s) where the "
      "wall "
      "clock was set back or no check is made, and 10 s for each fan where a claim was refused, no "
      "fan is held."},
@@ -92,9 +92,10 @@ inline constexpr std::array<PropertyText, 21> properties{{
      "3 s after a release that nothing refused, Ftst is off."},
     {Property::stateIsTrue, "stateIsTrue",
      "A state without error, plan and fans is told only when no fan is held; none tells of a plan, "
-     "a mode, a target or a stop 3 s after that was given back; a target is told only when it was "
-     "written, full blast for 100 % and for nothing else, and the reason of a release until "
-     "something newer happens."},
+     "a mode, a target or a stop 3 s after that was given back, but for stops, which a release of "
+     "every fan leaves to the next control step; a target is told only when it was written, full "
+     "blast for 100 % and for nothing else, and the reason of a release until something newer "
+     "happens."},
     {Property::reasonsAreTrue, "reasonsAreTrue",
      "A safety release names a reason that exists: more than 15 s of silence, a temperature of "
      "95 °C or more, temperatures that cannot be read, checks that are overdue, or a fan that "
@@ -115,7 +116,7 @@ inline constexpr std::array<PropertyText, 21> properties{{
 }
 
 /// What has to have happened in some run of many, so that these have proved anything.
-inline constexpr std::array<std::string_view, 19> sometimes{
+inline constexpr std::array<std::string_view, 25> sometimes{
     "a fan refused ten times in a row and then went back",
     "a signal came between the releases of two fans",
     "the ceiling came while a fan refused to go back",
@@ -135,6 +136,12 @@ inline constexpr std::array<std::string_view, 19> sometimes{
     "garbage was answered with 7",
     "the firmware took a fan back",
     "two clients had commands under way at once",
+    "a fan refused a hundred times in a row",
+    "the HID hub hung while a fan was forced",
+    "the wall clock was set back while a fan was forced",
+    "a command came while the process exited",
+    "a client went with more than ten commands waiting",
+    "the guard gave fans back",
 };
 
 }  // namespace airflow::simulation

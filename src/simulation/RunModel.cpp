@@ -14,6 +14,8 @@ using concurrency::Duration;
 using Method = Call::Method;
 using namespace std::chrono_literals;
 
+const std::int64_t rejectedCode = control::ControlResult::rejected(0).xpcCode();
+
 bool isGarbage(const Call& call) {
     return call.method == Method::applyConfig && call.document;
 }
@@ -152,24 +154,36 @@ void RunModel::noteAnswer(Duration time, const Command& command, const Reply& re
     const bool isNewest = lastCommand.time <= command.called.time;
     const bool isOverdue = lastRelease && command.called.time < lastRelease->time;
     const bool hasFailed = !reply.result || reply.result->xpcCode() == 7;
-    if (command.method == Method::fullBlast && hasFailed && isCountRefused) {
-        // It could not count the fans, and has changed nothing.
-        heldFans.lose();
-        for (const auto& [fan, since] : command.unwantedBefore) {
-            if (isNewest && !fans[fan].unwantedSince) fans[fan].unwantedSince = since;
-        }
-        return;
-    }
+    // It may not have counted the fans, and have changed nothing; a tick counts them, too.
+    const bool mayBeUncounted =
+        command.method == Method::fullBlast && hasFailed && command.wasCountRefused;
+    if (mayBeUncounted && !command.counted && isNewest) noteUncounted(command);
     if (!reply.result || !reply.result->isApplied()) heldFans.lose();
-    if (command.method == Method::fullBlast && countedFans != fans.size()) heldFans.lose();
+    const bool hasLeftOut = command.counted.value_or(fans.size()) < fans.size();
+    if (command.method == Method::fullBlast && hasLeftOut) heldFans.lose();
     if (isOverdue && isNewest) return;  // a release has ended it, and nobody is heard by that
-    if (isSilent(command.called.time)) longSilence = mark(time);
-    lastHeartbeat = std::max(lastHeartbeat, command.called.time);
-    lastHeard = lastControl = mark(time);  // a plan in force counts as one heard
+    // A plan in force counts as one heard. One that was rejected may have been superseded before.
+    const bool isRejected = reply.result && reply.result->xpcCode() == rejectedCode;
+    const bool mayBeUnheard = isRejected || mayBeUncounted;
+    if (!mayBeUnheard && isSilent(command.called.time)) longSilence = mark(time);
+    if (!mayBeUnheard) lastHeartbeat = std::max(lastHeartbeat, command.called.time);
+    lastHeard = lastControl = mark(time);
     if (command.method != Method::applyConfig || command.wasDisturbed || !isNewest) return;
     for (std::size_t i = 0; i < fans.size(); ++i) {
         if (command.manages.contains(i) || fans[i].unwantedSince) continue;
         fans[i].unwantedSince = command.called;  // it was given back before the others were claimed
+    }
+}
+
+void RunModel::noteUncounted(const Command& command) {
+    for (const auto& [fan, since] : command.unwantedBefore) {
+        const bool isOthers = std::ranges::any_of(commands, [fan](const auto& entry) {
+            return entry.second.isControl() && entry.second.manages.contains(fan);
+        });
+        if (isOthers) continue;
+        const auto& asked = fans[fan].lastForceRequest;
+        const bool wasAsked = asked && asked->time >= command.called.time;
+        if (!wasAsked && !fans[fan].unwantedSince) fans[fan].unwantedSince = since;
     }
 }
 
@@ -208,7 +222,7 @@ void RunModel::started(Duration time) {
         fan.refusedForce.reset();
         fan.givenBack.reset();
         fan.isMachinesOwn = fan.isLiedAbout = false;
-        fan.isKnown = fan.hasFailedProbe = fan.wasDenied = false;
+        fan.isKnown = fan.isInReleases = fan.hasFailedProbe = fan.wasDenied = false;
         fan.refusals = 0;
     }
     countedFansAtStart = fans.size();
@@ -226,8 +240,10 @@ void RunModel::listening(Duration time) {
     }
     for (auto& [id, command] : commands) {
         command.called = mark(time);
-        if (!command.isControl() || !connections.contains(command.client)) continue;
-        for (const std::size_t fan : command.manages) {  // in which order, is not known
+        // In which order they come, and the ends of connections, is not known. When all clients
+        // are gone nothing is forced any more.
+        if (!command.isControl() || connections.empty()) continue;
+        for (const std::size_t fan : command.manages) {
             if (fan < fans.size()) fans[fan].unwantedSince.reset();
         }
         heldFans.lose();

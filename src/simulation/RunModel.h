@@ -39,7 +39,10 @@ struct RunModel {
         bool isForcedInSecret = false;       ///< the SMC refused that, and did it all the same
 
         // What this life of the daemon can know
-        bool isKnown = false;         ///< its mode key was read before it listened, or written
+        bool isKnown = false;  ///< its mode key was read before it listened, or written
+        /// Its mode key was read before it listened, or it took a 1: releases and plans ask it.
+        /// Others are the guard's to find.
+        bool isInReleases = false;
         bool hasFailedProbe = false;  ///< of its mode key
         bool isDenied = false;        ///< the SMC said last that its mode key does not exist
         bool wasDenied = false;       ///< in this life of the daemon, at any time
@@ -50,8 +53,10 @@ struct RunModel {
     struct Command {
         Call::Method method = Call::Method::heartbeat;
         bool isGarbage = false;
-        std::set<std::size_t> manages{};  ///< the fans that it may want forced
-        std::set<std::size_t> fixes{};    ///< those that it wants at a speed above 0
+        std::set<std::size_t> manages{};       ///< the fans that it may want forced
+        std::set<std::size_t> fixes{};         ///< those that it wants at a speed above 0
+        std::optional<std::size_t> counted{};  ///< the fewest fans that the SMC told of meanwhile
+        bool wasCountRefused = false;
         std::string client{};
         Mark called{};
         bool wasDisturbed = false;        ///< by another command that controls fans
@@ -114,7 +119,6 @@ struct RunModel {
     std::vector<Fan> fans;
     std::size_t countedFans = 0;         ///< how many the SMC told of when it was last asked
     std::size_t countedFansAtStart = 0;  ///< when the daemon started
-    bool isCountRefused = false;         ///< when it was last asked
     DriverClock clock;
     HeldFans heldFans;
 
@@ -128,8 +132,10 @@ struct RunModel {
     std::optional<Mark> nobodyThere;  ///< since the last connection ended, and until the next
     std::map<std::uint64_t, Command> commands;  ///< not answered yet
 
-    std::optional<Mark> lastRelease;  ///< the latest reason to give every fan back
-    std::optional<Mark> lastRefusal;  ///< of any request but a read
+    std::optional<Mark> lastRelease;   ///< the latest reason to give every fan back
+    std::optional<Mark> lastUnwanted;  ///< when nobody wanted any fan forced
+    std::optional<Mark> lastGuarded;   ///< when the guard last acted
+    std::optional<Mark> lastRefusal;   ///< of any request but a read
     std::optional<Mark> lastForceRefusal;
     Mark lastCommand{};               ///< when one that controls fans was last sent
     Mark lastControl{};               ///< the same, or its answer
@@ -145,7 +151,9 @@ struct RunModel {
 private:
     void release(const Mark& reason, bool mayBeOlder);
     void noteControl(Duration time, const Call& call, Command& command);
+    void noteUncounted(const Command& command);
     void noteAnswer(Duration time, const Command& command, const Reply& reply);
+    void noteCount(std::size_t told);
     void noteProbe(Fan& fan, const SMCAccess& access, bool isRefused);
     void noteForceRequest(Fan& fan, const SMCAccess& access, bool isRefused);
     void noteReleaseRequest(Fan& fan, const SMCAccess& access, bool isRefused);

@@ -58,12 +58,22 @@ void RunModel::access(const SMCAccess& access) {
         if (isWrite && access.value == 0) noteReleaseRequest(fan, access, isRefused);
     }
     if (access.key == "FNum" && !isWrite) {
-        isCountRefused = isRefused;
+        const bool isCountRefused = isRefused || (isRead && !access.isNumber);
+        if (isCountRefused) {
+            for (auto& [id, command] : commands) command.wasCountRefused = true;
+        }
         const double told = access.value > 0 ? std::min(access.value, 10.0) : 0;  // NaN: 0
-        if (isRead && !isRefused) countedFans = static_cast<std::size_t>(told);
+        if (isRead && !isCountRefused) noteCount(static_cast<std::size_t>(told));
         if (!isListening) countedFansAtStart = countedFans;
     }
     clock.answered(access.time, access.latency);
+}
+
+void RunModel::noteCount(std::size_t told) {
+    countedFans = told;
+    for (auto& [id, command] : commands) {
+        command.counted = std::min(command.counted.value_or(told), told);
+    }
 }
 
 void RunModel::noteProbe(Fan& fan, const SMCAccess& access, bool isRefused) {
@@ -74,7 +84,7 @@ void RunModel::noteProbe(Fan& fan, const SMCAccess& access, bool isRefused) {
         if (fan.isDenied) fan.readableSince = mark(access.time);
         fan.isDenied = false;
         // Once the daemon listens, its sensors may read a key that its start could not.
-        if (!isListening) fan.isKnown = true;
+        if (!isListening) fan.isKnown = fan.isInReleases = true;
     }
     if (!isRefused) return;
     fan.hasFailedProbe = true;
@@ -89,6 +99,7 @@ void RunModel::noteProbe(Fan& fan, const SMCAccess& access, bool isRefused) {
 
 void RunModel::noteForceRequest(Fan& fan, const SMCAccess& access, bool isRefused) {
     fan.isKnown = true;
+    if (!isRefused) fan.isInReleases = true;
     if (!isRefused || fan.isMachinesOwn) fan.isForcedInSecret = isRefused && fan.isForced;
     fan.isMachinesOwn = false;
     fan.lastForceRequest = mark(access.time);
@@ -137,6 +148,7 @@ void RunModel::noteFaults(Duration time) {
 
 void RunModel::second(Duration time, SimulatedMac& mac) {
     noteFaults(time);
+    if (isUnwanted()) lastUnwanted = mark(time);
     const double hottest = hottestShown(mac, scenario).value_or(0);
     if (hottest >= 94.9) lastHot = mark(time);
     if (hottest < 95.5) hotSince.reset();

@@ -1,6 +1,7 @@
 #include "simulation/SimulatedSMC.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include "simulation/SMCNumber.h"
@@ -128,8 +129,9 @@ smc::KernelReturn SimulatedSMC::call(std::uint32_t connection, std::uint32_t met
         reply.result = result;
     }
     const auto read =
-        *operation == Operation::read && key ? numberRead(*key, fault, reply.bytes) : std::nullopt;
+        *operation == Operation::read && key ? numberRead(*key, reply.bytes) : std::nullopt;
     access.value = read.value_or(written.value_or(0));
+    access.isNumber = *operation != Operation::read || (read && !std::isnan(*read));
     access.result = reply.result;
     if (access.kernelReturn != smc::kernelSuccess) reply = {};
     if (observer) observer(access);
@@ -170,10 +172,8 @@ std::string SimulatedSMC::claimedType(const Key& key) const {
     return lie && lie->type ? *lie->type : key.type;
 }
 
-std::optional<double> SimulatedSMC::numberRead(const Key& key, const Fault* fault,
-                                               const smc::SMCBytes& bytes) const {
-    if (fault && fault->reading) return decodeNumber(bytes, claimedSize(key), claimedType(key));
-    return decodeNumber(bytes, key.size, key.type);
+std::optional<double> SimulatedSMC::numberRead(const Key& key, const smc::SMCBytes& bytes) const {
+    return decodeNumber(bytes, claimedSize(key), claimedType(key));
 }
 
 void SimulatedSMC::answer(const Key& key, Operation operation, const Fault* fault,

@@ -18,8 +18,9 @@ namespace airflow::simulation {
 struct SMCAccess {
     concurrency::Duration time{};  ///< since the machine was switched on
     Fault::Operation operation = Fault::Operation::read;
-    std::string key{};  ///< of an enumeration: the one that stands at its index, if any does
-    double value = 0;   ///< what was read or written, where that is a number
+    std::string key{};     ///< of an enumeration: the one that stands at its index, if any does
+    double value = 0;      ///< what was read or written, where that is a number
+    bool isNumber = true;  ///< false: what was read is none, as its reader decodes it
     std::uint8_t result = 0;
     smc::KernelReturn kernelReturn = smc::kernelSuccess;
     concurrency::Duration latency{};  ///< how long the answer takes
@@ -93,8 +94,8 @@ private:
     /// The size and the type that the key's information claims at this moment.
     [[nodiscard]] std::uint32_t claimedSize(const Key& key) const;
     [[nodiscard]] std::string claimedType(const Key& key) const;
-    /// The number in what a read was answered with, if it is one.
-    [[nodiscard]] std::optional<double> numberRead(const Key& key, const Fault* fault,
+    /// The number in what a read was answered with, as its reader decodes it, if it is one.
+    [[nodiscard]] std::optional<double> numberRead(const Key& key,
                                                    const smc::SMCBytes& bytes) const;
     void answer(const Key& key, Fault::Operation operation, const Fault* fault,
                 const smc::SMCParamStruct& request, smc::SMCParamStruct& reply) const;

@@ -48,7 +48,7 @@ struct SeedViolation {
 
 struct SoakResult {
     /// Of the document. Another one is not read.
-    static constexpr std::int64_t version = 1;
+    static constexpr std::int64_t version = 2;
     static constexpr std::int64_t lastSeed = std::numeric_limits<std::int64_t>::max();
 
     std::string build{};             ///< the daemon's; its runs and another's do not add up

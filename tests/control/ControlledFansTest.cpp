@@ -10,10 +10,10 @@ using testing::IsEmpty;
 using testing::Pair;
 
 void take(ControlledFans& fans, ControlledFans::Fan fan) {
-    fans.forced(fan, fans.beginForcing(fan));
+    fans.forced(fans.beginForcing(fan));
 }
 void giveBack(ControlledFans& fans, ControlledFans::Fan fan) {
-    fans.released(fan, fans.begin(fan));
+    fans.released(fans.beginRelease(fan));
 }
 
 TEST(ControlledFans, beginWithNothing) {
@@ -35,7 +35,7 @@ TEST(ControlledFans, countAFanWhoseForcingWasTaken) {
 
 TEST(ControlledFans, doNotCountAFanWhoseForcingHasOnlyBegun) {
     ControlledFans fans;
-    (void)fans.begin(1);
+    (void)fans.beginForcing(1);
     EXPECT_THAT(fans.claimed(), IsEmpty());
 }
 
@@ -74,7 +74,7 @@ TEST(ControlledFans, keepAFanThatRefusesToGoBackAndItsTarget) {
     take(fans, 0);
     fans.setMode(0, ControlMode::manual);
     fans.setTarget(0, 3000);
-    fans.refusedToGoBack(0, fans.begin(0));
+    fans.refusedToGoBack(fans.beginRelease(0));
     EXPECT_THAT(fans.claimed(), ElementsAre(0));
     EXPECT_THAT(fans.pending(), ElementsAre(0));
     EXPECT_THAT(fans.targetsRPM(), ElementsAre(Pair(0, 3000)));
@@ -83,7 +83,7 @@ TEST(ControlledFans, keepAFanThatRefusesToGoBackAndItsTarget) {
 
 TEST(ControlledFans, haveStillToGiveBackAFanThatRefusesWithoutHavingBeenClaimed) {
     ControlledFans fans;
-    fans.refusedToGoBack(0, fans.begin(0));
+    fans.refusedToGoBack(fans.beginRelease(0));
     EXPECT_THAT(fans.claimed(), IsEmpty());
     EXPECT_THAT(fans.pending(), ElementsAre(0));
 }
@@ -93,7 +93,7 @@ TEST(ControlledFans, keepAFanPendingThatAStepHasGivenBack) {
     ControlledFans fans;
     take(fans, 0);
     fans.handBack(0);
-    fans.givenBack(0, fans.begin(0));
+    fans.givenBack(fans.beginRelease(0));
     EXPECT_THAT(fans.claimed(), IsEmpty());
     EXPECT_THAT(fans.pending(), ElementsAre(0));
 }
@@ -101,21 +101,57 @@ TEST(ControlledFans, keepAFanPendingThatAStepHasGivenBack) {
 TEST(ControlledFans, doNotBelieveAForcingBehindWhichTheFanWasAskedFor) {
     ControlledFans fans;
     const auto forcing = fans.beginForcing(0);
-    const auto givingBack = fans.begin(0);
-    fans.givenBack(0, givingBack);
-    fans.forced(0, forcing);
+    const auto givingBack = fans.beginRelease(0);
+    fans.givenBack(givingBack);
+    fans.forced(forcing);
     EXPECT_THAT(fans.claimed(), IsEmpty());
+}
+
+/// Two claims ask for one fan, and the SMC takes the first of their requests only.
+TEST(ControlledFans, believeAForcingBehindWhichAnotherIsRefused) {
+    ControlledFans fans;
+    const auto taken = fans.beginForcing(0);
+    (void)fans.beginForcing(0);
+    fans.forced(taken);
+    EXPECT_THAT(fans.claimed(), ElementsAre(0));
+}
+
+TEST(ControlledFans, believeAForcingBehindWhichAReleaseIsRefused) {
+    ControlledFans fans;
+    const auto forcing = fans.beginForcing(0);
+    const auto givingBack = fans.beginRelease(0);
+    fans.forced(forcing);
+    fans.refusedToGoBack(givingBack);
+    EXPECT_THAT(fans.claimed(), ElementsAre(0));
+    EXPECT_THAT(fans.pending(), ElementsAre(0));
+}
+
+TEST(ControlledFans, forgetAFanThatWasGivenBackAndIsRefusedAfterwards) {
+    ControlledFans fans;
+    take(fans, 0);
+    const auto givingBack = fans.beginRelease(0);
+    const auto forcing = fans.beginForcing(0);
+    fans.givenBack(givingBack);
+    fans.refusedToForce(forcing);
+    EXPECT_THAT(fans.claimed(), IsEmpty());
+}
+
+TEST(ControlledFans, keepAFanThatIsHeldWhenItRefusesToBeForcedAgain) {
+    ControlledFans fans;
+    take(fans, 0);
+    fans.refusedToForce(fans.beginForcing(0));
+    EXPECT_THAT(fans.claimed(), ElementsAre(0));
 }
 
 /// A second release asks for the fan, too, and is refused: it was given back all the same.
 TEST(ControlledFans, believeAReleaseBehindWhichAnotherAsksForTheFan) {
     ControlledFans fans;
     take(fans, 0);
-    const auto first = fans.begin(0);
-    const auto second = fans.begin(0);
-    fans.released(0, first);
+    const auto first = fans.beginRelease(0);
+    const auto second = fans.beginRelease(0);
+    fans.released(first);
     EXPECT_THAT(fans.claimed(), IsEmpty());
-    fans.refusedToGoBack(0, second);
+    fans.refusedToGoBack(second);
     EXPECT_THAT(fans.claimed(), IsEmpty());
     EXPECT_THAT(fans.pending(), ElementsAre(0));
 }
@@ -123,42 +159,22 @@ TEST(ControlledFans, believeAReleaseBehindWhichAnotherAsksForTheFan) {
 TEST(ControlledFans, doNotForgetAFanThatIsBeingForcedAgain) {
     ControlledFans fans;
     take(fans, 0);
-    const auto givingBack = fans.begin(0);
+    const auto givingBack = fans.beginRelease(0);
     const auto forcing = fans.beginForcing(0);
-    fans.givenBack(0, givingBack);
+    fans.givenBack(givingBack);
     EXPECT_THAT(fans.claimed(), ElementsAre(0));
-    fans.forced(0, forcing);
+    fans.forced(forcing);
     EXPECT_THAT(fans.claimed(), ElementsAre(0));
 }
 
 TEST(ControlledFans, haveNotToGiveBackAFanForARefusalBehindWhichItWasForced) {
     ControlledFans fans;
-    const auto givingBack = fans.begin(0);
+    const auto givingBack = fans.beginRelease(0);
     const auto forcing = fans.beginForcing(0);
-    fans.refusedToGoBack(0, givingBack);
-    fans.forced(0, forcing);
+    fans.refusedToGoBack(givingBack);
+    fans.forced(forcing);
     EXPECT_THAT(fans.pending(), IsEmpty());
     EXPECT_THAT(fans.claimed(), ElementsAre(0));
-}
-
-TEST(ControlledFans, letTheRequestForOneFanDecideNothingAboutAnother) {
-    ControlledFans fans;
-    const auto forcing0 = fans.begin(0);
-    const auto forcing1 = fans.begin(1);
-    fans.forced(0, forcing0);
-    EXPECT_THAT(fans.claimed(), ElementsAre(0));
-    fans.forced(1, forcing0);
-    EXPECT_THAT(fans.claimed(), ElementsAre(0));
-    fans.forced(1, forcing1);
-    EXPECT_THAT(fans.claimed(), ElementsAre(0, 1));
-}
-
-TEST(ControlledFans, ignoreARequestForAFanThatWasNeverBegun) {
-    ControlledFans fans;
-    fans.forced(0, 0);
-    fans.refusedToGoBack(0, 0);
-    EXPECT_THAT(fans.claimed(), IsEmpty());
-    EXPECT_THAT(fans.pending(), IsEmpty());
 }
 
 TEST(ControlledFans, haveToGiveBackAFanThatIsHandedBackUntilItIsKept) {

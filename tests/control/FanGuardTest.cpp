@@ -146,6 +146,129 @@ TEST_F(FanGuardTest, asksAFanThatWasLeftForcedAgainAfterTwoSecondsWhenItRefuses)
     EXPECT_THAT(causes, IsEmpty());
 }
 
+/// A fan that refuses a release of the controller has ten seconds.
+TEST_F(FanGuardTest, asksAFanThatRefusesAgainAfterTwoSecondsWhenChecksWereOverdue) {
+    guard.begin();
+    system.runtime.advance(5s);
+    force(0);
+    system.mac.smc().add(Fault{.until = 14500ms, .key = "F0Md", .value = 0, .result = refused});
+    system.runtime.advance(9s);
+    ASSERT_THAT(causes, ElementsAre(ControlError(ChecksOverdue{})));
+    EXPECT_EQ(mode(0), FanMode::forced);
+    system.runtime.advance(3s);
+    EXPECT_EQ(mode(0), FanMode::automatic);
+    EXPECT_EQ(causes.size(), 1U);
+}
+
+TEST_F(FanGuardTest, tellsOfAFanThatItHasGivenBack) {
+    system.mac.setMode(0, FanMode::forced);
+    guard.begin();
+    system.runtime.advance(3s);
+    EXPECT_EQ(mode(0), FanMode::automatic);
+    EXPECT_THAT(givenBack, ElementsAre(0));
+}
+
+TEST_F(FanGuardTest, tellsOfNoFanThatRefuses) {
+    system.mac.setMode(0, FanMode::forced);
+    system.mac.smc().add(Fault{.key = "F0Md", .value = 0, .result = refused});
+    guard.begin();
+    system.runtime.advance(6s);
+    EXPECT_THAT(writes, testing::Contains("F0Md=0"));
+    EXPECT_THAT(givenBack, IsEmpty());
+}
+
+TEST_F(FanGuardTest, leavesAHeldFanAloneWhenItGivesBackAnotherOne) {
+    guard.begin();
+    force(1);
+    system.mac.setMode(0, FanMode::forced);
+    for (int second = 0; second < 8; ++second) {
+        write("F1Md", 1);
+        guard.checked();
+        guard.heard();
+        system.runtime.advance(1s);
+    }
+    EXPECT_EQ(mode(0), FanMode::automatic);
+    EXPECT_EQ(mode(1), FanMode::forced);
+    EXPECT_THAT(givenBack, ElementsAre(0));
+}
+
+/// "Ftst" waits for the driver, which another request keeps busy when the exit begins.
+TEST_F(FanGuardTest, tellsOfNoFanThatItLeavesToAnExit) {
+    system.mac.setMode(0, FanMode::forced);
+    system.mac.smc().add(
+        Fault{.key = "F0Md", .operation = Fault::Operation::read, .latency = 500ms});
+    system.mac.smc().add(Fault{.key = "FNum", .operation = Fault::Operation::read, .latency = 1s});
+    bool hasActed = false;
+    guard.acting = [&hasActed] { hasActed = true; };
+    guard.begin();
+    system.runtime.advance(2200ms);
+    system.runtime.detach("slow", keepDriverBusy(*this, 2300ms));
+    system.runtime.advance(500ms);
+    ASSERT_TRUE(hasActed);
+    gate.closeForExit();
+    system.runtime.advance(1500ms);
+    EXPECT_THAT(writes, IsEmpty());
+    EXPECT_THAT(givenBack, IsEmpty());
+    EXPECT_EQ(mode(0), FanMode::forced);
+}
+
+/// A release that knows of no fan writes nothing else.
+TEST_F(FanGuardTest, looksForHiddenFansTwoSecondsAfterForceTestWasRaisedAndLowered) {
+    guard.begin();
+    system.mac.setMode(1, FanMode::forced);
+    system.mac.smc().add(Fault{.until = 10s,
+                               .key = "F1Md",
+                               .operation = Fault::Operation::information,
+                               .result = std::uint8_t{0x84}});
+    system.runtime.advance(12s);
+    ASSERT_EQ(mode(1), FanMode::forced);
+    write("Ftst", 1);
+    write("Ftst", 0);
+    system.runtime.advance(1900ms);
+    EXPECT_EQ(mode(1), FanMode::forced);
+    system.runtime.advance(1200ms);
+    EXPECT_EQ(mode(1), FanMode::automatic);
+}
+
+/// As a plan does it that holds nothing any more.
+TEST_F(FanGuardTest, doesNotLookForHiddenFansWhenForceTestIsOnlyLowered) {
+    guard.begin();
+    system.runtime.advance(12s);
+    reads.clear();
+    for (int tick = 0; tick < 3; ++tick) {
+        write("Ftst", 0);
+        system.runtime.advance(5s);
+    }
+    EXPECT_THAT(reads, IsEmpty());
+}
+
+TEST_F(FanGuardTest, doesNotLookForHiddenFansWhenForceTestIsOnlyRaised) {
+    guard.begin();
+    system.runtime.advance(12s);
+    reads.clear();
+    write("Ftst", 1);
+    system.runtime.advance(5s);
+    EXPECT_THAT(reads, IsEmpty());
+}
+
+/// Start-up recovery raises it and lowers it, too.
+TEST_F(FanGuardTest, looksForNoFanBeforeItHasBegun) {
+    write("Ftst", 1);
+    write("Ftst", 0);
+    EXPECT_THAT(system.runtime.pending(), Not(testing::HasSubstr("guard")));
+    system.runtime.advance(10s);
+    EXPECT_THAT(reads, IsEmpty());
+}
+
+TEST_F(FanGuardTest, leavesOutTheSnapshotOfAMachineWithVeryManyTemperatures) {
+    force(0);
+    for (int read = 0; read < 500; ++read) {
+        (void)system.runtime.run(gate.tryReadValue("TC0P"));
+        system.runtime.advance(20ms);
+    }
+    EXPECT_THAT(causes, IsEmpty());
+}
+
 TEST_F(FanGuardTest, findsAFanThatCouldNotBeReadAtFirst) {
     system.mac.setMode(0, FanMode::forced);
     system.mac.smc().add(

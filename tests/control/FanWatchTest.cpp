@@ -97,6 +97,70 @@ TEST_F(FanWatchOfAForcedFan, leavesOutThePausesOfAClaimForTenSecondsAFan) {
     EXPECT_EQ(watch.overdue(), ControlError(ChecksOverdue{}));
 }
 
+/// Time passes in steps of half a second; in each so many temperatures are read.
+void sample(FanWatch& watch, Duration time, int temperatures) {
+    for (Duration left = time; left > Duration::zero(); left -= 500ms) {
+        watch.heard();
+        for (int read = 0; read < temperatures; ++read) watch.readTemperature();
+        watch.elapsed(500ms, Duration::zero());
+    }
+}
+
+TEST_F(FanWatchOfAForcedFan, leavesOutTwentyMillisecondsForEachTemperatureThatASnapshotReads) {
+    sample(watch, 10s, 5);  // explains 2 s
+    EXPECT_EQ(watch.overdue(), std::nullopt);
+    watch.elapsed(1ms, Duration::zero());
+    EXPECT_EQ(watch.overdue(), ControlError(ChecksOverdue{}));
+}
+
+TEST_F(FanWatchOfAForcedFan, leavesOutTwentySecondsOfASnapshotAtMost) {
+    sample(watch, 28s, 25);
+    EXPECT_EQ(watch.overdue(), std::nullopt);
+    watch.readTemperature();
+    watch.elapsed(1ms, Duration::zero());
+    EXPECT_EQ(watch.overdue(), ControlError(ChecksOverdue{}));
+}
+
+TEST_F(FanWatchOfAForcedFan, leavesOutAnotherTwentySecondsBehindTheNextCheck) {
+    for (int snapshot = 0; snapshot < 3; ++snapshot) {
+        sample(watch, 20s, 25);
+        watch.wrote(forcing());
+        watch.checked();
+    }
+    sample(watch, 28s, 25);
+    EXPECT_EQ(watch.overdue(), std::nullopt);
+}
+
+TEST_F(FanWatchOfAForcedFan, leavesOutNoMoreThanTheTimeThatWentBy) {
+    for (int read = 0; read < 1000; ++read) watch.readTemperature();
+    watch.elapsed(500ms, Duration::zero());
+    pass(watch, 8s, {.isHeard = true, .isAsserted = true});
+    EXPECT_EQ(watch.overdue(), std::nullopt);
+    pass(watch, 1ms, {.isHeard = true, .isAsserted = true});
+    EXPECT_EQ(watch.overdue(), ControlError(ChecksOverdue{}));
+}
+
+TEST_F(FanWatchOfAForcedFan, doesNotTakeTheFanForUnattendedDuringALongSnapshot) {
+    for (int second = 0; second < 18; ++second) {
+        watch.checked();
+        sample(watch, 1s, 25);
+    }
+    EXPECT_EQ(watch.overdue(), std::nullopt);
+}
+
+TEST_F(FanWatchOfAForcedFan, countsASilenceThroughALongSnapshot) {
+    for (int second = 0; second < 21; ++second) {
+        watch.checked();
+        watch.wrote(forcing());
+        for (int read = 0; read < 50; ++read) watch.readTemperature();
+        watch.elapsed(1s, Duration::zero());
+    }
+    EXPECT_EQ(watch.overdue(), std::nullopt);
+    watch.readTemperature();
+    watch.elapsed(1ms, Duration::zero());
+    EXPECT_EQ(watch.overdue(), ControlError(HeartbeatLost{}));
+}
+
 TEST_F(FanWatchOfAForcedFan, countsASleepOfTheMachineAsTwoSeconds) {
     watch.elapsed(std::chrono::hours(8), Duration::zero());
     pass(watch, 6s, {.isHeard = true, .isAsserted = true});

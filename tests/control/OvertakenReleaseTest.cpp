@@ -12,12 +12,12 @@ using testing::Not;
 
 TEST(OvertakenRelease, leavesAFanToBeGivenBackThatWasForcedBehindIt) {
     ControlledFans fans;
-    fans.forced(0, fans.begin(0));
+    fans.forced(fans.beginForcing(0));
     fans.handBack(0);
-    const auto release = fans.begin(0);
-    const auto step = fans.begin(0);
-    fans.released(0, release);
-    fans.forced(0, step);
+    const auto release = fans.beginRelease(0);
+    const auto step = fans.beginRelease(0);
+    fans.released(release);
+    fans.forced(step);
     EXPECT_THAT(fans.claimed(), ElementsAre(0));
     EXPECT_THAT(fans.pending(), ElementsAre(0));
 }

@@ -25,6 +25,8 @@ protected:
     void sawForced(std::int64_t fan, const std::string& key) override {
         seen.push_back(key + std::to_string(fan));
     }
+    void wroteForceTest(bool isRaised) override { forceTests.push_back(isRaised); }
+    void readTemperature() override { ++temperatures; }
     void driverBegins() override { ++begun; }
     void driverEnds() override { ++ended; }
 
@@ -34,6 +36,8 @@ protected:
 
     std::vector<ModeWrite> writes;
     std::vector<std::string> seen;
+    std::vector<bool> forceTests;
+    int temperatures = 0;
     int begun = 0;
     int ended = 0;
     simulation::SimulatedSystem system{*simulation::machinePreset("laptop")};
@@ -133,6 +137,38 @@ TEST_F(SMCGateTest, tellsOfWritesToModeKeysAndHowTheyWereAnswered) {
     EXPECT_EQ(writes[1].key, "F1Md");
     EXPECT_FALSE(writes[1].isForcing || writes[1].isTaken);
     EXPECT_TRUE(writes[2].isForcing && !writes[2].isTaken);
+}
+
+TEST_F(SMCGateTest, tellsOfForceTestAndOfTemperaturesThatAreRead) {
+    (void)write("Ftst", 1);
+    (void)write("Ftst", 0);
+    (void)write("F0Md", 0);
+    (void)system.runtime.run(gate.tryReadValue("TB0T"));
+    (void)system.runtime.run(gate.tryReadValue("F0Ac"));
+    EXPECT_EQ(forceTests, (std::vector{true, false}));
+    EXPECT_EQ(temperatures, 1);
+}
+
+TEST_F(SMCGateTest, withholdsWhatItsOnlyClientAskedForBeforeItWasInterrupted) {
+    gate.enter();
+    const auto before = gate.epoch();
+    gate.interrupt();
+    EXPECT_NE(gate.epoch(), before);
+    EXPECT_TRUE(gate.takesForcing());
+    EXPECT_EQ(write("F0Md", 1), taken);
+    gate.enter();
+    const auto withTwo = gate.epoch();
+    gate.interrupt();
+    EXPECT_EQ(gate.epoch(), withTwo);
+}
+
+TEST_F(SMCGateTest, withholdsNothingOfAnExitWhenTheLastClientGoes) {
+    gate.enter();
+    gate.closeForExit();
+    const auto exit = gate.epoch();
+    gate.interrupt();
+    EXPECT_TRUE(gate.leave());
+    EXPECT_EQ(gate.epoch(), exit);
 }
 
 TEST_F(SMCGateTest, tellsOfAFanThatSomebodyReadsToBeForced) {

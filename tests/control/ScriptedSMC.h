@@ -24,6 +24,7 @@ public:
         co_return co_await real.writeUInt8(std::move(key), value);
     }
     concurrency::Task<WriteResult> writeFloat(std::string key, double value) override {
+        if (targetAnswer) co_return *targetAnswer;
         co_return co_await real.writeFloat(std::move(key), value);
     }
     concurrency::Task<std::optional<smc::SMCValue>> tryReadValue(std::string key) override {
@@ -41,6 +42,7 @@ public:
     [[nodiscard]] bool takesForcing() const override { return isForcingTaken; }
 
     bool isForcingTaken = true;
+    std::optional<WriteResult> targetAnswer;  ///< of every target; it does not reach the SMC
     std::map<std::pair<std::string, std::uint8_t>, WriteResult> answers;
     std::map<std::string, std::optional<smc::SMCValue>> readings;
     /// The keys that were tried, whether they are there or not.

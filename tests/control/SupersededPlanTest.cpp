@@ -98,7 +98,8 @@ TEST_F(SupersededPlan, keepsItsResultWhenItWasTakingItsSnapshotAndTakesNoStep) {
     supersedeAtRead("FNum");
     EXPECT_EQ(bench.run(bench.controller().setManual(0, 3000)), ControlResult::applied());
     bench.advance(1s);
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=1", "Ftst=1", "F0Md=0", "Ftst=0"));
+    EXPECT_THAT(bench.writes,
+                ElementsAre("Ftst=1", "F0Md=1", "Ftst=1", "F0Md=0", "Ftst=0", "Ftst=0"));
     expectOver();
 }
 

@@ -100,8 +100,20 @@ TEST_F(WithheldForcing, atTheStartLetsTheExitFindTheFanThatRecoveryCouldNotRead)
     EXPECT_EQ(bench.run(controller.restoreAllFansToAutomatic()), std::nullopt);
     EXPECT_EQ(modeOf(1), FanMode::forced);
     bench.smc.readings.clear();
-    bench.run(controller.restoreAutoAtExit());
+    bench.run(controller.restoreAutoAtExit(false));
     EXPECT_EQ(modeOf(1), FanMode::automatic);
+}
+
+TEST_F(WithheldForcing, showsNoTargetThatWasWithheldBesideIt) {
+    bench.smc.targetAnswer = std::unexpected(smc::SMCError::withheld());
+    EXPECT_EQ(bench.run(controller.setManual(0, 3000)), ControlResult::applied());
+    EXPECT_THAT(bench.run(controller.currentState()).targets, IsEmpty());
+}
+
+TEST_F(WithheldForcing, isNoReasonNotToShowATargetThatWasRefused) {
+    bench.smc.targetAnswer = std::uint8_t{0x86};
+    EXPECT_EQ(bench.run(controller.setManual(0, 3000)), ControlResult::applied());
+    EXPECT_THAT(bench.run(controller.currentState()).targets, ElementsAre(testing::Pair(0, 3000)));
 }
 
 TEST_F(WithheldForcing, isOverForAPlanThatComesWhenForcingIsTakenAgain) {

@@ -86,6 +86,13 @@ TEST_F(GoneClients, setNoSpeedWhenTheNextHasCome) {
     expectRejected();
 }
 
+TEST_F(GoneClients, setNoSpeedWhenTheirConnectionWasInterrupted) {
+    first.exported->setManualRPM(0, 3000, keepCode());
+    first.interrupted();
+    runtime.advance(1s);
+    expectRejected();
+}
+
 TEST_F(GoneClients, putNoPlanInForceWhenTheNextHasCome) {
     first.exported->applyConfig(
         R"({"fans":[{"fanID":0,"mode":{"fixedRPM":{"_0":2500}}}],"rules":[],"tuning":)"

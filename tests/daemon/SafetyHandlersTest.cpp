@@ -150,7 +150,7 @@ TEST_P(SafetyHandlersTest, aFanThatRefusesToTheEndDoesNotKeepTheProcessAlive) {
     bench.mac.smc().add({.key = "F0Md", .value = 0, .result = std::uint8_t{0x86}});
     deliver(Signal::terminate);
     bench.advance(10s);
-    EXPECT_EQ(bench.end(), (ProcessEnd{.time = 1s, .status = 143}));
+    EXPECT_EQ(bench.end(), (ProcessEnd{.time = 4s, .status = 143}));
     EXPECT_THAT(bench.modes(), ElementsAre(FanMode::forced, FanMode::automatic));
 }
 

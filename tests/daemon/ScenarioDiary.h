@@ -30,6 +30,9 @@ public:
         }
         simulation::ScenarioRun(*scenario, *this, seed).play(scenario->length());
     }
+    explicit ScenarioDiary(const simulation::Scenario& scenario) {
+        simulation::ScenarioRun(scenario, *this, 0).play(scenario.length());
+    }
 
     /// How long the fan has been forced in all, in seconds, from a second on.
     [[nodiscard]] double secondsForced(std::size_t fan, double from = 0) const {
@@ -83,14 +86,18 @@ public:
             modeChanged(time, fan, mac.fan(fan).mode);
         }
     }
+    void guarded(Duration time) override { guardActed.push_back(seconds(time)); }
     void ended(const simulation::ProcessEnd& end) override {
         statuses.push_back(end.status);
+        ends.push_back(seconds(end.time));
         last = seconds(end.time);
     }
 
     std::vector<std::string> errors;  ///< without repetitions
     std::vector<std::int64_t> codes;
     std::vector<int> statuses;
+    std::vector<double> ends;        ///< of the process, in seconds
+    std::vector<double> guardActed;  ///< when the guard gave fans back
     std::string log;
     int writes = 0;
 

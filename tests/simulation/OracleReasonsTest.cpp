@@ -13,6 +13,11 @@ control::ControlError refusedRelease() {
         {{.key = "F0Md", .answer = smc::SMCWriting::WriteResult(std::uint8_t{0x86})}}};
 }
 
+/// In an ordinary run the guard has nothing to do.
+HIDHang reasonForTheGuard() {
+    return {.from = 600s, .until = 601s};
+}
+
 class OracleStandingReasonTest : public OracleTrace {};
 
 TEST_F(OracleStandingReasonTest, keepsTheReasonOfASafetyRelease) {
@@ -69,9 +74,64 @@ TEST_F(OracleStandingReasonTest, forgetsItWhenTheSMCSaysSoAndTheFanRefusesTheGua
     expectNoViolation();
 }
 
+control::ControlError refusedForceTest() {
+    return control::NotRestored{
+        {{.key = "Ftst", .answer = smc::SMCWriting::WriteResult(std::uint8_t{0x86})}}};
+}
+
+TEST_F(OracleStandingReasonTest, keepsTheRefusalOfForceTestUntilItIsLowered) {
+    serve();
+    hold(1s);
+    leave(5s);
+    giveBack(5s);
+    write(5s, "Ftst", 0, refusal);
+    publish(5s, refusedForceTest());
+    write(6s, "Ftst", 1);
+    write(6s, "Ftst", 0, refusal);
+    publish(6s, refusedForceTest());
+    expectNoViolation();
+    publish(7s);
+    expectViolation(Property::stateIsTrue, 7s);
+}
+
+TEST_F(OracleStandingReasonTest, forgetsTheRefusalOfForceTestWhenItWasLowered) {
+    serve();
+    hold(1s);
+    leave(5s);
+    giveBack(5s);
+    write(5s, "Ftst", 0, refusal);
+    publish(5s, refusedForceTest());
+    write(7s, "Ftst", 0);
+    publish(7s);
+    expectNoViolation();
+}
+
+TEST_F(OracleStandingReasonTest, isToldAnewWhenTheGuardHasActed) {
+    scenario.hidHangs.push_back(reasonForTheGuard());
+    serve();
+    hold(1s);
+    giveBack(17s);
+    publish(17s, control::HeartbeatLost{});
+    oracle().guarded(18s);
+    publish(18s);
+    expectNoViolation();
+}
+
 // reasonsAreTrue
 
-class OracleReasonTest : public OracleTrace {};
+class OracleReasonTest : public OracleTrace {
+protected:
+    /// The hold loop asserts what it holds at 7 s, and the guard acts and tells why.
+    void checkAtSevenAndGuard(Duration guarded, Duration told) {
+        scenario.hidHangs.push_back(reasonForTheGuard());
+        serve();
+        hold(1s);
+        write(7s, "F0Md", 1);
+        oracle().guarded(guarded);
+        if (told > guarded) write(told, "F0Md", 1);
+        publish(told, control::ChecksOverdue{});
+    }
+};
 
 TEST_F(OracleReasonTest, isASilenceOfMoreThanFifteenSeconds) {
     serve();
@@ -100,6 +160,12 @@ TEST_F(OracleReasonTest, isASilenceThatEndedWithinTheLastThreeSeconds) {
     (void)call(17s, Method::heartbeat);
     publish(20s - instant, control::HeartbeatLost{});
     expectNoViolation();
+}
+
+TEST_F(OracleReasonTest, isNotASilenceThatEndedThreeSecondsAgo) {
+    serve();
+    (void)call(1s, Method::heartbeat);
+    (void)call(17s, Method::heartbeat);
     publish(20s, control::HeartbeatLost{});
     expectViolation(Property::reasonsAreTrue, 20s);
 }
@@ -151,25 +217,31 @@ TEST_F(OracleReasonTest, areMissingTemperaturesWhereSomeCannot) {
 }
 
 TEST_F(OracleReasonTest, areChecksOfMoreThanFiveSecondsAgo) {
-    serve();
-    hold(1s);
-    write(7s, "F0Md", 1);
-    publish(12s + instant, control::ChecksOverdue{});
+    checkAtSevenAndGuard(12s + instant, 12s + instant);
     expectNoViolation();
 }
 
 TEST_F(OracleReasonTest, areNoChecksOfLess) {
-    serve();
-    hold(1s);
-    write(7s, "F0Md", 1);
-    publish(12s, control::ChecksOverdue{});
+    checkAtSevenAndGuard(12s, 12s);
     expectViolation(Property::reasonsAreTrue, 12s);
 }
 
+TEST_F(OracleReasonTest, isNotDisprovedByACheckThatComesWhenTheGuardHasMadeUpItsMind) {
+    checkAtSevenAndGuard(12s + instant, 13s);
+    expectNoViolation();
+}
+
+TEST_F(OracleReasonTest, isDisprovedByACheckFiveSecondsBeforeTheGuardActedHoweverLateItIsTold) {
+    checkAtSevenAndGuard(12s, 13s);
+    expectViolation(Property::reasonsAreTrue, 13s);
+}
+
 TEST_F(OracleReasonTest, isNotDisprovedByTheClaimOfACommand) {
+    scenario.hidHangs.push_back(reasonForTheGuard());
     serve();
     hold(1s);
     hold(7s);
+    oracle().guarded(12s);
     publish(12s, control::ChecksOverdue{});
     expectNoViolation();
 }

@@ -217,7 +217,7 @@ TEST_F(OracleLieTest, aFanThatTheSMCForcedAndDeniedIsFoundAfterTheNextRelease) {
     poll(1s);
     reply(2s, id, Method::setManualRPM, ControlResult::rejected(refusal));
     leave(5s);
-    expectViolationJustAfter(9500ms, Property::hiddenFansAreFound);
+    expectViolationJustAfter(11500ms, Property::hiddenFansAreFound);
 }
 
 TEST_F(OracleLieTest, aFanThatIsForcedAgainIsJudgedAsAnyOther) {

@@ -87,6 +87,29 @@ TEST_F(OracleStateTest, mayBeIdleWhenItWasAskedForBeforeTheCommand) {
     expectNoViolation();
 }
 
+TEST_F(OracleStateTest, mayBeIdleWhileTheDriverIsBusy) {
+    serve();
+    hold(1s);
+    keepBusy(4s, 1s);
+    tellState(5s - instant, ControlState::idle());
+    expectNoViolation();
+    tellState(5s, ControlState::idle());
+    expectViolation(Property::stateIsTrue, 5s);
+}
+
+/// An earlier process has left it forced, and it has refused since whatever it was asked.
+TEST_F(OracleStateTest, mayBeIdleOverAFanThatTheDaemonHasNotFound) {
+    scenario.machine.fans[0].mode = 1;
+    oracle().started(0s);
+    ask(0s, "F0Md", refusal);
+    listen();
+    const auto id = call(1s, manual());
+    poll(1s);
+    reply(1s, id, Method::setManualRPM, ControlResult::rejected(134));
+    tellState(13s, ControlState::idle());
+    expectNoViolation();
+}
+
 TEST_F(OracleStateTest, holdsNothingThreeSecondsAfterARelease) {
     serve();
     hold(1s);
@@ -139,14 +162,14 @@ TEST_F(OracleStateTest, tellsNoTargetOfAFanThatWasGivenBack) {
     expectViolation(Property::stateIsTrue, 8s + instant);
 }
 
-TEST_F(OracleStateTest, mayTellAStopAfterEveryFanWasGivenBackUntilTheNextStep) {
+TEST_F(OracleStateTest, mayTellOfAFanThatIsBackAndRefusesAllTheSame) {
+    addFan();
     serve();
-    hold(1s);
-    leave(5s);
-    giveBack(5s);
-    ControlState state;
-    state.stoppedFans = {0};
-    tellState(60s, state);
+    hold(1s, 1);
+    hold(1s, 0);
+    giveBackInPart();
+    refuse(6s);
+    tellState(60s, withMode(ControlMode::manual));
     expectNoViolation();
 }
 
@@ -198,6 +221,17 @@ TEST_F(OracleStateTest, tellsFullBlastOfAFanThatIsHeldAtAHundredPercent) {
     expectNoViolation();
     tellState(7s, withMode(ControlMode::manual));
     expectViolation(Property::stateIsTrue, 7s);
+}
+
+TEST_F(OracleStateTest, mayTellAnotherModeOfAFanThatIsBeingGivenBack) {
+    serve();
+    hold(1s);
+    const auto id = call(5s, Method::fullBlast);
+    force(5s);
+    reply(5s, id, Method::fullBlast);
+    oracle().modeChanged(6s, 0, FanMode::automatic);
+    tellState(6s, withMode(ControlMode::manual));
+    expectNoViolation();
 }
 
 TEST_F(OracleStateTest, tellsFullBlastOfNoOther) {

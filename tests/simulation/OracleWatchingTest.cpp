@@ -108,8 +108,8 @@ TEST_F(OracleSilenceTest, aWallClockThatIsSetBackLeavesItToTheGuard) {
     serve();
     hold(1s);
     oracle().clockJumped(2s, -7);
-    check(2s, 24s);
-    expectViolationJustAfter(24s, Property::silenceEndsControl);
+    check(2s, 25s);
+    expectViolationJustAfter(25s, Property::silenceEndsControl);
 }
 
 TEST_F(OracleSilenceTest, theNextHeartbeatMakesUpForThat) {

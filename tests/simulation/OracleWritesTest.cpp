@@ -109,13 +109,29 @@ TEST_F(OracleForceTestTest, mayStayOnAfterARefusal) {
 TEST_F(OracleForceTestTest, mayStayOnAfterARefusalLongBeforeTheReleaseUnlessItWasLoweredSince) {
     serve();
     hold(1s);
-    write(5s, "Ftst", 1, refusal);
+    write(4s, "Ftst", 1, refusal);
     write(6s, "Ftst", 0);
     ASSERT_TRUE(machine().smc().poke("Ftst", 1));
     vanish(10s);
     write(10s, "Ftst", 1);
     giveBack(10s);
     expectViolationJustAfter(13s, Property::forceTestIsLowered);
+}
+
+/// Its key is asked about, which lowers nothing.
+TEST_F(OracleForceTestTest, mayStayOnAfterARefusalBehindWhichItWasNotLowered) {
+    serve();
+    hold(1s);
+    write(6s, "Ftst", 0);
+    poll(7s);
+    ask(8s, "Ftst");
+    read(8s, "Ftst", 0);
+    ASSERT_TRUE(machine().smc().poke("Ftst", 1));
+    vanish(10s);
+    write(10s, "Ftst", 1);
+    giveBack(10s);
+    look(600s);
+    expectNoViolation();
 }
 
 // forceTestComesFirst
@@ -161,6 +177,46 @@ TEST_F(OracleForceTestTest, countsAsRaisedWhereItCannotBeWritten) {
     ask(5s, "Ftst", refusal);
     giveBack(5s);
     expectNoViolation();
+}
+
+/// The tick gives back a fan that it does not want.
+TEST_F(OracleForceTestTest, isNotRaisedByATickThatIsUnderWayWhenTheReasonArises) {
+    serve();
+    hold(1s);
+    read(4s, "FNum", 1);
+    vanish(5s);
+    giveBack(5s);
+    expectNoViolation();
+}
+
+TEST_F(OracleForceTestTest, isNotRaisedByATickThatBeginsBehindTheReason) {
+    serve();
+    hold(1s);
+    vanish(5s);
+    read(5s, "FNum", 1);
+    giveBack(5s);
+    expectNoViolation();
+}
+
+TEST_F(OracleForceTestTest, isRaisedAgainWhenTheTickHasToldItsState) {
+    serve();
+    hold(1s);
+    read(4s, "FNum", 1);
+    publish(4s);
+    vanish(5s);
+    giveBack(5s);
+    expectViolation(Property::forceTestComesFirst, 5s);
+}
+
+TEST_F(OracleForceTestTest, isRaisedWhateverTickAnEarlierLifeWasIn) {
+    serve();
+    read(2s, "FNum", 1);
+    end(2s, 137, true);
+    serve(3s);
+    hold(4s);
+    vanish(5s);
+    giveBack(5s);
+    expectViolation(Property::forceTestComesFirst, 5s);
 }
 
 TEST_F(OracleForceTestTest, mayHaveBeenRaisedByARetryThatIsInItsMiddle) {

@@ -37,7 +37,7 @@ TEST(SoakResult, isWrittenAndReadAgain) {
     const auto text = json::encode(sample());
     ASSERT_TRUE(text);
     EXPECT_TRUE(text->starts_with(
-        R"({"format":"airflow soak","version":1,"build":"1.0.3+6","asked":[{"first":1,"last":1000}],)"
+        R"({"format":"airflow soak","version":2,"build":"1.0.3+6","asked":[{"first":1,"last":1000}],)"
         R"("done":[{"first":1,"last":400}],"simulatedSeconds":72000.5,)"
         R"("violations":[{"seed":17,"property":"stateIsTrue","message":"lie"},)"))
         << *text;
@@ -82,8 +82,8 @@ TEST(SoakResult, ofAllSeedsIsCountedWithoutOverflow) {
 }
 
 TEST(SoakResult, ofAnotherFormatOrVersionIsRefusedBeforeAnythingElse) {
-    EXPECT_EQ(errorOf(R"({"format":"airflow soak","version":2,"new":[]})"),
-              "file: version: Expected version 1.");
+    EXPECT_EQ(errorOf(R"({"format":"airflow soak","version":3,"new":[]})"),
+              "file: version: Expected version 2.");
     EXPECT_EQ(errorOf(R"({"format":"trace","version":1})"),
               "file: format: Expected \"airflow soak\".");
     EXPECT_EQ(errorOf(R"({"machine":"laptop"})"), "file: The required key \"format\" is missing.");

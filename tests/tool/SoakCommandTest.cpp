@@ -238,8 +238,8 @@ TEST_F(SoakCommand, namesTheFileAndThePlaceOfGarbage) {
         EXPECT_THAT(run.err, StartsWith(prefix));
         return run.err.substr(std::min(prefix.size(), run.err.size()));
     };
-    EXPECT_EQ(errorOf(R"({"format":"airflow soak","version":2})"),
-              ": version: Expected version 1.\n");
+    EXPECT_EQ(errorOf(R"({"format":"airflow soak","version":3})"),
+              ": version: Expected version 2.\n");
     EXPECT_THAT(errorOf(""), StartsWith(":1:1: "));
     EXPECT_THAT(errorOf("10 seeds, 0 violations\n"), StartsWith(":1:"));
     EXPECT_THAT(errorOf(std::string(1000, '[')), StartsWith(":1:17: "));
