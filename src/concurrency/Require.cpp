@@ -76,7 +76,9 @@ Line uncaught() noexcept {
 
 /// Whoever else writes through the same description of the file sees it as it was, a moment later.
 void writeWithoutWaiting(std::string_view line) noexcept {
-    (void)signal(SIGPIPE, SIG_IGN);  // a reader that is gone is not the reason of this end
+    // A reader that is gone, or a log that may not grow, is not the reason of this end.
+    (void)signal(SIGPIPE, SIG_IGN);
+    (void)signal(SIGXFSZ, SIG_IGN);
     const int flags = fcntl(STDERR_FILENO, F_GETFL);
     if (flags < 0) return;
     if (fcntl(STDERR_FILENO, F_SETFL, flags | O_NONBLOCK) < 0) return;

@@ -15,13 +15,15 @@ bool isAnyLater(const std::map<ControlledFans::Fan, std::uint64_t>& latest,
 }  // namespace
 
 ControlledFans::Request ControlledFans::beginRelease(Fan fan) {
-    latestReleases[fan] = ++lastNumber;
-    return {.fan = fan, .number = lastNumber};
+    const std::uint64_t number = ++lastNumber;
+    latestReleases[fan] = number;
+    return {.fan = fan, .number = number};
 }
 
 ControlledFans::Request ControlledFans::beginForcing(Fan fan) {
-    latestForcings[fan] = ++lastNumber;
-    return {.fan = fan, .number = lastNumber};
+    const std::uint64_t number = ++lastNumber;
+    latestForcings[fan] = number;
+    return {.fan = fan, .number = number};
 }
 
 bool ControlledFans::isLatest(const Request& request) const {

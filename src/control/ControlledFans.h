@@ -5,6 +5,7 @@
 // later decides, because it answers in the order in which it is asked.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -28,6 +29,8 @@ public:
     [[nodiscard]] Request beginRelease(Fan fan);
     /// The same for a 1: a 0 before it says nothing any more.
     [[nodiscard]] Request beginForcing(Fan fan);
+    /// The number of the latest request. Any thread may call this.
+    [[nodiscard]] std::uint64_t lastRequest() const { return lastNumber; }
     /// The SMC took the 1 of this request: the fan is under control, unless it has taken a later 0.
     /// What is refused afterwards, a 1 or a 0, takes nothing back.
     void forced(const Request& request);
@@ -78,7 +81,7 @@ private:
     std::map<Fan, std::uint64_t> latestReleases;
     std::map<Fan, std::uint64_t> takenForcings;  ///< the latest 1 that the SMC took
     std::map<Fan, std::uint64_t> takenReleases;  ///< the latest 0 that it took
-    std::uint64_t lastNumber = 0;
+    std::atomic<std::uint64_t> lastNumber = 0;
 };
 
 }  // namespace airflow::control

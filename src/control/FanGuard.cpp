@@ -24,12 +24,13 @@ Finding findingOf(const std::expected<smc::SMCValue, smc::SMCError>& read) {
 }  // namespace
 
 FanGuard::FanGuard(concurrency::Runtime& guardRuntime, SMCGate& guardedGate, Release guardRelease,
-                   GivenBack fanGivenBack)
+                   GivenBack fanGivenBack, LastRequest controllersLastRequest)
     : Actor(guardRuntime.makeExecutor("guard")),
       runtime(guardRuntime),
       gate(guardedGate),
       release(std::move(guardRelease)),
-      givenBack(std::move(fanGivenBack)) {
+      givenBack(std::move(fanGivenBack)),
+      lastRequest(std::move(controllersLastRequest)) {
     gate.observe(*this);
 }
 
@@ -133,20 +134,21 @@ FanGuard::Due FanGuard::lookAtWatch() {
 /// Gives back these fans, or all that may be forced. Returns those that the SMC took. One that
 /// refuses is asked again, by the controller or by the next look; "Ftst" goes on for it, and for
 /// fans that are held.
-Task<std::set<FanWatch::Fan>> FanGuard::giveBack(std::map<FanWatch::Fan, std::string> fans) {
+Task<FanGuard::Taken> FanGuard::giveBack(std::map<FanWatch::Fan, std::string> fans) {
     {
         const std::lock_guard lock(mutex);
         if (fans.empty()) fans = watch.mayBeForced();
     }
     if (acting) acting();
-    std::set<FanWatch::Fan> taken;
+    Taken taken;
     // The mode key's answer is what counts; but an exit that has begun meanwhile restores
     // everything.
     const auto raised = co_await gate.writeUInt8("Ftst", 1);
     if (!raised && raised.error() == smc::SMCError::withheld()) co_return taken;
     for (const auto& [fan, key] : fans) {
+        const std::uint64_t before = lastRequest();
         const auto written = co_await gate.writeUInt8(key, 0);
-        if (written && *written == 0) taken.insert(fan);
+        if (written && *written == 0) taken.emplace(fan, before);
     }
     bool isAnyLeft = false;
     {
@@ -170,7 +172,7 @@ Task<void> FanGuard::look(FanWatch::Look due) {
     if (!isLeftForced) co_return;
     std::map<FanWatch::Fan, std::string> fan{{due.fan, found.key}};
     const auto taken = co_await giveBack(std::move(fan));
-    if (taken.contains(due.fan)) givenBack(due.fan);
+    for (const auto& [takenFan, before] : taken) givenBack({.fan = takenFan, .number = before});
     const std::lock_guard lock(mutex);
     watch.noteOwn(due.fan);
 }

@@ -8,11 +8,11 @@
 #include <functional>
 #include <map>
 #include <mutex>
-#include <set>
 #include <string>
 
 #include "concurrency/Actor.h"
 #include "concurrency/Runtime.h"
+#include "control/ControlledFans.h"
 #include "control/FanWatch.h"
 #include "control/SMCGate.h"
 
@@ -25,14 +25,18 @@ class FanGuard final : public concurrency::Actor, public GateObserver {
 public:
     /// Asks the controller to end what it holds. Must not block.
     using Release = std::function<void(ControlError cause)>;
-    /// Tells the controller that this fan was given back. Must not block.
-    using GivenBack = std::function<void(FanWatch::Fan fan)>;
+    /// Tells the controller that the fan was given back after its request of this number. Must not
+    /// block.
+    using GivenBack = std::function<void(ControlledFans::Request after)>;
+    /// The number of the controller's latest request. Called on the guard's executor.
+    using LastRequest = std::function<std::uint64_t()>;
 
     /// Called, on the guard's executor, before it gives fans back. Set before the first request.
     std::function<void()> acting;
 
     /// Observes the gate from now on. Both outlive the guard.
-    FanGuard(concurrency::Runtime& runtime, SMCGate& gate, Release release, GivenBack givenBack);
+    FanGuard(concurrency::Runtime& runtime, SMCGate& gate, Release release, GivenBack givenBack,
+             LastRequest lastRequest);
 
     // Any thread may call these.
     void checked();
@@ -65,13 +69,16 @@ private:
         std::string key{};  ///< the mode key that told
     };
     concurrency::Task<Found> find(FanWatch::Look look);
-    concurrency::Task<std::set<FanWatch::Fan>> giveBack(std::map<FanWatch::Fan, std::string> fans);
+    /// The controller's latest request before each fan that the SMC took.
+    using Taken = std::map<FanWatch::Fan, std::uint64_t>;
+    concurrency::Task<Taken> giveBack(std::map<FanWatch::Fan, std::string> fans);
     [[nodiscard]] Duration busyUpTo(concurrency::Instant now) const;
 
     concurrency::Runtime& runtime;
     SMCGate& gate;
     const Release release;
     const GivenBack givenBack;
+    const LastRequest lastRequest;
     mutable std::mutex mutex;  ///< of what follows
     FanWatch watch;
     bool isWatching = false;

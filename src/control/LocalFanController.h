@@ -78,9 +78,11 @@ public:
     /// over only when every fan has gone back.
     concurrency::Task<void> restoreAutoAtExit(bool triesAgain);
 
-    /// Somebody else has asked this fan to go back: it is not held any more. A plan that wants it
-    /// claims it again.
-    concurrency::Task<void> noteGivenBack(std::int64_t fan);
+    /// The number of the controller's latest request for a fan. Any thread may call this.
+    [[nodiscard]] std::uint64_t lastRequest() const { return fans.lastRequest(); }
+    /// Somebody else has given a fan back, after the request of this number: it is not held any
+    /// more, unless a later request forces it. A plan that wants it claims it again.
+    concurrency::Task<void> noteGivenBack(ControlledFans::Request after);
 
     /// Gives every fan back and forgets the plan, because of `cause`, which is published.
     concurrency::Task<void> releaseForSafety(ControlError cause);

@@ -223,10 +223,12 @@ Task<void> LocalFanController::lowerForceTestIfIdle() {
     (void)co_await smc.writeUInt8("Ftst", 0);
 }
 
-Task<void> LocalFanController::noteGivenBack(Fan fan) {
-    const bool wasClaimed = fans.claimed().contains(fan);
-    fans.givenBack(fans.beginRelease(fan));
-    if (wasClaimed) publishState(state.isHolding && !fans.claimed().empty(), state.cause);
+Task<void> LocalFanController::noteGivenBack(ControlledFans::Request after) {
+    const bool wasClaimed = fans.claimed().contains(after.fan);
+    fans.givenBack(after);
+    const bool isClaimed = fans.claimed().contains(after.fan);
+    if (wasClaimed && !isClaimed)
+        publishState(state.isHolding && !fans.claimed().empty(), state.cause);
     startDueWatching();
     co_return;
 }

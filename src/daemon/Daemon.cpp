@@ -50,9 +50,10 @@ void Daemon::buildController() {
             platform.runtime.detach("release of the guard",
                                     controller->releaseForSafety(std::move(cause)));
         },
-        [this](std::int64_t fan) {
-            platform.runtime.detach("fan of the guard", controller->noteGivenBack(fan));
-        });
+        [this](control::ControlledFans::Request after) {
+            platform.runtime.detach("fan of the guard", controller->noteGivenBack(after));
+        },
+        [this] { return controller->lastRequest(); });
     guard->acting = platform.guarded;
     controller->checked = [this] { guard->checked(); };
     // A stream keeps what nobody reads, so one that nobody is told of is closed, which ends the

@@ -52,7 +52,8 @@ protected:
     SMCGate gate{system.smc.executor(), system.smc, system.smc};
     FanGuard guard{system.runtime, gate,
                    [this](ControlError cause) { causes.push_back(std::move(cause)); },
-                   [this](std::int64_t fan) { givenBack.push_back(fan); }};
+                   [this](ControlledFans::Request after) { givenBack.push_back(after.fan); },
+                   [] { return std::uint64_t{0}; }};
 };
 
 TEST_F(FanGuardTest, givesEveryFanBackWhenTheChecksAreOverdue) {

@@ -13,12 +13,16 @@ protected:
         bench.settle();
         forget(bench);
     }
+    void giveBack(std::int64_t fan) {
+        const std::uint64_t before = bench.controller().lastRequest();
+        bench.run(bench.controller().noteGivenBack({.fan = fan, .number = before}));
+    }
 
     ControllerBench bench{steadyMachine(), withoutJitter};
 };
 
 TEST_F(FansOfTheGuard, areToldAsNotHeldAtOnce) {
-    bench.run(bench.controller().noteGivenBack(0));
+    giveBack(0);
     bench.settle();
     ASSERT_THAT(told(bench.published), ElementsAre("holding"));
     EXPECT_THAT(bench.published.back().perFanMode, ElementsAre(Key(1)));
@@ -26,25 +30,36 @@ TEST_F(FansOfTheGuard, areToldAsNotHeldAtOnce) {
 }
 
 TEST_F(FansOfTheGuard, endTheHoldWithTheLastOfThem) {
-    bench.run(bench.controller().noteGivenBack(0));
-    bench.run(bench.controller().noteGivenBack(1));
+    giveBack(0);
+    giveBack(1);
     bench.settle();
     EXPECT_THAT(told(bench.published), ElementsAre("holding", "not holding"));
     EXPECT_EQ(bench.published.back(), ControlState::idle());
 }
 
 TEST_F(FansOfTheGuard, areNoNewsWhereTheyWereNotHeld) {
-    bench.run(bench.controller().noteGivenBack(1));
+    giveBack(1);
     bench.settle();
     forget(bench);
-    bench.run(bench.controller().noteGivenBack(1));
+    giveBack(1);
     bench.settle();
     EXPECT_THAT(bench.published, IsEmpty());
 }
 
+TEST_F(FansOfTheGuard, stayHeldWhenALaterRequestForcedThemAgain) {
+    const std::uint64_t before = bench.controller().lastRequest();
+    bench.mac().setMode(0, FanMode::automatic);
+    bench.advance(2s);  // the hold loop claims the fan again
+    forget(bench);
+    bench.run(bench.controller().noteGivenBack({.fan = 0, .number = before}));
+    bench.settle();
+    EXPECT_THAT(bench.published, IsEmpty());
+    EXPECT_THAT(bench.state().perFanMode, ElementsAre(Key(0), Key(1)));
+}
+
 TEST_F(FansOfTheGuard, areClaimedAgainByThePlanThatWantsThem) {
     bench.mac().setMode(0, FanMode::automatic);
-    bench.run(bench.controller().noteGivenBack(0));
+    giveBack(0);
     bench.advance(2s);
     EXPECT_EQ(bench.mac().fan(0).mode, FanMode::forced);
     EXPECT_THAT(bench.state().perFanMode, ElementsAre(Key(0), Key(1)));

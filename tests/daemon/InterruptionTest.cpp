@@ -36,7 +36,8 @@ protected:
     simulation::SimulatedSystem system{*simulation::machinePreset("laptop")};
     control::SMCGate gate{system.smc.executor(), system.smc, system.smc};
     control::FanGuard guard{system.runtime, gate, [](const control::ControlError&) {},
-                            [](std::int64_t) {}};
+                            [](control::ControlledFans::Request) {},
+                            [] { return std::uint64_t{0}; }};
     Attendance attendance{gate, guard};
     RecordingProcess process{journal};
     std::shared_ptr<control::LocalFanController> controller =

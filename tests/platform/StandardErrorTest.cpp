@@ -1,8 +1,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <array>
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "platform/posix/StandardError.h"
@@ -64,6 +67,20 @@ TEST_F(StandardErrorTest, aReaderThatIsGoneEndsNothing) {
     sink.write("to nobody\n");
     sink.write("again\n");
     SUCCEED() << "still here";
+}
+
+/// In a process of its own, whose files may not grow.
+[[noreturn]] void writeToAFullFile(StandardError& sink) {
+    const rlimit none{.rlim_cur = 0, .rlim_max = 0};
+    (void)setrlimit(RLIMIT_FSIZE, &none);
+    (void)dup2(fileno(std::tmpfile()), STDERR_FILENO);
+    sink.write("to a full file\n");
+    std::_Exit(EXIT_SUCCESS);
+}
+
+TEST_F(StandardErrorTest, aFileThatMayNotGrowEndsNothing) {
+    dup2(saved, STDERR_FILENO);  // where the test's own process tells what went wrong
+    EXPECT_EXIT(writeToAFullFile(sink), testing::ExitedWithCode(EXIT_SUCCESS), "");
 }
 
 TEST_F(StandardErrorTest, aClosedDescriptorEndsNothing) {

@@ -2,7 +2,7 @@
 // processes, because the moments that matter lie between threads of one. The pauses are random, but
 // few milliseconds each.
 #include <atomic>
-#include <iostream>
+#include <memory>
 #include <thread>
 
 #include "RandomLoad.h"
@@ -21,13 +21,15 @@ protected:
         for (int client = 0; client < 2; ++client) {
             std::vector<std::string> commands;
             for (int i = 0; i < 50; ++i) commands.push_back(anyCommand());
-            clients.emplace_back([this, &isOver, commands = std::move(commands)] {
-                RawClient connection(helperSocket());
-                for (std::size_t i = 0; !isOver; i = (i + 1) % commands.size()) {
-                    if (!connection.trySend(commands[i])) return;  // the daemon is gone
-                    std::this_thread::sleep_for(200us);
-                }
-            });
+            // Connected before the end is brought about, however late the thread begins.
+            auto connection = std::make_unique<RawClient>(helperSocket());
+            clients.emplace_back(
+                [&isOver, connection = std::move(connection), commands = std::move(commands)] {
+                    for (std::size_t i = 0; !isOver; i = (i + 1) % commands.size()) {
+                        if (!connection->trySend(commands[i])) return;  // the daemon is gone
+                        std::this_thread::sleep_for(200us);
+                    }
+                });
         }
         pause(10);
         end();

@@ -28,6 +28,7 @@ void StandardError::write(std::string_view line) {
     // A pipe whose reader is gone raises SIGPIPE, whose default action would end the process. Its
     // other users learn the same from the result of their writes.
     (void)signal(SIGPIPE, SIG_IGN);
+    (void)signal(SIGXFSZ, SIG_IGN);  // the same for a log file that may not grow any more
     while (!line.empty() && hasRoom()) {
         const ssize_t written = ::write(STDERR_FILENO, line.data(), line.size());
         if (written < 0 && errno == EINTR) continue;
