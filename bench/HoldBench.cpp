@@ -3,7 +3,7 @@
 
 #include <chrono>
 
-#include "simulation/SimulatedSystem.h"
+#include "simulation/daemon/SimulatedSystem.h"
 
 namespace airflow {
 namespace {

@@ -3,7 +3,7 @@
 
 #include "concurrency/TaskScope.h"
 #include "platform/linux/ThreadRuntime.h"
-#include "simulation/SimulatedRuntime.h"
+#include "simulation/runtime/SimulatedRuntime.h"
 
 namespace {
 

@@ -11,9 +11,9 @@
 #include "json/Writer.h"
 #include "smc/FourCharCode.h"
 #include "smc/SMCValue.h"
-#include "tool/Replay.h"
-#include "tool/ReplayOutput.h"
-#include "tool/Trace.h"
+#include "tool/plans/Replay.h"
+#include "tool/plans/ReplayOutput.h"
+#include "tool/plans/Trace.h"
 
 namespace airflow {
 namespace {

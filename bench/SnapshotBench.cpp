@@ -1,7 +1,7 @@
 // What one look at a machine costs: the sensor reader, the connection and the simulated Mac.
 #include <benchmark/benchmark.h>
 
-#include "simulation/SimulatedSystem.h"
+#include "simulation/daemon/SimulatedSystem.h"
 
 namespace airflow {
 namespace {

@@ -65,22 +65,37 @@ if(CMAKE_CXX_COMPILER_VERSION VERSION_LESS 18)
   target_compile_options(airflow_warnings INTERFACE -Wno-shadow)
 endif()
 
-# One library for each room of the house (docs/architecture.md). `NEEDS` are the rooms it may use;
-# `LIBRARIES` the packages. What a room calls and none of its needs gives does not link; headers and
-# what comes along with a need are for tests/architecture to watch.
-function(airflow_room name)
-  cmake_parse_arguments(ROOM "" "" "SOURCES;NEEDS;LIBRARIES" ${ARGN})
-  if(ROOM_SOURCES)
-    add_library(airflow_${name} STATIC ${ROOM_SOURCES})
+# Headers that most files need and that take longest to read: read once. Not for a Mac, nor for
+# scripts/lint, so that a header that a file forgets to include is noticed there.
+if(NOT APPLE)
+  file(WRITE "${CMAKE_BINARY_DIR}/precompiled.cpp" "")
+  add_library(airflow_precompiled STATIC "${CMAKE_BINARY_DIR}/precompiled.cpp")
+  target_precompile_headers(airflow_precompiled PRIVATE
+    <algorithm> <atomic> <chrono> <coroutine> <cstdint> <expected> <functional> <map> <memory> <mutex>
+    <optional> <set> <span> <string> <string_view> <utility> <variant> <vector> <fmt/format.h>)
+  target_compile_options(airflow_precompiled PUBLIC -Xclang -fno-pch-timestamp)
+endif()
+
+# One library for each module (docs/architecture.md). `NEEDS` are the modules it may use; `LIBRARIES`
+# the packages. What a module calls and none of its needs gives does not link; headers and what comes
+# along with a need are for tests/architecture to check.
+function(airflow_module name)
+  cmake_parse_arguments(MODULE "" "" "SOURCES;NEEDS;LIBRARIES" ${ARGN})
+  if(MODULE_SOURCES)
+    add_library(airflow_${name} STATIC ${MODULE_SOURCES})
     set(scope PUBLIC)
     target_link_libraries(airflow_${name} PRIVATE airflow_warnings)
+    if(TARGET airflow_precompiled)
+      target_precompile_headers(airflow_${name} REUSE_FROM airflow_precompiled)
+      target_link_libraries(airflow_${name} PRIVATE fmt::fmt)
+    endif()
   else()
     add_library(airflow_${name} INTERFACE)
     set(scope INTERFACE)
   endif()
   target_include_directories(airflow_${name} ${scope} ${PROJECT_SOURCE_DIR}/src)
-  foreach(need IN LISTS ROOM_NEEDS)
+  foreach(need IN LISTS MODULE_NEEDS)
     target_link_libraries(airflow_${name} ${scope} airflow_${need})
   endforeach()
-  target_link_libraries(airflow_${name} ${scope} ${ROOM_LIBRARIES})
+  target_link_libraries(airflow_${name} ${scope} ${MODULE_LIBRARIES})
 endfunction()

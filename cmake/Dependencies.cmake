@@ -9,6 +9,9 @@ if(NOT APPLE)
     # The package's library is compiled for the other standard library.
     target_compile_definitions(fmt::fmt INTERFACE FMT_HEADER_ONLY)
   endif()
+  if(TARGET airflow_precompiled)
+    target_link_libraries(airflow_precompiled PRIVATE fmt::fmt)
+  endif()
   return()
 endif()
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "Input.h"
-#include "simulation/Scenario.h"
+#include "simulation/scenario/Scenario.h"
 
 namespace airflow::fuzz {
 

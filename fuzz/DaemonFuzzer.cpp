@@ -10,9 +10,9 @@
 #include "ChosenScenario.h"
 #include "Input.h"
 #include "json/Writer.h"
-#include "simulation/Properties.h"
-#include "simulation/Scenario.h"
-#include "simulation/Soak.h"
+#include "simulation/oracle/Properties.h"
+#include "simulation/scenario/Scenario.h"
+#include "simulation/verification/Soak.h"
 
 namespace airflow::fuzz {
 namespace {

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "Input.h"
-#include "simulation/SimulatedSMC.h"
+#include "simulation/machine/SimulatedSMC.h"
 
 namespace airflow::fuzz {
 

@@ -20,9 +20,9 @@
 #include "daemon/HelperListenerDelegate.h"
 #include "platform/linux/HelperProtocol.h"
 #include "platform/linux/LocalConnection.h"
-#include "simulation/KeptLines.h"
-#include "simulation/SimulatedDaemon.h"
-#include "simulation/SimulatedMac.h"
+#include "simulation/daemon/SimulatedDaemon.h"
+#include "simulation/machine/KeptLines.h"
+#include "simulation/machine/SimulatedMac.h"
 
 namespace airflow::fuzz {
 

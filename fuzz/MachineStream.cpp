@@ -9,17 +9,17 @@
 #include <vector>
 
 #include "concurrency/Require.h"
-#include "platform/linux/MachineSession.h"
-#include "simulation/SimulatedMac.h"
+#include "remote/MachineSession.h"
+#include "simulation/machine/SimulatedMac.h"
 
 namespace airflow::fuzz {
 
 namespace {
 
 using concurrency::require;
-using platform::MachineOperation;
-using platform::MessageReader;
-using platform::MessageWriter;
+using remote::MachineOperation;
+using remote::MessageReader;
+using remote::MessageWriter;
 using sensors::HIDObject;
 using Operation = MachineOperation;
 
@@ -117,9 +117,9 @@ private:
         switch (operation) {
             case Operation::findService: handles.push_back(reader.take<std::uint32_t>()); break;
             case Operation::openService:
-                handles.push_back(reader.take<platform::OpeningAnswer>().connection);
+                handles.push_back(reader.take<remote::OpeningAnswer>().connection);
                 break;
-            case Operation::call: (void)reader.take<platform::CallAnswer>(); break;
+            case Operation::call: (void)reader.take<remote::CallAnswer>(); break;
             case Operation::hidFunctions: (void)reader.take<bool>(); break;
             case Operation::text: (void)reader.take<std::optional<std::string>>(); break;
             case Operation::eventLevel: (void)reader.take<double>(); break;
@@ -141,14 +141,14 @@ private:
 
     simulation::SimulatedMac mac{*simulation::machinePreset("laptop"),
                                  [] { return concurrency::Duration::zero(); }};
-    platform::ServedMachine machine{
+    remote::ServedMachine machine{
         .smc = mac.smc(),
         .hid = mac.hidFunctions(),
         .objects = mac.hid(),
         .takeLatency = [this] { return mac.smc().takeLatency(); },
         .control = [](std::string_view text) { return std::string(text); },
         .mutex = {}};
-    std::optional<platform::MachineSession> session{std::in_place, machine};
+    std::optional<remote::MachineSession> session{std::in_place, machine};
     std::vector<std::uint32_t> handles;
     std::vector<HIDObject> objects;
 };
@@ -173,8 +173,8 @@ void playMachineStream(Input input) {
 
 void readMachineAnswers(std::string_view bytes) {
     readAnswer<std::uint32_t>(bytes);
-    readAnswer<platform::OpeningAnswer>(bytes);
-    readAnswer<platform::CallAnswer>(bytes);
+    readAnswer<remote::OpeningAnswer>(bytes);
+    readAnswer<remote::CallAnswer>(bytes);
     readAnswer<HIDObject>(bytes);
     readAnswer<std::vector<HIDObject>>(bytes);
     readAnswer<std::string>(bytes);

@@ -12,13 +12,13 @@
 #include "Input.h"
 #include "concurrency/Require.h"
 #include "control/LocalFanController.h"
-#include "sensors/HIDBridge.h"
 #include "sensors/SMCConnectionReading.h"
 #include "sensors/SensorReader.h"
-#include "simulation/KeptLines.h"
-#include "simulation/MachineDescription.h"
-#include "simulation/SimulatedMac.h"
-#include "simulation/SimulatedRuntime.h"
+#include "sensors/hid/HIDBridge.h"
+#include "simulation/machine/KeptLines.h"
+#include "simulation/machine/MachineDescription.h"
+#include "simulation/machine/SimulatedMac.h"
+#include "simulation/runtime/SimulatedRuntime.h"
 #include "smc/SMCConnection.h"
 
 namespace airflow::fuzz {

@@ -11,8 +11,8 @@
 
 #include "concurrency/Require.h"
 #include "json/Writer.h"
-#include "simulation/Scenario.h"
-#include "simulation/Soak.h"
+#include "simulation/scenario/Scenario.h"
+#include "simulation/verification/Soak.h"
 
 namespace airflow::fuzz {
 namespace {

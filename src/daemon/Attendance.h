@@ -3,8 +3,8 @@
 
 #include <atomic>
 
-#include "control/FanGuard.h"
-#include "control/SMCGate.h"
+#include "guard/FanGuard.h"
+#include "guard/SMCGate.h"
 
 namespace airflow::daemon {
 
@@ -13,10 +13,10 @@ namespace airflow::daemon {
 class Attendance {
 public:
     /// When a message arrived.
-    using Arrival = control::SMCGate::Epoch;
+    using Arrival = guard::SMCGate::Epoch;
 
     /// Both outlive the attendance.
-    Attendance(control::SMCGate& smcGate, control::FanGuard& fanGuard)
+    Attendance(guard::SMCGate& smcGate, guard::FanGuard& fanGuard)
         : gate(smcGate), guard(fanGuard) {}
 
     [[nodiscard]] Arrival now() const { return gate.epoch(); }
@@ -45,8 +45,8 @@ public:
     };
 
 private:
-    control::SMCGate& gate;
-    control::FanGuard& guard;
+    guard::SMCGate& gate;
+    guard::FanGuard& guard;
 };
 
 }  // namespace airflow::daemon

@@ -10,7 +10,6 @@
 #include <optional>
 
 #include "concurrency/Runtime.h"
-#include "control/FanGuard.h"
 #include "control/LocalFanController.h"
 #include "daemon/Attendance.h"
 #include "daemon/Connection.h"
@@ -19,6 +18,7 @@
 #include "daemon/Hardware.h"
 #include "daemon/HelperListenerDelegate.h"
 #include "daemon/SafetyHandlers.h"
+#include "guard/FanGuard.h"
 #include "sensors/LogSink.h"
 
 namespace airflow::daemon {
@@ -61,7 +61,7 @@ private:
     Platform platform;
     SafetyHandlers safetyHandlers;
     std::shared_ptr<control::LocalFanController> controller;
-    std::optional<control::FanGuard> guard;
+    std::optional<guard::FanGuard> guard;
     std::optional<Attendance> attendance;
     std::optional<FanHelperService> service;
     std::optional<HelperListenerDelegate> delegate;

@@ -4,11 +4,11 @@
 #include <expected>
 
 #include "concurrency/Task.h"
-#include "control/SMCGate.h"
-#include "sensors/HIDBridge.h"
+#include "guard/SMCGate.h"
 #include "sensors/LogSink.h"
 #include "sensors/SMCConnectionReading.h"
 #include "sensors/SensorReader.h"
+#include "sensors/hid/HIDBridge.h"
 #include "smc/SMCConnection.h"
 #include "smc/SMCError.h"
 #include "smc/SMCUserClient.h"
@@ -26,7 +26,7 @@ public:
     /// Comes before everything else. Fails with driverNotFound or openFailed.
     [[nodiscard]] virtual concurrency::Task<std::expected<void, smc::SMCError>> open() = 0;
     /// Everything that the daemon asks of the SMC passes it, the sensors' requests too.
-    [[nodiscard]] virtual control::SMCGate& smc() = 0;
+    [[nodiscard]] virtual guard::SMCGate& smc() = 0;
     [[nodiscard]] virtual sensors::SensorReader& sensors() = 0;
 };
 
@@ -46,13 +46,13 @@ public:
     [[nodiscard]] concurrency::Task<std::expected<void, smc::SMCError>> open() override {
         return connection.open();
     }
-    [[nodiscard]] control::SMCGate& smc() override { return gate; }
+    [[nodiscard]] guard::SMCGate& smc() override { return gate; }
     [[nodiscard]] sensors::SensorReader& sensors() override { return reader; }
 
 private:
     smc::SMCConnection connection;
     sensors::SMCConnectionReading reading;
-    control::SMCGate gate;
+    guard::SMCGate gate;
     sensors::HIDBridge bridge;
     sensors::SensorReader reader;
 };

@@ -25,7 +25,7 @@ SafetyHandlers::SafetyHandlers(concurrency::Runtime& taskRuntime, DaemonProcess&
     : runtime(taskRuntime), process(ownProcess), standardError(errorSink) {}
 
 void SafetyHandlers::arm(std::shared_ptr<control::LocalFanController> controller,
-                         control::SMCGate* armedGate) {
+                         guard::SMCGate* armedGate) {
     exitController = std::move(controller);
     gate = armedGate;
 }

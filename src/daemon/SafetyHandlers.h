@@ -7,8 +7,8 @@
 
 #include "concurrency/Runtime.h"
 #include "control/LocalFanController.h"
-#include "control/SMCGate.h"
 #include "daemon/DaemonProcess.h"
+#include "guard/SMCGate.h"
 #include "sensors/LogSink.h"
 
 namespace airflow::daemon {
@@ -25,7 +25,7 @@ public:
     /// From now on the exit restores this controller's fans, in place of any earlier one's, and
     /// closes the gate first. The gate, if there is one, outlives the handlers.
     void arm(std::shared_ptr<control::LocalFanController> controller,
-             control::SMCGate* gate = nullptr);
+             guard::SMCGate* gate = nullptr);
 
     /// For every exit, for SIGTERM (exit status 143) and for SIGINT (130). Called once.
     void installSafetyHandlers();
@@ -53,7 +53,7 @@ private:
     DaemonProcess& process;
     sensors::LogSink& standardError;
     std::shared_ptr<control::LocalFanController> exitController;
-    control::SMCGate* gate = nullptr;
+    guard::SMCGate* gate = nullptr;
     std::atomic<bool> isServing = false;
     std::atomic<int> restorations = 0;      ///< that were asked for; the first one is made
     concurrency::CancelSource restoration;  ///< cancelled when that is over

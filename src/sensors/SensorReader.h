@@ -9,11 +9,11 @@
 #include "concurrency/Actor.h"
 #include "concurrency/Runtime.h"
 #include "concurrency/Task.h"
-#include "sensors/HIDSensorReader.h"
 #include "sensors/LogSink.h"
 #include "sensors/SMCReading.h"
 #include "sensors/SensorNaming.h"
 #include "sensors/SensorSnapshot.h"
+#include "sensors/hid/HIDSensorReader.h"
 
 namespace airflow::sensors {
 

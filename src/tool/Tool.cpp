@@ -7,17 +7,17 @@
 #include <utility>
 
 #include "daemon/BuildIdentity.h"
-#include "tool/CallCommand.h"
-#include "tool/CheckCommand.h"
-#include "tool/HelperCommand.h"
-#include "tool/MachineCommand.h"
-#include "tool/MachinesCommand.h"
-#include "tool/ReplayCommand.h"
-#include "tool/SensorsCommand.h"
-#include "tool/SessionCommand.h"
-#include "tool/SimulateCommand.h"
-#include "tool/SoakCommand.h"
-#include "tool/WatchCommand.h"
+#include "tool/client/CallCommand.h"
+#include "tool/client/SessionCommand.h"
+#include "tool/client/WatchCommand.h"
+#include "tool/machine/HelperCommand.h"
+#include "tool/machine/MachineCommand.h"
+#include "tool/machine/MachinesCommand.h"
+#include "tool/machine/SensorsCommand.h"
+#include "tool/plans/CheckCommand.h"
+#include "tool/plans/ReplayCommand.h"
+#include "tool/simulation/SimulateCommand.h"
+#include "tool/simulation/SoakCommand.h"
 
 namespace airflow::tool {
 
@@ -34,14 +34,14 @@ void addCheck(CLI::App& app, Streams streams, int& status) {
 }
 
 void addReplay(CLI::App& app, Streams streams, int& status) {
-    struct Options {
+    struct ToolOptions {
         std::string plan;
         std::string trace;
         std::string format = "table";
     };
     CLI::App* const command = app.add_subcommand(
         "replay", "Run a plan over recorded temperatures; one line for each line of the trace");
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<ToolOptions>();
     command->add_option("PLAN", options->plan, "Plan document (JSON)")->required();
     command->add_option("--trace", options->trace, "Trace (JSON Lines); - is standard input")
         ->required();
@@ -58,13 +58,13 @@ void addReplay(CLI::App& app, Streams streams, int& status) {
 }
 
 void addSensors(CLI::App& app, Streams streams, int& status) {
-    struct Options {
+    struct ToolOptions {
         std::string machine = "laptop";
         std::string format = "table";
     };
     CLI::App* const command = app.add_subcommand(
         "sensors", "Read the fans and temperatures of a simulated Mac once, as the daemon would");
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<ToolOptions>();
     command
         ->add_option("--machine", options->machine,
                      "One of those that the command machines lists (the default: laptop)")
@@ -87,7 +87,7 @@ void addMachines(CLI::App& app, Streams streams) {
 }
 
 void addSimulate(CLI::App& app, Streams streams, int& status) {
-    struct Options {
+    struct ToolOptions {
         SimulateOptions simulate;
         std::string format = "table";
     };
@@ -95,7 +95,7 @@ void addSimulate(CLI::App& app, Streams streams, int& status) {
         "simulate",
         "Play a scenario (machine, faults, commands) through the controller in virtual "
         "time");
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<ToolOptions>();
     SimulateOptions& simulated = options->simulate;
     command->add_option("SCENARIO", simulated.scenario, "Scenario (JSON)")->required();
     command

@@ -10,7 +10,7 @@
 #include "concurrency/Ledger.h"
 #include "concurrency/Stream.h"
 #include "concurrency/TaskScope.h"
-#include "simulation/SimulatedRuntime.h"
+#include "simulation/runtime/SimulatedRuntime.h"
 
 namespace airflow::concurrency {
 namespace {

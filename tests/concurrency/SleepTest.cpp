@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "concurrency/Ledger.h"
-#include "simulation/SimulatedRuntime.h"
+#include "simulation/runtime/SimulatedRuntime.h"
 
 namespace airflow::concurrency {
 namespace {

@@ -10,7 +10,7 @@
 #include "concurrency/Require.h"
 #include "concurrency/StopGuard.h"
 #include "concurrency/TaskScope.h"
-#include "simulation/SimulatedRuntime.h"
+#include "simulation/runtime/SimulatedRuntime.h"
 
 namespace airflow::concurrency {
 namespace {

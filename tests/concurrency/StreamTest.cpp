@@ -6,7 +6,7 @@
 
 #include "concurrency/Ledger.h"
 #include "concurrency/Stream.h"
-#include "simulation/SimulatedRuntime.h"
+#include "simulation/runtime/SimulatedRuntime.h"
 
 namespace airflow::concurrency {
 namespace {

@@ -8,7 +8,7 @@
 
 #include "concurrency/Ledger.h"
 #include "concurrency/Task.h"
-#include "simulation/SimulatedRuntime.h"
+#include "simulation/runtime/SimulatedRuntime.h"
 
 namespace airflow::concurrency {
 namespace {

@@ -4,7 +4,7 @@
 
 #include "concurrency/Stream.h"
 #include "concurrency/ThisThread.h"
-#include "simulation/SimulatedRuntime.h"
+#include "simulation/runtime/SimulatedRuntime.h"
 
 namespace airflow::concurrency {
 namespace {

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "simulation/SimulatedSystem.h"
+#include "simulation/daemon/SimulatedSystem.h"
 
 namespace airflow::control {
 

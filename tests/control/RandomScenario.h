@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "simulation/Scenario.h"
-#include "simulation/SimulatedMac.h"
+#include "simulation/machine/SimulatedMac.h"
+#include "simulation/scenario/Scenario.h"
 
 namespace airflow::control {
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "control/LocalFanController.h"
-#include "simulation/SimulatedSystem.h"
+#include "simulation/daemon/SimulatedSystem.h"
 
 namespace airflow::control {
 

@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "daemon/Attendance.h"
-#include "simulation/SimulatedSystem.h"
+#include "simulation/daemon/SimulatedSystem.h"
 
 namespace airflow::daemon {
 namespace {
@@ -12,10 +12,9 @@ namespace {
 class AttendanceTest : public testing::Test {
 protected:
     simulation::SimulatedSystem system{*simulation::machinePreset("laptop")};
-    control::SMCGate gate{system.smc.executor(), system.smc, system.smc};
-    control::FanGuard guard{system.runtime, gate, [](const control::ControlError&) {},
-                            [](control::ControlledFans::Request) {},
-                            [] { return std::uint64_t{0}; }};
+    guard::SMCGate gate{system.smc.executor(), system.smc, system.smc};
+    guard::FanGuard guard{system.runtime, gate, [](const control::ControlError&) {},
+                          [](control::ControlledFans::Request) {}, [] { return std::uint64_t{0}; }};
     Attendance attendance{gate, guard};
 };
 

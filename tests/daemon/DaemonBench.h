@@ -12,9 +12,9 @@
 #include <utility>
 #include <vector>
 
-#include "simulation/KeptLines.h"
-#include "simulation/SimulatedDaemon.h"
-#include "simulation/SimulatedMac.h"
+#include "simulation/daemon/SimulatedDaemon.h"
+#include "simulation/machine/KeptLines.h"
+#include "simulation/machine/SimulatedMac.h"
 
 namespace airflow::daemon {
 

@@ -7,7 +7,7 @@
 #include "RecordingPlatform.h"
 #include "concurrency/ThisThread.h"
 #include "daemon/Daemon.h"
-#include "simulation/SimulatedSystem.h"
+#include "simulation/daemon/SimulatedSystem.h"
 
 namespace airflow::daemon {
 namespace {
@@ -73,12 +73,12 @@ public:
     explicit OpenHardware(simulation::SimulatedSystem& below) : system(below) {}
 
     concurrency::Task<std::expected<void, smc::SMCError>> open() override { co_return {}; }
-    control::SMCGate& smc() override { return gate; }
+    guard::SMCGate& smc() override { return gate; }
     sensors::SensorReader& sensors() override { return system.sensors; }
 
 private:
     simulation::SimulatedSystem& system;
-    control::SMCGate gate{system.smc.executor(), system.smc, system.smc};
+    guard::SMCGate gate{system.smc.executor(), system.smc, system.smc};
 };
 
 TEST(EarlySignal, aSignalThatArrivesAsItsHandlerIsInstalledFindsTheControllerArmed) {

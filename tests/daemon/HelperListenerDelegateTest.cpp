@@ -1,7 +1,7 @@
 #include "DaemonBench.h"
 #include "RecordingPlatform.h"
 #include "daemon/HelperListenerDelegate.h"
-#include "simulation/SimulatedSystem.h"
+#include "simulation/daemon/SimulatedSystem.h"
 
 namespace airflow::daemon {
 namespace {

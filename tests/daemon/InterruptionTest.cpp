@@ -4,7 +4,7 @@
 #include "DaemonBench.h"
 #include "RecordingPlatform.h"
 #include "daemon/HelperListenerDelegate.h"
-#include "simulation/SimulatedSystem.h"
+#include "simulation/daemon/SimulatedSystem.h"
 
 namespace airflow::daemon {
 namespace {
@@ -34,10 +34,9 @@ protected:
     std::vector<std::string> writes;
     std::vector<std::int64_t> codes;
     simulation::SimulatedSystem system{*simulation::machinePreset("laptop")};
-    control::SMCGate gate{system.smc.executor(), system.smc, system.smc};
-    control::FanGuard guard{system.runtime, gate, [](const control::ControlError&) {},
-                            [](control::ControlledFans::Request) {},
-                            [] { return std::uint64_t{0}; }};
+    guard::SMCGate gate{system.smc.executor(), system.smc, system.smc};
+    guard::FanGuard guard{system.runtime, gate, [](const control::ControlError&) {},
+                          [](control::ControlledFans::Request) {}, [] { return std::uint64_t{0}; }};
     Attendance attendance{gate, guard};
     RecordingProcess process{journal};
     std::shared_ptr<control::LocalFanController> controller =

@@ -1,10 +1,10 @@
 #include <gmock/gmock.h>
 
 #include "daemon/Hardware.h"
-#include "simulation/KeptLines.h"
-#include "simulation/MachineDescription.h"
-#include "simulation/SimulatedMac.h"
-#include "simulation/SimulatedRuntime.h"
+#include "simulation/machine/KeptLines.h"
+#include "simulation/machine/MachineDescription.h"
+#include "simulation/machine/SimulatedMac.h"
+#include "simulation/runtime/SimulatedRuntime.h"
 
 namespace airflow::daemon {
 namespace {

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "simulation/ScenarioRun.h"
+#include "simulation/scenario/ScenarioRun.h"
 
 namespace airflow::daemon {
 

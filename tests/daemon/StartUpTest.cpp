@@ -1,7 +1,7 @@
 #include "DaemonBench.h"
 #include "RecordingPlatform.h"
 #include "daemon/Daemon.h"
-#include "simulation/SimulatedSystem.h"
+#include "simulation/daemon/SimulatedSystem.h"
 
 namespace airflow::daemon {
 namespace {

@@ -18,7 +18,7 @@
 #include <vector>
 
 #include "Witness.h"
-#include "simulation/ScenarioRun.h"
+#include "simulation/scenario/ScenarioRun.h"
 
 namespace airflow::simulation {
 namespace {

@@ -9,7 +9,7 @@
 #include <optional>
 
 #include "json/Writer.h"
-#include "simulation/ScenarioRun.h"
+#include "simulation/scenario/ScenarioRun.h"
 
 namespace airflow::simulation {
 

@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "Witness.h"
-#include "simulation/Scenario.h"
-#include "simulation/Schedules.h"
+#include "simulation/runtime/Schedules.h"
+#include "simulation/scenario/Scenario.h"
 
 namespace airflow::simulation {
 

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "simulation/Oracle.h"
-#include "simulation/ScenarioObserver.h"
+#include "simulation/oracle/Oracle.h"
+#include "simulation/scenario/ScenarioObserver.h"
 
 namespace airflow::simulation {
 

@@ -1,4 +1,4 @@
-// Texts for tests of the JSON room, and how its errors are shown.
+// Texts for tests of the JSON module, and how its errors are shown.
 #pragma once
 
 #include <cstddef>

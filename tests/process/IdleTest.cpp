@@ -29,7 +29,8 @@ protected:
         }
         return sum;
     }
-    /// The guard looks at the fans 2 s after the start and after a release, once a second until then.
+    /// The guard looks at the fans 2 s after the start and after a release, once a second until
+    /// then.
     void untilQuiet() const {
         std::this_thread::sleep_for(3500ms);
         EXPECT_TRUE(eventually([this] {

@@ -72,12 +72,12 @@ tool::ToolRun ProcessBench::askMachine(std::vector<std::string> words) const {
     return run;
 }
 
-tool::MachineStatus ProcessBench::status() const {
+remote::MachineStatus ProcessBench::status() const {
     const auto run = askMachine({"status", "--format", "json"});
     const auto decoded =
-        json::decode<tool::MachineStatus>(run.out.substr(0, run.out.find_last_not_of('\n') + 1));
+        json::decode<remote::MachineStatus>(run.out.substr(0, run.out.find_last_not_of('\n') + 1));
     EXPECT_TRUE(decoded) << run.out;
-    return decoded.value_or(tool::MachineStatus{});
+    return decoded.value_or(remote::MachineStatus{});
 }
 
 std::vector<std::int64_t> ProcessBench::modes() const {

@@ -15,7 +15,7 @@
 
 #include "Child.h"
 #include "platform/linux/LocalSocket.h"
-#include "tool/MachineStatus.h"
+#include "remote/MachineStatus.h"
 #include "tool/ToolRun.h"
 
 namespace airflow::process {
@@ -65,7 +65,7 @@ protected:
     [[nodiscard]] RawClient connect() const { return RawClient(helperSocket()); }
 
     /// Asks the machine.
-    [[nodiscard]] tool::MachineStatus status() const;
+    [[nodiscard]] remote::MachineStatus status() const;
     [[nodiscard]] std::vector<std::int64_t> modes() const;
     [[nodiscard]] std::int64_t writesOf(const std::string& key) const;
     void lay(const std::string& fault) const;

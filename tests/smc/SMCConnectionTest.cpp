@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "simulation/SimulatedRuntime.h"
+#include "simulation/runtime/SimulatedRuntime.h"
 #include "smc/SMCConnection.h"
 #include "smc/ScriptedUserClient.h"
 

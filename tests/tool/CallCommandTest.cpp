@@ -4,7 +4,7 @@
 
 #include "ToolRun.h"
 #include "client/FakeHelper.h"
-#include "tool/CallCommand.h"
+#include "tool/client/CallCommand.h"
 
 namespace airflow::tool {
 namespace {

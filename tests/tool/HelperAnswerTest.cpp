@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "tool/HelperAnswer.h"
+#include "tool/client/HelperAnswer.h"
 
 namespace airflow::tool {
 namespace {

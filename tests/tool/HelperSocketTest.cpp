@@ -6,8 +6,8 @@
 
 #include "ToolRun.h"
 #include "platform/linux/LocalSocket.h"
-#include "tool/HelperSocket.h"
-#include "tool/SessionInputs.h"
+#include "tool/client/HelperSocket.h"
+#include "tool/client/SessionInputs.h"
 
 namespace airflow::tool {
 namespace {

@@ -8,10 +8,10 @@
 
 #include "ToolProcess.h"
 #include "ToolRun.h"
-#include "platform/linux/RemoteMachine.h"
+#include "remote/MachineStatus.h"
+#include "remote/RemoteMachine.h"
 #include "smc/SMCRequests.h"
-#include "tool/MachineCommand.h"
-#include "tool/MachineStatus.h"
+#include "tool/machine/MachineCommand.h"
 
 namespace airflow::tool {
 namespace {
@@ -30,11 +30,11 @@ protected:
         arguments.insert(arguments.end(), {"--machine-socket", socket()});
         return runTool(std::move(arguments));
     }
-    MachineStatus status() {
+    remote::MachineStatus status() {
         const auto run = ask({"status", "--format", "json"});
         EXPECT_EQ(run.status, 0) << run.err;
-        return json::decode<MachineStatus>(run.out.substr(0, run.out.size() - 1))
-            .value_or(MachineStatus{});
+        return json::decode<remote::MachineStatus>(run.out.substr(0, run.out.size() - 1))
+            .value_or(remote::MachineStatus{});
     }
 
     ScratchFolder folder;
@@ -81,7 +81,7 @@ TEST_F(MachineCommandTest, fansStayAsTheyAreWhenWhoForcedThemIsGone) {
     ToolProcess machine = start();
     EXPECT_TRUE(machine.readLine());
     {
-        platform::RemoteMachine remote(socket());
+        remote::RemoteMachine remote(socket());
         smc::SMCRequests requests(remote.smc());
         ASSERT_TRUE(requests.open());
         EXPECT_EQ(requests.writeUInt8("F0Md", 1), 0);
@@ -99,7 +99,7 @@ TEST_F(MachineCommandTest, endsWhileSomebodyIsConnectedAndAnAnswerIsHeldBack) {
     ToolProcess machine = start();
     EXPECT_TRUE(machine.readLine());
     EXPECT_EQ(ask({"fault", R"({"operation":"information","latency":3600})"}).status, 0);
-    platform::RemoteMachine remote(socket());
+    remote::RemoteMachine remote(socket());
     smc::SMCRequests requests(remote.smc());
     ASSERT_TRUE(requests.open());
     std::thread stuck([&requests] { EXPECT_EQ(requests.tryReadValue("FNum"), std::nullopt); });
@@ -129,7 +129,7 @@ TEST_F(MachineCommandTest, faultsAndChangesReachTheMachine) {
     EXPECT_EQ(ask({"set", R"({"keys":{"F0Md":1},"hid":{"PMU tdie1":97}})"}).status, 0);
     EXPECT_EQ(status().fans.at(0).mode, 1);
     EXPECT_THAT(ask({"status"}).out, testing::HasSubstr("PMU tdie1             HID     97.00\n"));
-    platform::RemoteMachine remote(socket());
+    remote::RemoteMachine remote(socket());
     smc::SMCRequests requests(remote.smc());
     ASSERT_TRUE(requests.open());
     EXPECT_EQ(requests.writeUInt8("F0Md", 0), 134);

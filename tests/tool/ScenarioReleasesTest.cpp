@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-#include "tool/ScenarioReleases.h"
+#include "tool/simulation/ScenarioReleases.h"
 
 namespace airflow::tool {
 namespace {

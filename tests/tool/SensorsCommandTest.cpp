@@ -4,7 +4,7 @@
 
 #include "ToolRun.h"
 #include "json/Decoder.h"
-#include "tool/Trace.h"
+#include "tool/plans/Trace.h"
 
 namespace airflow::tool {
 namespace {

@@ -5,7 +5,7 @@
 
 #include "ToolRun.h"
 #include "client/FakeHelper.h"
-#include "tool/Session.h"
+#include "tool/client/Session.h"
 
 namespace airflow::tool {
 namespace {

@@ -9,9 +9,9 @@
 
 #include "ToolRun.h"
 #include "daemon/BuildIdentity.h"
-#include "simulation/SimulatedRuntime.h"
-#include "simulation/SoakResult.h"
-#include "tool/SoakCommand.h"
+#include "simulation/runtime/SimulatedRuntime.h"
+#include "simulation/verification/SoakResult.h"
+#include "tool/simulation/SoakCommand.h"
 
 namespace airflow::tool {
 namespace {

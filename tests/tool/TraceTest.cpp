@@ -2,7 +2,7 @@
 
 #include <sstream>
 
-#include "tool/Trace.h"
+#include "tool/plans/Trace.h"
 
 namespace airflow::tool {
 namespace {

@@ -3,7 +3,7 @@
 #include <sstream>
 
 #include "ToolRun.h"
-#include "tool/TypedCall.h"
+#include "tool/client/TypedCall.h"
 
 namespace airflow::tool {
 namespace {

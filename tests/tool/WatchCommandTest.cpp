@@ -4,7 +4,7 @@
 
 #include "ToolRun.h"
 #include "client/FakeHelper.h"
-#include "tool/WatchCommand.h"
+#include "tool/client/WatchCommand.h"
 
 namespace airflow::tool {
 namespace {

@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 
-#include "tool/WatchView.h"
+#include "tool/client/WatchView.h"
 
 namespace airflow::tool {
 namespace {

@@ -1,7 +1,7 @@
 // CoreFoundationObjects: the objects of the HID functions on a Mac. macOS only.
 #pragma once
 
-#include "sensors/HIDObjects.h"
+#include "sensors/hid/HIDObjects.h"
 
 namespace airflow::platform {
 

@@ -24,7 +24,7 @@
 #include "platform/linux/LocalListener.h"
 #include "platform/linux/LocalSocket.h"
 #include "platform/linux/ThreadRuntime.h"
-#include "simulation/SimulatedMac.h"
+#include "simulation/machine/SimulatedMac.h"
 
 namespace airflow::platform {
 

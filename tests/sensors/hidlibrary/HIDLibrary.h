@@ -12,7 +12,7 @@
 #include <variant>
 #include <vector>
 
-#include "sensors/HIDObjects.h"
+#include "sensors/hid/HIDObjects.h"
 
 namespace airflow::tests {
 

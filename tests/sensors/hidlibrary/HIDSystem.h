@@ -5,9 +5,9 @@
 
 #include <optional>
 
-#include "sensors/HIDBridge.h"
+#include "sensors/hid/HIDBridge.h"
 #include "sensors/hidlibrary/LoadedHIDLibrary.h"
-#include "simulation/SimulatedRuntime.h"
+#include "simulation/runtime/SimulatedRuntime.h"
 
 namespace airflow::tests {
 

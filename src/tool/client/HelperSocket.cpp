@@ -1,0 +1,110 @@
+#include "tool/client/HelperSocket.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <limits>
+#include <thread>
+#include <vector>
+
+#include "platform/linux/LocalSocket.h"
+
+namespace airflow::tool {
+
+namespace {
+
+using client::Received;
+using concurrency::Instant;
+
+/// What is left until `until`, for poll(): rounded up, so that it does not wake too early.
+int millisecondsUntil(Instant until, Instant now) {
+    if (until <= now) return 0;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - now).count();
+    constexpr int longest = std::numeric_limits<int>::max();
+    return static_cast<int>(std::min<decltype(left)>(left, longest));
+}
+
+/// A daemon that reads nothing must not hold its client for ever.
+void limitSending(const platform::FileDescriptor& connection) {
+    const timeval patience{.tv_sec = 5, .tv_usec = 0};
+    (void)setsockopt(connection.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+}
+
+}  // namespace
+
+class HelperSocket::Connection final : public client::Channel {
+public:
+    Connection(HelperSocket& owner, platform::FileDescriptor descriptor)
+        : helper(owner), socket(std::move(descriptor)) {
+        helper.open = socket.get();
+    }
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+    ~Connection() override { helper.open = -1; }
+
+    bool send(std::string_view bytes) override { return platform::sendAll(socket, bytes); }
+
+    Received receive(Instant until) override {
+        const auto woken = waitForAny({helper.interruption, socket.get()}, until, helper.time);
+        if (!woken) return {};
+        const bool isInterrupted = *woken == 0;
+        if (isInterrupted) return {.kind = Received::Kind::ended, .bytes = {}};
+        std::array<char, 64 * 1024> buffer{};
+        const ssize_t count = recv(socket.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
+        if (count < 0 && (errno == EINTR || errno == EAGAIN)) return {};
+        if (count <= 0) return {.kind = Received::Kind::ended, .bytes = {}};
+        return {.kind = Received::Kind::bytes,
+                .bytes = std::string(buffer.data(), static_cast<std::size_t>(count))};
+    }
+
+private:
+    HelperSocket& helper;
+    const platform::FileDescriptor socket;
+};
+
+std::expected<std::string, std::string> helperSocket(const std::string& given) {
+    if (!given.empty()) return given;
+    auto folder = platform::runtimeFolder();
+    if (!folder) return folder;
+    return *folder + "/helper.sock";
+}
+
+Instant SystemTime::now() {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return Instant(std::chrono::duration_cast<concurrency::Duration>(now));
+}
+
+void SystemTime::sleepUntil(Instant until) {
+    std::this_thread::sleep_for(until - now());
+}
+
+std::expected<std::unique_ptr<client::Channel>, std::string> HelperSocket::connect() {
+    auto connection = platform::connectTo(path);
+    if (!connection) return std::unexpected(std::move(connection.error()));
+    limitSending(*connection);
+    return std::make_unique<Connection>(*this, std::move(*connection));
+}
+
+std::optional<std::size_t> waitForAny(std::initializer_list<int> descriptors, Instant until,
+                                      client::Time& time) {
+    std::vector<pollfd> waited;
+    for (const int descriptor : descriptors) {
+        waited.push_back({.fd = descriptor, .events = POLLIN, .revents = 0});
+    }
+    for (;;) {
+        const int timeout = millisecondsUntil(until, time.now());
+        if (poll(waited.data(), waited.size(), timeout) > 0) {
+            const auto ready =
+                std::ranges::find_if(waited, [](const pollfd& each) { return each.revents != 0; });
+            return static_cast<std::size_t>(ready - waited.begin());
+        }
+        if (time.now() >= until) return std::nullopt;
+    }
+}
+
+}  // namespace airflow::tool

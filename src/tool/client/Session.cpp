@@ -1,0 +1,128 @@
+#include "tool/client/Session.h"
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <ostream>
+#include <sstream>
+
+#include "tool/client/HelperAnswer.h"
+
+namespace airflow::tool {
+
+namespace {
+
+using client::Method;
+using concurrency::Instant;
+
+constexpr std::string_view ownCommands =
+    "  state                    The same as readState\n"
+    "  wait SECONDS             Do nothing but keep what is held\n"
+    "  help                     Show this\n"
+    "  quit                     End the session; so does the end of the input\n";
+
+}  // namespace
+
+int Session::run() {
+    const client::Answer connected = client.connect();
+    if (!connected.result.isApplied()) {
+        out << answerText({.answer = connected});
+        return 1;
+    }
+    if (kind == Kind::conversation) {
+        out << "Connected. What is held stays held until this session ends. Try: help\n";
+    }
+    out.flush();
+    while (const auto line = input.nextLine([this] { return attend(); })) {
+        ++lineNumber;
+        const bool goesOn = carryOut(*line);
+        out.flush();
+        if (!goesOn || input.isInterrupted()) break;
+    }
+    if (input.isInterrupted()) {
+        err << "Interrupted: what is held goes back to Auto.\n";
+        return 130;
+    }
+    sayGoodbye();
+    return hasFailed && kind == Kind::script ? 1 : 0;
+}
+
+bool Session::carryOut(const std::string& line) {
+    const auto words = wordsOf(line);
+    if (!words) {
+        refuse(words.error());
+        return true;
+    }
+    if (words->empty()) return true;
+    const std::string& command = words->front();
+    const bool isAlone = words->size() == 1;
+    if (command == "quit" && isAlone) return false;
+    if (command == "help" && isAlone)
+        out << methodsHelp() << ownCommands;
+    else if (command == "state" && isAlone)
+        give({"readState"});
+    else if (command == "wait")
+        wait(*words);
+    else
+        give(*words);
+    return true;
+}
+
+void Session::give(const std::vector<std::string>& words) {
+    const auto call = parseCall(words);
+    if (!call) return refuse(call.error());
+    if (call->planPath == "-") return refuse("the plan has to be in a file here");
+    std::istringstream nothing;
+    const auto request = withPlan(*call, nothing);
+    if (!request) return refuse(request.error());
+    CallOutcome outcome{.method = request->method, .answer = client.call(*request)};
+    if (!outcome.answer.result.isApplied()) {
+        hasFailed = true;
+        outcome.ownReason = whyNoPlan(*call, *request);
+        const bool needsReason = outcome.answer.reason.empty() && outcome.ownReason.empty();
+        if (needsReason) outcome.after = client.call({.method = Method::readState}).state;
+    }
+    out << answerText(outcome);
+}
+
+void Session::wait(const std::vector<std::string>& words) {
+    if (words.size() != 2) return refuse("wait takes: SECONDS");
+    const auto seconds = parseSeconds(words[1]);
+    if (!seconds) return refuse(seconds.error());
+    const auto duration =
+        std::chrono::duration_cast<concurrency::Duration>(std::chrono::duration<double>(*seconds));
+    input.pause(time.now() + duration, [this] { return attend(); });
+}
+
+void Session::refuse(const std::string& reason) {
+    hasFailed = true;
+    if (kind == Kind::conversation)
+        err << reason << '\n';
+    else
+        err << fmt::format("line {}: {}\n", lineNumber, reason);
+    err.flush();
+}
+
+void Session::sayGoodbye() {
+    if (!client.isConnected()) return;
+    const auto state = client.call({.method = Method::readState}).state;
+    if (state && state->isHolding) {
+        err << "The fans are held, but no longer: the end of this session gives them back to "
+               "Auto.\n";
+    }
+}
+
+Instant Session::attend() {
+    const bool wasConnected = client.isConnected();
+    const Instant due = client.attend();
+    if (wasConnected && !client.isConnected() && !input.isInterrupted()) {
+        hasFailed = true;
+        err << (kind == Kind::conversation ? "\n" : "")
+            << "The connection to the daemon ended, and with it what was held. The next command "
+               "connects again.\n"
+            << std::flush;
+    }
+    return due;
+}
+
+}  // namespace airflow::tool

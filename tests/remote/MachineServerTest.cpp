@@ -1,0 +1,194 @@
+#include <gmock/gmock.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+
+#include <filesystem>
+#include <string>
+
+#include "MachineBench.h"
+#include "remote/MachineServer.h"
+#include "smc/SMCRequests.h"
+
+namespace airflow::remote {
+namespace {
+
+using namespace std::chrono_literals;
+
+class MachineServerTest : public testing::Test {
+protected:
+    /// Waits until the other end has hung up.
+    static bool isDisconnected(const platform::FileDescriptor& connection) {
+        std::array<std::byte, 1> byte{};
+        return !platform::receiveExactly(connection, byte);
+    }
+    static std::optional<std::string> ask(const platform::FileDescriptor& connection,
+                                          const std::string& text) {
+        MessageWriter writer;
+        writer.put(MachineOperation::control);
+        writer.put(text);
+        EXPECT_TRUE(sendMessage(connection, writer));
+        const auto message = receiveMessage(connection);
+        return message ? std::optional(message->substr(4)) : std::nullopt;
+    }
+
+    MachineBench bench;
+};
+
+TEST_F(MachineServerTest, answersEachRequestOfAConnection) {
+    const auto connection = bench.connect();
+    EXPECT_EQ(ask(connection, "one"), "heard one");
+    EXPECT_EQ(ask(connection, "two"), "heard two");
+}
+
+TEST_F(MachineServerTest, aPeerThatSpeaksNonsenseIsDisconnectedAndNobodyElseIs) {
+    const auto other = bench.connect();
+    for (const std::string& nonsense :
+         {std::string("GET / HTTP/1.1\r\n\r\n"), std::string("\0\0\0\0", 4),
+          std::string("\x01\0\0\0\xFF", 5), std::string("\x01\0\0\0\x01", 5)}) {
+        const auto connection = bench.connect();
+        EXPECT_TRUE(platform::sendAll(connection, nonsense));
+        EXPECT_TRUE(isDisconnected(connection)) << nonsense;
+    }
+    EXPECT_EQ(ask(other, "still"), "heard still");
+    EXPECT_TRUE(bench.holdsNothing());
+}
+
+TEST_F(MachineServerTest, aPeerThatSendsHalfARequestKeepsNobodyWaiting) {
+    const auto slow = bench.connect();
+    EXPECT_TRUE(platform::sendAll(slow, std::string_view("\x20\0\0\0\x01", 5)));
+    const auto other = bench.connect();
+    EXPECT_EQ(ask(other, "quick"), "heard quick");
+}
+
+TEST_F(MachineServerTest, aPeerThatDoesNotReadKeepsNobodyWaiting) {
+    const auto deaf = bench.connect();
+    platform::makeNonBlocking(deaf);
+    MessageWriter writer;
+    writer.put(MachineOperation::control);
+    writer.put(std::string(100'000, 'x'));
+    while (sendMessage(deaf, writer)) {  // until both directions are full
+    }
+    const auto other = bench.connect();
+    EXPECT_EQ(ask(other, "quick"), "heard quick");
+}
+
+TEST_F(MachineServerTest, whatADeadPeerHeldIsGivenBack) {
+    auto connection = bench.connect();
+    MessageWriter writer;
+    writer.put(MachineOperation::findService);
+    writer.put("AppleSMC");
+    EXPECT_TRUE(sendMessage(connection, writer));
+    EXPECT_TRUE(receiveMessage(connection));
+    EXPECT_EQ(bench.openServices(), 1);
+    connection = {};
+    EXPECT_TRUE(eventually([this] { return bench.openServices() == 0; }));
+}
+
+TEST_F(MachineServerTest, itsEndDisconnectsEverybody) {
+    const auto idle = bench.connect();
+    const auto busy = bench.connect();
+    EXPECT_EQ(ask(busy, "me"), "heard me");
+    bench.server.reset();
+    EXPECT_TRUE(isDisconnected(idle));
+    EXPECT_TRUE(isDisconnected(busy));
+}
+
+TEST_F(MachineServerTest, aSlowAnswerComesLateAndKeepsOnlyItsAskerWaiting) {
+    for (const auto operation :
+         {simulation::Fault::Operation::information, simulation::Fault::Operation::read}) {
+        bench.add({.key = "FNum", .operation = operation, .latency = 20ms});
+    }
+    auto machine = bench.remote();
+    smc::SMCRequests requests(machine.smc());
+    ASSERT_TRUE(requests.open());
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_EQ(requests.tryReadValue("FNum")->numeric(), 2);
+    EXPECT_GE(std::chrono::steady_clock::now() - before, 40ms);
+    EXPECT_EQ(requests.tryReadValue("F0Ac")->numeric(), 1200);
+}
+
+TEST_F(MachineServerTest, anAnswerThatTakesAnHourKeepsNeitherTheHubNorTheEndWaiting) {
+    bench.add({.operation = simulation::Fault::Operation::information, .latency = 1h});
+    auto machine = bench.remote();
+    smc::SMCRequests requests(machine.smc());
+    ASSERT_TRUE(requests.open());
+    std::thread stuck([&requests] { EXPECT_EQ(requests.tryReadValue("FNum"), std::nullopt); });
+    EXPECT_TRUE(eventually(
+        [this] { return bench.locked([this] { return bench.served.smcRequests == 4; }); }));
+    EXPECT_NE(machine.hidObjects().makeText("quick"), nullptr);
+    bench.server.reset();
+    stuck.join();
+}
+
+TEST_F(MachineServerTest, anAskerThatGoesIsNotWaitedFor) {
+    bench.add({.operation = simulation::Fault::Operation::information, .latency = 1h});
+    auto connection = bench.connect();
+    for (const auto& [operation, number] : {std::pair(MachineOperation::findService, 0U),
+                                            std::pair(MachineOperation::openService, 0x5E11U)}) {
+        MessageWriter writer;
+        writer.put(operation);
+        if (number == 0) {
+            writer.put("AppleSMC");
+        } else {
+            writer.put(number);
+            writer.put(0U);
+        }
+        EXPECT_TRUE(sendMessage(connection, writer));
+    }
+    EXPECT_TRUE(receiveMessage(connection));
+    const auto opened = receiveMessage(connection).value();
+    MessageWriter writer;
+    writer.put(MachineOperation::call);
+    writer.put(MessageReader(opened).take<OpeningAnswer>().connection);
+    writer.put(2U);
+    writer.put(recordOf(0, 9));
+    EXPECT_TRUE(sendMessage(connection, writer));
+    EXPECT_TRUE(eventually(
+        [this] { return bench.locked([this] { return bench.served.smcRequests == 3; }); }));
+    EXPECT_EQ(bench.openConnections(), 1);
+    connection = {};
+    EXPECT_TRUE(eventually([this] { return bench.holdsNothing(); }));
+}
+
+TEST_F(MachineServerTest, acceptsUntilItIsToldToStop) {
+    const std::string path = (std::filesystem::path(testing::TempDir()) /
+                              ("airflow-machine-" + std::to_string(getpid())))
+                                 .string();
+    const auto listening = platform::listenOn(path);
+    ASSERT_TRUE(listening) << listening.error();
+    const platform::FileDescriptor stop(eventfd(0, EFD_CLOEXEC));
+    std::thread accepting([&] { bench.server->acceptUntil(stop, *listening); });
+    {
+        RemoteMachine machine(path);
+        smc::SMCRequests requests(machine.smc());
+        EXPECT_TRUE(requests.open());
+        const auto connection = platform::connectTo(path);
+        ASSERT_TRUE(connection);
+        EXPECT_EQ(ask(*connection, "me"), "heard me");
+    }
+    eventfd_write(stop.get(), 1);
+    accepting.join();
+    std::filesystem::remove(path);
+}
+
+TEST_F(MachineServerTest, thousandsOfConnectionsOneAfterTheOtherLeaveNothingBehind) {
+    const auto descriptors = [] {
+        std::size_t count = 0;
+        for ([[maybe_unused]] const auto& entry :
+             std::filesystem::directory_iterator("/proc/self/fd")) {
+            ++count;
+        }
+        return count;
+    };
+    const auto before = descriptors();
+    for (int i = 0; i < 2000; ++i) {
+        const auto connection = bench.connect();
+        EXPECT_EQ(ask(connection, "me"), "heard me");
+    }
+    EXPECT_LE(descriptors(), before + 100) << "ended connections wait to be forgotten";
+    bench.server.reset();
+    EXPECT_LE(descriptors(), before);
+}
+
+}  // namespace
+}  // namespace airflow::remote

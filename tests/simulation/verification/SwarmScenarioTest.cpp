@@ -1,0 +1,336 @@
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <functional>
+#include <map>
+#include <set>
+
+#include "json/Writer.h"
+#include "simulation/verification/SwarmScenario.h"
+
+namespace airflow::simulation {
+namespace {
+
+using namespace std::chrono_literals;
+using concurrency::Duration;
+using testing::Contains;
+using testing::IsEmpty;
+using testing::IsSupersetOf;
+using testing::Not;
+using testing::SizeIs;
+
+constexpr std::uint64_t seeds = 3000;
+
+std::string textOf(const Scenario& scenario) {
+    return json::encode(scenario).value_or("has no JSON form");
+}
+
+const std::vector<Scenario>& drawn() {
+    static const auto scenarios = [] {
+        std::vector<Scenario> all;
+        for (std::uint64_t seed = 1; seed <= seeds; ++seed) all.push_back(swarmScenario(seed));
+        return all;
+    }();
+    return scenarios;
+}
+
+std::size_t countIf(const std::function<bool(const Scenario&)>& holds) {
+    return static_cast<std::size_t>(std::ranges::count_if(drawn(), holds));
+}
+
+template <typename T>
+std::vector<T> eventsOf(const Scenario& scenario) {
+    std::vector<T> found;
+    for (const Event& event : scenario.events) {
+        if (const T* each = std::get_if<T>(&event)) found.push_back(*each);
+    }
+    return found;
+}
+
+bool isForcing(const Call& call) {
+    using Method = Call::Method;
+    return call.method == Method::fullBlast || call.method == Method::setManualRPM ||
+           call.method == Method::setPercent || call.method == Method::applyConfig;
+}
+
+bool isCalledBetween(const Scenario& scenario, Duration from, Duration until) {
+    return std::ranges::any_of(eventsOf<Call>(scenario), [&](const Call& call) {
+        return isForcing(call) && call.at > from && call.at < until;
+    });
+}
+
+bool hasSlowWriteAt(const Scenario& scenario, Duration at) {
+    return std::ranges::any_of(scenario.faults, [at](const Fault& fault) {
+        return fault.operation == Fault::Operation::write && fault.from <= at && at < fault.until &&
+               fault.latency > 0s;
+    });
+}
+
+TEST(SwarmScenario, canBeKeptAsAFileAndPlayedAgain) {
+    for (std::uint64_t seed = 1; seed <= 600; ++seed) {
+        const std::string text = textOf(swarmScenario(seed, SwarmNumbers::any));
+        const auto again = Scenario::parse(text, {});
+        ASSERT_TRUE(again) << seed << again.error().describe("scenario");
+        ASSERT_EQ(textOf(*again), text) << seed;
+    }
+}
+
+TEST(SwarmScenario, hasUpToTenFansOnMachinesOfEveryKind) {
+    std::map<std::size_t, int> fans;
+    std::set<std::string> tenFans;
+    for (const Scenario& scenario : drawn()) {
+        ++fans[scenario.machine.fans.size()];
+        if (scenario.machine.fans.size() == 10) tenFans.insert(scenario.machine.name);
+    }
+    EXPECT_THAT(fans, SizeIs(11));
+    EXPECT_GT(fans[10], 10);
+    EXPECT_GT(fans[2], 2000);
+    EXPECT_THAT(tenFans, SizeIs(testing::Ge(5U)));
+}
+
+TEST(SwarmScenario, heatsEverySensorThatTheDaemonReadsAndNoOther) {
+    std::set<std::string> withHub;
+    std::set<std::string> withoutHub;
+    for (const Scenario& scenario : drawn()) {
+        const bool hasHub = scenario.machine.hasHIDSymbols && scenario.machine.hid;
+        for (const TemperatureChange& change : scenario.temperatures) {
+            for (const auto& [label, celsius] : change.hid) {
+                EXPECT_TRUE(hasHub);
+                if (celsius >= 96) withHub.insert(label);
+            }
+            for (const auto& [key, celsius] : change.smc) {
+                EXPECT_FALSE(hasHub);
+                if (celsius >= 96) withoutHub.insert(key);
+            }
+        }
+    }
+    EXPECT_THAT(withoutHub,
+                testing::UnorderedElementsAre("TCHP", "TCMb", "TCMz", "TG0D", "TD01", "TB0T"));
+    EXPECT_THAT(withHub, IsSupersetOf({"PMU tdie1", "PMU tdie6", "GPU MTR Temp Sensor1",
+                                       "gas gauge battery", "NAND CH0 temp"}));
+    EXPECT_THAT(withHub, Not(Contains("PMU tcal")));
+}
+
+TEST(SwarmScenario, hidesEveryTemperatureThatThereIs) {
+    const auto hidden = [](const Scenario& scenario) {
+        std::set<std::string> keys;
+        for (const Fault& fault : scenario.faults) {
+            if (fault.operation == Fault::Operation::read && fault.result) keys.insert(fault.key);
+        }
+        const bool isWholeSMC = std::ranges::all_of(
+            scenario.machine.smc, [&](const auto& sensor) { return keys.contains(sensor.first); });
+        const bool isHubGone =
+            !scenario.machine.hid || !scenario.machine.hasHIDSymbols ||
+            std::ranges::any_of(scenario.temperatures, &TemperatureChange::hidesHID);
+        return isWholeSMC && isHubGone;
+    };
+    EXPECT_GT(countIf(hidden), 50U);
+}
+
+TEST(SwarmScenario, letsTheHubHangForShortAndLong) {
+    std::size_t longer = 0;
+    std::size_t all = 0;
+    for (const Scenario& scenario : drawn()) {
+        for (const HIDHang& hang : scenario.hidHangs) {
+            EXPECT_LE(hang.until, troubleEnds);
+            ++all;
+            if (hang.until - hang.from > 15s) ++longer;
+        }
+    }
+    EXPECT_GT(all, 300U);
+    EXPECT_GT(longer, 50U);
+}
+
+TEST(SwarmScenario, rarelyLetsAFanRefuseForAHundredRetriesAndMore) {
+    std::size_t hundred = 0;
+    std::size_t hours = 0;
+    for (const Scenario& scenario : drawn()) {
+        const Duration length = scenario.length();
+        const bool isLong = std::ranges::any_of(scenario.faults, [&](const Fault& fault) {
+            return fault.value == 0 && fault.key.starts_with('F') &&
+                   fault.until - fault.from > 200s;
+        });
+        EXPECT_EQ(isLong, length > troubleEnds + calm);
+        if (!isLong) continue;
+        ++hundred;
+        if (length > 1h) ++hours;
+        EXPECT_LT(scenario.events.size(), 6U);
+    }
+    EXPECT_GT(hundred, 10U);
+    EXPECT_LT(hundred, 60U);
+    EXPECT_GT(hours, 0U);
+}
+
+TEST(SwarmScenario, letsClientsSendHundredsOfCommandsInAnInstantAndGo) {
+    std::size_t backlogs = 0;
+    std::size_t several = 0;
+    for (const Scenario& scenario : drawn()) {
+        std::map<Duration, std::size_t> calls;
+        for (const Call& call : eventsOf<Call>(scenario)) ++calls[call.at];
+        std::size_t gone = 0;
+        for (const auto& change : eventsOf<ConnectionChange>(scenario)) {
+            if (calls[change.at] >= 100) ++gone;
+        }
+        if (gone > 0) ++backlogs;
+        if (gone > 1) ++several;
+    }
+    EXPECT_GT(backlogs, 30U);
+    EXPECT_GT(several, 10U);
+}
+
+TEST(SwarmScenario, asksForFansInTheMiddleOfAnUpgrade) {
+    std::size_t crowded = 0;
+    std::size_t slow = 0;
+    for (const Scenario& scenario : drawn()) {
+        for (const Call& call : eventsOf<Call>(scenario)) {
+            if (call.method != Call::Method::shutdownForUpgrade) continue;
+            if (!isCalledBetween(scenario, call.at, call.at + 200ms)) continue;
+            ++crowded;
+            if (hasSlowWriteAt(scenario, call.at)) ++slow;
+        }
+    }
+    EXPECT_GT(crowded, 200U);
+    EXPECT_GT(slow, 80U);
+}
+
+TEST(SwarmScenario, asksForFansWithinMillisecondsOfASignal) {
+    std::size_t crowded = 0;
+    std::size_t slow = 0;
+    for (const Scenario& scenario : drawn()) {
+        for (const ProcessEvent& event : eventsOf<ProcessEvent>(scenario)) {
+            const bool isSignal = event.kind == ProcessEvent::Kind::terminate ||
+                                  event.kind == ProcessEvent::Kind::interrupt;
+            if (!isSignal || !isCalledBetween(scenario, event.at - 5ms, event.at + 15ms)) continue;
+            ++crowded;
+            if (hasSlowWriteAt(scenario, event.at)) ++slow;
+        }
+    }
+    EXPECT_GT(crowded, 200U);
+    EXPECT_GT(slow, 100U);
+}
+
+TEST(SwarmScenario, dropsAFanFromAPlanWhileItRefusesToGoBack) {
+    const auto drops = [](const Scenario& scenario) {
+        for (const Fault& fault : scenario.faults) {
+            if (fault.value != 0 || !fault.key.ends_with("d")) continue;
+            for (const Call& call : eventsOf<Call>(scenario)) {
+                const bool isMeanwhile = call.at > fault.from && call.at < fault.until;
+                const auto index = static_cast<std::int64_t>(fault.key[1] - '0');
+                const bool isPartial =
+                    call.plan.fans.size() + 1 == scenario.machine.fans.size() &&
+                    std::ranges::find(call.plan.fans, index, &plan::FanPlan::fanID) ==
+                        call.plan.fans.end();
+                if (isMeanwhile && isPartial && !call.plan.fans.empty()) return true;
+            }
+        }
+        return false;
+    };
+    EXPECT_GT(countIf(drops), 100U);
+}
+
+TEST(SwarmScenario, heatsAMachineWhoseFansAreHeldAndOneOfThemAtAStandstill) {
+    const auto isHeldInHeat = [](const Scenario& scenario) {
+        return std::ranges::any_of(eventsOf<Call>(scenario), [&](const Call& call) {
+            const auto isStill = [](const plan::FanPlan& fan) {
+                const auto* percent = std::get_if<plan::FixedPercent>(&fan.mode.mode);
+                return percent && percent->percent == 0;
+            };
+            const bool isHot =
+                std::ranges::any_of(scenario.temperatures, [&call](const auto& change) {
+                    const auto celsius =
+                        change.hid.empty() ? std::optional(0.0) : change.hid.front().second;
+                    const double key = change.smc.empty() ? 0 : change.smc.front().second;
+                    return change.at > call.at + 10s && std::max(celsius.value_or(0), key) >= 96;
+                });
+            const bool isHeard = std::ranges::any_of(
+                eventsOf<Heartbeats>(scenario), [&call](const Heartbeats& beats) {
+                    return beats.at == call.at && beats.until >= call.at + 60s;
+                });
+            return isHot && isHeard && call.plan.fans.size() > 1 &&
+                   std::ranges::count_if(call.plan.fans, isStill) == 1;
+        });
+    };
+    EXPECT_GT(countIf(isHeldInHeat), 50U);
+}
+
+TEST(SwarmScenario, hasCurvesOfASensorThatIsNotTheHottest) {
+    const auto followsBattery = [](const Scenario& scenario) {
+        return std::ranges::any_of(eventsOf<Call>(scenario), [](const Call& call) {
+            return std::ranges::any_of(call.plan.fans, [](const plan::FanPlan& fan) {
+                const auto* curve = std::get_if<plan::FanCurve>(&fan.mode.mode);
+                return curve && curve->sourceSensorID == "HID-gas gauge battery";
+            });
+        });
+    };
+    EXPECT_GT(countIf(followsBattery), 100U);
+}
+
+TEST(SwarmScenario, asksForTheStateAgainAndAgain) {
+    const auto asksOften = [](const Scenario& scenario) {
+        return std::ranges::count(eventsOf<Call>(scenario), std::string("reader"), &Call::client) >=
+               10;
+    };
+    EXPECT_GT(countIf(asksOften), 100U);
+}
+
+TEST(SwarmScenario, setsTheClockBackByUpToAnHour) {
+    double least = 0;
+    for (const Scenario& scenario : drawn()) {
+        for (const auto& jump : eventsOf<WallClockJump>(scenario)) {
+            least = std::min(least, jump.seconds);
+        }
+    }
+    EXPECT_LT(least, -3000);
+    EXPECT_GE(least, -3600);
+}
+
+TEST(SwarmScenario, hasPlansWithRules) {
+    const auto hasRules = [](const Scenario& scenario) {
+        return std::ranges::any_of(eventsOf<Call>(scenario),
+                                   [](const Call& call) { return !call.plan.rules.empty(); });
+    };
+    EXPECT_GT(countIf(hasRules), 200U);
+}
+
+TEST(SwarmScenario, ofPossibleNumbersNamesNoFanThatTheMachineLacks) {
+    for (std::uint64_t seed = 1; seed <= 1200; ++seed) {
+        const Scenario scenario = swarmScenario(seed, SwarmNumbers::possible);
+        const auto last = static_cast<std::int64_t>(scenario.machine.fans.size());
+        for (const Call& call : eventsOf<Call>(scenario)) {
+            ASSERT_TRUE(call.fan >= 0 && call.fan < std::max<std::int64_t>(last, 1)) << seed;
+        }
+        for (const Fault& fault : scenario.faults) {
+            ASSERT_FALSE(fault.key == "FNum" && fault.reading) << seed;
+        }
+    }
+}
+
+TEST(SwarmScenario, ofAnyNumbersHasMoreOfThemAndNothingElseThatIsNew) {
+    std::set<std::int64_t> fans;
+    std::set<double> counts;
+    bool isNotANumberDrawn = false;
+    for (std::uint64_t seed = 1; seed <= 1200; ++seed) {
+        const Scenario any = swarmScenario(seed, SwarmNumbers::any);
+        Scenario rest = any;
+        const Scenario possible = swarmScenario(seed, SwarmNumbers::possible);
+        for (const Call& call : eventsOf<Call>(any)) fans.insert(call.fan);
+        for (const Fault& fault : any.faults) {
+            if (fault.key != "FNum" || !fault.reading) continue;
+            if (std::isnan(*fault.reading))
+                isNotANumberDrawn = true;
+            else
+                counts.insert(*fault.reading);
+        }
+        rest.events.resize(possible.events.size());
+        rest.faults.resize(possible.faults.size());
+        ASSERT_EQ(textOf(rest), textOf(possible)) << seed;
+    }
+    EXPECT_THAT(fans, IsSupersetOf({std::int64_t{10}, std::int64_t{-1}, std::int64_t{7}}));
+    EXPECT_THAT(counts, IsSupersetOf({300.0, HUGE_VAL, 3e9, 0.0, 1.0}));
+    EXPECT_TRUE(isNotANumberDrawn);
+}
+
+}  // namespace
+}  // namespace airflow::simulation
