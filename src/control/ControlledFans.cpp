@@ -38,7 +38,8 @@ void ControlledFans::forced(const Request& request) {
 
 void ControlledFans::refusedToForce(const Request& request) {
     if (isAnyLater(latestForcings, request)) return;
-    if (takenReleases[request.fan] > takenForcings[request.fan]) forget(request.fan);
+    // A 0 that has the number of a 1 is somebody else's, and came after it.
+    if (takenReleases[request.fan] >= takenForcings[request.fan]) forget(request.fan);
 }
 
 void ControlledFans::forget(Fan fan) {

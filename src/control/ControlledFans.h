@@ -1,8 +1,14 @@
 // ControlledFans: what the controller knows of each fan, and the only functions that change it.
 //
-// A fan is put under control by forced() and given up by givenBack(); both are told by the request
-// that the SMC has just answered. Of a 1 and a 0 that it took for one fan the one that was queued
-// later decides, because it answers in the order in which it is asked.
+// A fan is put under control by forced() and given up by givenBack(). The controller tells both by
+// its own request that the SMC has just answered: of a 1 and a 0 that it took for one fan the one
+// that was queued later decides, because it answers in the order in which it is asked.
+//
+// The guard tells a 0 of its own by the number of the controller's latest request before it. Where
+// the two run on threads of their own, one request of the controller may be queued on the other
+// side of that 0 than its number says: a fan counts as held that is not, or the other way round.
+// Then the hold loop claims the fan again, or the guard gives it back again, which looks at it
+// 2 s later and leaves no forced fan to which nobody writes.
 #pragma once
 
 #include <atomic>
@@ -19,7 +25,8 @@ namespace airflow::control {
 class ControlledFans {
 public:
     using Fan = std::int64_t;
-    /// A write to a fan's mode key. Numbers ascend in the order in which writes are queued.
+    /// A write to a fan's mode key. The numbers of the controller's own ascend in the order in
+    /// which they are queued; the guard's carry that of the controller's latest.
     struct Request {
         Fan fan = 0;
         std::uint64_t number = 0;
@@ -37,8 +44,9 @@ public:
     /// The SMC did not take the 1 of this request. A fan that was given back before it is not under
     /// control.
     void refusedToForce(const Request& request);
-    /// The SMC took the 0 of this request: the fan is not under control any more, unless a later
-    /// request forces it. Whether it was pending, and whether the plan held it stopped, stays.
+    /// The SMC took the 0 of this request, or one of the guard's after it: the fan is not under
+    /// control any more, unless a later request forces it. Whether it was pending, and whether the
+    /// plan held it stopped, stays.
     void givenBack(const Request& request);
     /// The same for the 0 of a release: the fan need not be given back any more.
     void released(const Request& request);

@@ -141,7 +141,10 @@ private:
     void putInForce(plan::FanControlPlan plan);
     concurrency::Task<ControlResult> claimAndHold(plan::FanControlPlan plan);
     concurrency::Task<ControlResult> claimPlannedFans(plan::FanControlPlan plan, Generations begun);
-    concurrency::Task<ControlResult> holdPlan(ControlResult result, ReleaseGeneration generation);
+    concurrency::Task<ControlResult> holdPlan(ControlResult result, Generations begun);
+    /// How the fan is published that the SMC took for this entry: as a newer plan has it, if one is
+    /// in force.
+    void setModeInForce(const plan::FanPlan& entry, const Generations& begun);
     void ensureHoldLoopRunning();
     /// Sleeps outside the controller, which it does not keep alive, and ticks inside.
     static concurrency::Task<void> holdLoop(concurrency::Runtime& clock,
@@ -154,7 +157,7 @@ private:
     [[nodiscard]] std::optional<ControlError> brokenSafetyCheck(
         const sensors::SensorSnapshot& snapshot);
     void publishTick(std::vector<Fan> reverted);
-    concurrency::Task<bool> releaseUnwanted(std::vector<Fan> fans, ReleaseGeneration generation);
+    concurrency::Task<bool> releaseUnwanted(std::vector<Fan> fans, Generations begun);
     concurrency::Task<bool> claimWanted(std::vector<Fan> fans, plan::FanControlPlan plan,
                                         Generations begun);
     concurrency::Task<bool> writeTarget(Fan fan, std::string modeKey, double rpm);

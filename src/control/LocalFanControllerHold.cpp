@@ -61,7 +61,7 @@ Task<ControlResult> LocalFanController::claimAndHold(plan::FanControlPlan plan) 
         if (failure) co_return ControlResult::failed(description(*failure));
         co_return result;
     }
-    co_return co_await holdPlan(std::move(result), generation);
+    co_return co_await holdPlan(std::move(result), begun);
 }
 
 /// The plan supersedes retries, and decides which fans have still to be given back.
@@ -86,8 +86,8 @@ void LocalFanController::putInForce(plan::FanControlPlan plan) {
 }
 
 /// The fans are claimed as far as they can be: the loop begins, and with it the first step.
-Task<ControlResult> LocalFanController::holdPlan(ControlResult result,
-                                                 ReleaseGeneration generation) {
+Task<ControlResult> LocalFanController::holdPlan(ControlResult result, Generations begun) {
+    const ReleaseGeneration generation = begun.release;
     const concurrency::Date now = runtime.date();
     lastHeartbeat = now;
     ensureHoldLoopRunning();
@@ -99,7 +99,7 @@ Task<ControlResult> LocalFanController::holdPlan(ControlResult result,
     (void)co_await assertPlanOnce(activePlan, std::move(snapshot), now);  // the loop will tell
     if (isSuperseded(generation)) co_return result;
     std::optional<ControlError> error;
-    if (!result.isApplied()) error = PlanIncomplete{result};
+    if (!result.isApplied() && !isSuperseded(begun.plan)) error = PlanIncomplete{result};
     publishState(!fans.claimed().empty(), std::move(error));
     co_return result;
 }
@@ -122,11 +122,18 @@ Task<ControlResult> LocalFanController::claimPlannedFans(plan::FanControlPlan pl
         if (isSuperseded(begun.release)) co_return ControlResult::rejected(superseded);
         if (isSuperseded(entry.fanID, begun)) continue;
         if (claim.isApplied())
-            fans.setMode(entry.fanID, publishedMode(entry));
+            setModeInForce(entry, begun);
         else
             result = std::move(claim);
     }
     co_return result;
+}
+
+void LocalFanController::setModeInForce(const plan::FanPlan& entry, const Generations& begun) {
+    std::map<Fan, const plan::FanPlan*> newer;
+    if (isSuperseded(begun.plan)) newer = managedFans(activePlan);
+    const auto found = newer.find(entry.fanID);
+    fans.setMode(entry.fanID, publishedMode(found == newer.end() ? entry : *found->second));
 }
 
 void LocalFanController::ensureHoldLoopRunning() {
@@ -234,7 +241,7 @@ Task<std::vector<std::int64_t>> LocalFanController::assertPlanOnce(plan::FanCont
     auto actions = evaluation::FanHoldPlanner::actions(decisions, fans.claimed());
     fans.setStopped({actions.stoppedFans.begin(), actions.stoppedFans.end()});
     if (actions.forceTestEnabled) co_await raiseForceTest();
-    const bool released = co_await releaseUnwanted(std::move(actions.toRelease), generation);
+    const bool released = co_await releaseUnwanted(std::move(actions.toRelease), begun);
     if (!released) co_return std::vector<Fan>{};
     const bool claimed = co_await claimWanted(std::move(actions.toClaim), std::move(plan), begun);
     if (!claimed) co_return std::vector<Fan>{};
@@ -251,22 +258,23 @@ Task<std::vector<std::int64_t>> LocalFanController::assertPlanOnce(plan::FanCont
         if (isReverted) reverted.push_back(fan);
     }
     if (isSuperseded(generation)) co_return std::vector<Fan>{};
-    if (fans.claimed().empty() && !actions.forceTestEnabled) {
+    // A newer plan lowers it itself, when it holds nothing any more.
+    if (fans.claimed().empty() && !actions.forceTestEnabled && !isSuperseded(begun.plan)) {
         (void)co_await smc.writeUInt8("Ftst", 0);  // the next tick tries again
     }
     co_return reverted;
 }
 
-/// Gives the fans back; one that refuses stays claimed and is tried again on the next tick. False
-/// when a release came meanwhile.
-Task<bool> LocalFanController::releaseUnwanted(std::vector<Fan> unwanted,
-                                               ReleaseGeneration generation) {
+/// Gives the fans back, but for those that a newer plan manages; one that refuses stays claimed and
+/// is tried again on the next tick. False when a release came meanwhile.
+Task<bool> LocalFanController::releaseUnwanted(std::vector<Fan> unwanted, Generations begun) {
     const auto known = withModeKeys({unwanted.begin(), unwanted.end()});
     for (const auto& [fan, key] : known) {
-        if (isSuperseded(generation)) co_return false;
+        if (isSuperseded(begun.release)) co_return false;
+        if (isSuperseded(begun.plan) && isManaged(fan)) continue;  // by a newer plan
         (void)co_await giveBack(fan, key);
     }
-    co_return !isSuperseded(generation);
+    co_return !isSuperseded(begun.release);
 }
 
 /// Claims the fans; one that cannot be claimed is tried again on the next tick. False when a
@@ -282,9 +290,8 @@ Task<bool> LocalFanController::claimWanted(std::vector<Fan> wanted, plan::FanCon
         const ControlResult claim = co_await claimManualMode(fan, *key, begun);
         if (isSuperseded(begun.release)) co_return false;
         if (!claim.isApplied()) continue;
-        const auto& inForce = isSuperseded(begun.plan) ? activePlan : plan;
-        const auto entry = std::ranges::find(inForce.fans, fan, &plan::FanPlan::fanID);
-        if (entry != inForce.fans.end()) fans.setMode(fan, publishedMode(*entry));
+        const auto entry = std::ranges::find(plan.fans, fan, &plan::FanPlan::fanID);
+        if (entry != plan.fans.end()) setModeInForce(*entry, begun);
     }
     co_return true;
 }

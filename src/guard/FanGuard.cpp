@@ -142,9 +142,10 @@ Task<FanGuard::Taken> FanGuard::giveBack(std::map<FanWatch::Fan, std::string> fa
     if (acting) acting();
     Taken taken;
     // The mode key's answer is what counts; but an exit that has begun meanwhile restores
-    // everything.
+    // everything. The last client that leaves has it withheld, too.
     const auto raised = co_await gate.writeUInt8("Ftst", 1);
-    if (!raised && raised.error() == smc::SMCError::withheld()) co_return taken;
+    const bool isWithheld = !raised && raised.error() == smc::SMCError::withheld();
+    if (isWithheld && gate.isEnding()) co_return taken;
     for (const auto& [fan, key] : fans) {
         const std::uint64_t before = lastRequest();
         const auto written = co_await gate.writeUInt8(key, 0);

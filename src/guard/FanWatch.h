@@ -34,7 +34,9 @@ public:
     void readTemperature() { ++temperatures; }
     /// The hold loop has made its safety checks and goes on.
     void checked();
-    /// A client sent a heartbeat or a command, or was answered.
+    /// A client sent a heartbeat, a speed, full blast, Auto or a plan that can be decoded; or one
+    /// of these commands was answered. The state, the version, restoreAuto and an upgrade do not
+    /// count, nor does what was sent before the last client went.
     void heard() { silent = Duration::zero(); }
     /// Watching begins again, so long after a client was heard.
     void resume(Duration sinceHeard) { silent = sinceHeard; }

@@ -46,6 +46,7 @@ SMCGate::SMCGate(concurrency::Executor& executor, smc::SMCWriting& gateConnectio
       reading(gateReading) {}
 
 void SMCGate::closeForExit() {
+    const std::lock_guard lock(visits);
     isExiting = true;
     ++closings;
 }

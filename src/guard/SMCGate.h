@@ -79,6 +79,8 @@ public:
     /// asked for before is withheld.
     void interrupt();
     [[nodiscard]] bool takesForcing() const override;
+    /// Whether it has closed for an exit.
+    [[nodiscard]] bool isEnding() const { return isExiting; }
     /// Advances whenever the gate closes: who asked for something before that is gone.
     [[nodiscard]] Epoch epoch() const { return closings; }
 
@@ -105,7 +107,7 @@ private:
     sensors::SMCReading& reading;
     GateObserver* observer = nullptr;
     std::atomic<bool> isExiting = false;
-    std::mutex visits;  ///< of changes to `clients`, with what follows from them
+    std::mutex visits;  ///< of changes to `clients` and `isExiting`, with what follows from them
     std::atomic<std::int64_t> clients = 0;
     std::atomic<bool> hadClients = false;
     std::atomic<Epoch> closings = 0;

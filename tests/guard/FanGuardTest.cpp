@@ -104,6 +104,21 @@ TEST_F(FanGuardTest, leavesEverythingToAnExitThatBeginsBeforeItsTurn) {
     EXPECT_THAT(writes, IsEmpty());
 }
 
+/// What raises "Ftst" is withheld then, and what gives fans back is not.
+TEST_F(FanGuardTest, givesEveryFanBackAlthoughTheLastClientLeavesBeforeItsTurn) {
+    gate.enter();
+    force(0);
+    system.mac.smc().add(Fault{.key = "FNum", .operation = Fault::Operation::read, .latency = 1s});
+    system.runtime.advance(8900ms);
+    system.runtime.detach("slow", keepDriverBusy(*this, 9s));
+    system.runtime.advance(500ms);
+    (void)gate.leave();
+    system.runtime.advance(5s);
+    EXPECT_THAT(causes, ElementsAre(control::ControlError(control::ChecksOverdue{})));
+    EXPECT_THAT(writes, ElementsAre("F0Md=0", "Ftst=0"));
+    EXPECT_EQ(mode(0), FanMode::automatic);
+}
+
 TEST_F(FanGuardTest, watchesAgainAfterAWhileWithoutForcedFans) {
     force(0);
     write("F0Md", 0);

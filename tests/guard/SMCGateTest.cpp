@@ -66,7 +66,9 @@ TEST_F(SMCGateTest, isClosedFromTheEndOfTheLastClientUntilTheNextOneComes) {
 
 TEST_F(SMCGateTest, isClosedForGoodFromTheBeginningOfAnExit) {
     gate.enter();
+    EXPECT_FALSE(gate.isEnding());
     gate.closeForExit();
+    EXPECT_TRUE(gate.isEnding());
     EXPECT_FALSE(gate.takesForcing());
     gate.enter();
     EXPECT_EQ(write("F0Md", 1), withheld);

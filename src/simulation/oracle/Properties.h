@@ -105,7 +105,8 @@ inline constexpr std::array<PropertyText, 21> properties{{
      "heard every 15 s and nothing else gives a reason."},
     {Property::appliedIsTrue, "appliedIsTrue",
      "When a command is answered as applied, every fan that it wants at a fixed speed is forced, "
-     "or was since it was sent."},
+     "or was since it was sent, unless another command that controls fans was under way "
+     "meanwhile."},
     {Property::guardIsQuiet, "guardIsQuiet",
      "The guard gives fans back only where the SMC lies or cannot be read, the HID hub hangs, the "
      "wall clock was set back, or more than ten commands wait at once."},

@@ -136,6 +136,18 @@ TEST(ControlledFans, forgetAFanThatWasGivenBackAndIsRefusedAfterwards) {
     EXPECT_THAT(fans.claimed(), IsEmpty());
 }
 
+/// Somebody else's 0 carries the number of the request that it came after.
+TEST(ControlledFans, forgetAFanThatSomebodyElseGaveBackAndThatIsRefusedAfterwards) {
+    ControlledFans fans;
+    const auto taken = fans.beginForcing(0);
+    fans.forced(taken);
+    const auto forcing = fans.beginForcing(0);
+    fans.givenBack(taken);
+    EXPECT_THAT(fans.claimed(), ElementsAre(0));
+    fans.refusedToForce(forcing);
+    EXPECT_THAT(fans.claimed(), IsEmpty());
+}
+
 TEST(ControlledFans, keepAFanThatIsHeldWhenItRefusesToBeForcedAgain) {
     ControlledFans fans;
     take(fans, 0);

@@ -188,6 +188,35 @@ TEST(PlanDuringARetry, endsItAtItsNextFan) {
     EXPECT_THAT(bench.writes, testing::Not(testing::Contains(testing::EndsWith("Md=0"))));
 }
 
+/// Both plans ask for the fan, every 100 ms. The SMC takes the request of the newer one at 650 ms
+/// and that of the older one at 700 ms.
+TEST(PlanDuringAClaim, decidesHowTheFanIsPublishedThatTheOlderPlanIsGrantedLater) {
+    ControllerBench bench(steadyMachine(1), withoutJitter);
+    bench.mac().smc().add(refusal("F0Md", 1, 0x82, 0s, 620ms));
+    const Answer older = bench.start(bench.controller().setPercent(0, 50));
+    bench.advance(550ms);
+    EXPECT_EQ(bench.run(bench.controller().setPercent(0, 100)), ControlResult::applied());
+    bench.advance(5s);
+    EXPECT_EQ(*older, ControlResult::applied());
+    EXPECT_EQ(bench.mac().fan(0).target, 6000);
+    EXPECT_EQ(bench.state().perFanMode.at(0), ControlMode::fullBlast);
+}
+
+/// The same with an older plan that has failed at another fan before, and ends behind the newer
+/// one.
+TEST(PlanDuringAClaim, isNotToldToHaveFailedWhenTheOlderPlanEndsBehindIt) {
+    ControllerBench bench(steadyMachine(1), withoutJitter);
+    bench.mac().smc().add(refusal("F0Md", 1, 0x82, 0s, 620ms));
+    const Answer older =
+        bench.start(bench.controller().applyPlan(planOf({{5, rpm(3000)}, {0, rpm(3000)}})));
+    bench.advance(550ms);
+    EXPECT_EQ(bench.run(bench.controller().applyPlan(planOf({{0, rpm(4000)}}))),
+              ControlResult::applied());
+    bench.advance(500ms);
+    EXPECT_EQ(*older, ControlResult::failed("neither F5Md nor F5md exists on this machine"));
+    EXPECT_THAT(told(bench.published), ElementsAre("holding", "holding"));
+}
+
 TEST_P(PlanRaces, aHeartbeatIsServedDuringAClaimOfTenSeconds) {
     ControllerBench bench(steadyMachine(1), options());
     bench.mac().smc().add(refusal("F0Md", 1, 0x82));

@@ -139,5 +139,41 @@ TEST(StepRaces, aFanThatATickClaimsIsPublishedAsTheNewerPlanHasIt) {
     EXPECT_EQ(bench.mac().fan(0).target, 3000);
 }
 
+/// A step that gives every fan back, while a newer plan arrives with the first one's release.
+class StepThatGivesBack : public testing::Test {
+protected:
+    void stepUnder(plan::FanControlPlan newerPlan) {
+        (void)bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(3500)}})));
+        const auto snapshot = bench.run(bench.system.sensors.snapshot());
+        slowDown(bench, 5ms);
+        forget(bench);
+        std::shared_ptr<std::optional<ControlResult>> newer;
+        atWrite(bench, "F0Md", 0, 1, [&, newerPlan = std::move(newerPlan)] {
+            newer = bench.start(bench.controller().applyPlan(newerPlan));
+        });
+        (void)bench.run(
+            bench.controller().assertPlanOnce(planOf({}), snapshot, bench.system.runtime.date()));
+        bench.advance(1s);
+        EXPECT_EQ(*newer, ControlResult::applied());
+    }
+
+    ControllerBench bench{steadyMachine(), withoutJitter};
+};
+
+TEST_F(StepThatGivesBack, leavesForceTestRaisedForANewerPlan) {
+    stepUnder(planOf({{0, rpm(4000)}}));
+    EXPECT_THAT(bench.writes, testing::Not(testing::Contains("Ftst=0")));
+    EXPECT_TRUE(bench.mac().forceTest());
+    EXPECT_EQ(bench.mac().fan(0).target, 4000);
+    EXPECT_EQ(bench.mac().fan(1).mode, FanMode::automatic);
+}
+
+TEST_F(StepThatGivesBack, leavesAFanAloneThatANewerPlanManages) {
+    stepUnder(planOf({{0, rpm(4000)}, {1, rpm(4500)}}));
+    EXPECT_THAT(bench.writes, testing::Not(testing::Contains("F1Md=0")));
+    EXPECT_EQ(bench.mac().fan(0).target, 4000);
+    EXPECT_EQ(bench.mac().fan(1).target, 4500);
+}
+
 }  // namespace
 }  // namespace airflow::control
