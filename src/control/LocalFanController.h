@@ -84,8 +84,10 @@ public:
     /// more, unless a later request forces it. A plan that wants it claims it again.
     concurrency::Task<void> noteGivenBack(ControlledFans::Request after);
 
-    /// Gives every fan back and forgets the plan, because of `cause`, which is published.
-    concurrency::Task<void> releaseForSafety(ControlError cause);
+    /// Gives every fan back and forgets the plan, because of `cause`, which is published. Of the
+    /// fans in `givenBack` somebody else has done so, as for noteGivenBack().
+    concurrency::Task<void> releaseForSafety(ControlError cause,
+                                             std::vector<ControlledFans::Request> givenBack = {});
 
     /// One control step: decides, claims, releases and writes. Returns the fans, ascending, that
     /// the firmware was found to have taken back. A release that comes meanwhile ends it.

@@ -221,7 +221,9 @@ std::optional<ControlError> LocalFanController::brokenSafetyCheck(
     return std::nullopt;
 }
 
-Task<void> LocalFanController::releaseForSafety(ControlError cause) {
+Task<void> LocalFanController::releaseForSafety(ControlError cause,
+                                                std::vector<ControlledFans::Request> givenBack) {
+    for (const ControlledFans::Request& after : givenBack) fans.givenBack(after);
     const PlanGeneration generation = releaseRetryGeneration;
     forgetPlan();
     const Failure failure = co_await releaseAllToAuto(std::nullopt);

@@ -46,9 +46,11 @@ void Daemon::buildController() {
         platform.effectiveUserID);
     guard.emplace(
         platform.runtime, platform.hardware.smc(),
-        [this](control::ControlError cause) {
-            platform.runtime.detach("release of the guard",
-                                    controller->releaseForSafety(std::move(cause)));
+        [this](control::ControlError cause,
+               std::vector<control::ControlledFans::Request> givenBack) {
+            platform.runtime.detach(
+                "release of the guard",
+                controller->releaseForSafety(std::move(cause), std::move(givenBack)));
         },
         [this](control::ControlledFans::Request after) {
             platform.runtime.detach("fan of the guard", controller->noteGivenBack(after));

@@ -110,8 +110,8 @@ Task<void> FanGuard::watchFans(FanGuard& guard) {
         const Due due = guard.lookAtWatch();
         if (due.isOver) co_return;
         if (due.cause) {
-            (void)co_await guard.giveBack({});
-            guard.release(*due.cause);
+            auto taken = co_await guard.giveBack({});
+            guard.release(*due.cause, std::move(taken));
         }
         for (std::size_t i = 0; !due.cause && i < due.looks.size(); ++i) {
             co_await guard.look(due.looks[i]);
@@ -141,6 +141,7 @@ Task<FanGuard::Taken> FanGuard::giveBack(std::map<FanWatch::Fan, std::string> fa
     }
     if (acting) acting();
     Taken taken;
+    std::vector<FanWatch::Fan> refusing;
     // The mode key's answer is what counts; but an exit that has begun meanwhile restores
     // everything. The last client that leaves has it withheld, too.
     const auto raised = co_await gate.writeUInt8("Ftst", 1);
@@ -149,14 +150,15 @@ Task<FanGuard::Taken> FanGuard::giveBack(std::map<FanWatch::Fan, std::string> fa
     for (const auto& [fan, key] : fans) {
         const std::uint64_t before = lastRequest();
         const auto written = co_await gate.writeUInt8(key, 0);
-        if (written && *written == 0) taken.emplace(fan, before);
+        if (written && *written == 0)
+            taken.push_back({.fan = fan, .number = before});
+        else
+            refusing.push_back(fan);
     }
     bool isAnyLeft = false;
     {
         const std::lock_guard lock(mutex);
-        for (const auto& [fan, key] : fans) {
-            if (!taken.contains(fan)) watch.noteOwn(fan);
-        }
+        for (const FanWatch::Fan fan : refusing) watch.noteOwn(fan);
         isAnyLeft = !watch.mayBeForced().empty();
     }
     if (!isAnyLeft) (void)co_await gate.writeUInt8("Ftst", 0);  // without forced fans it harms none
@@ -173,7 +175,7 @@ Task<void> FanGuard::look(FanWatch::Look due) {
     if (!isLeftForced) co_return;
     std::map<FanWatch::Fan, std::string> fan{{due.fan, found.key}};
     const auto taken = co_await giveBack(std::move(fan));
-    for (const auto& [takenFan, before] : taken) givenBack({.fan = takenFan, .number = before});
+    for (const auto& after : taken) givenBack(after);
     const std::lock_guard lock(mutex);
     watch.noteOwn(due.fan);
 }

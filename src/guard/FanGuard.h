@@ -9,6 +9,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "concurrency/Actor.h"
 #include "concurrency/Runtime.h"
@@ -23,8 +24,10 @@ namespace airflow::guard {
 /// it waits for.
 class FanGuard final : public concurrency::Actor, public GateObserver {
 public:
-    /// Asks the controller to end what it holds. Must not block.
-    using Release = std::function<void(control::ControlError cause)>;
+    /// Asks the controller to end what it holds. These fans were given back already, each after its
+    /// request of this number. Must not block.
+    using Release = std::function<void(control::ControlError cause,
+                                       std::vector<control::ControlledFans::Request> givenBack)>;
     /// Tells the controller that the fan was given back after its request of this number. Must not
     /// block.
     using GivenBack = std::function<void(control::ControlledFans::Request after)>;
@@ -69,8 +72,8 @@ private:
         std::string key{};  ///< the mode key that told
     };
     concurrency::Task<Found> find(FanWatch::Look look);
-    /// The controller's latest request before each fan that the SMC took.
-    using Taken = std::map<FanWatch::Fan, std::uint64_t>;
+    /// Of each fan that the SMC took the controller's latest request before it.
+    using Taken = std::vector<control::ControlledFans::Request>;
     concurrency::Task<Taken> giveBack(std::map<FanWatch::Fan, std::string> fans);
     [[nodiscard]] Duration busyUpTo(concurrency::Instant now) const;
 

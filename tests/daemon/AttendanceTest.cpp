@@ -13,7 +13,7 @@ class AttendanceTest : public testing::Test {
 protected:
     simulation::SimulatedSystem system{*simulation::machinePreset("laptop")};
     guard::SMCGate gate{system.smc.executor(), system.smc, system.smc};
-    guard::FanGuard guard{system.runtime, gate, [](const control::ControlError&) {},
+    guard::FanGuard guard{system.runtime, gate, [](const control::ControlError&, const auto&) {},
                           [](control::ControlledFans::Request) {}, [] { return std::uint64_t{0}; }};
     Attendance attendance{gate, guard};
 };

@@ -35,7 +35,7 @@ protected:
     std::vector<std::int64_t> codes;
     simulation::SimulatedSystem system{*simulation::machinePreset("laptop")};
     guard::SMCGate gate{system.smc.executor(), system.smc, system.smc};
-    guard::FanGuard guard{system.runtime, gate, [](const control::ControlError&) {},
+    guard::FanGuard guard{system.runtime, gate, [](const control::ControlError&, const auto&) {},
                           [](control::ControlledFans::Request) {}, [] { return std::uint64_t{0}; }};
     Attendance attendance{gate, guard};
     RecordingProcess process{journal};

@@ -48,11 +48,15 @@ protected:
     std::vector<std::string> reads;
     std::vector<control::ControlError> causes;
     std::vector<std::int64_t> givenBack;
+    std::vector<std::int64_t> givenBackAtOnce;  ///< before a release
     simulation::SimulatedSystem system{*simulation::machinePreset("laptop")};
     SMCGate gate{system.smc.executor(), system.smc, system.smc};
     FanGuard guard{
         system.runtime, gate,
-        [this](control::ControlError cause) { causes.push_back(std::move(cause)); },
+        [this](control::ControlError cause, const auto& taken) {
+            causes.push_back(std::move(cause));
+            for (const auto& after : taken) givenBackAtOnce.push_back(after.fan);
+        },
         [this](control::ControlledFans::Request after) { givenBack.push_back(after.fan); },
         [] { return std::uint64_t{0}; }};
 };
@@ -67,6 +71,14 @@ TEST_F(FanGuardTest, givesEveryFanBackWhenTheChecksAreOverdue) {
     EXPECT_THAT(causes, ElementsAre(control::ControlError(control::ChecksOverdue{})));
     EXPECT_EQ(mode(0), FanMode::automatic);
     EXPECT_EQ(mode(1), FanMode::automatic);
+}
+
+TEST_F(FanGuardTest, tellsWithTheReleaseWhichFansTheSMCTook) {
+    system.mac.smc().add(Fault{.key = "F0Md", .value = 0, .result = refused});
+    write("F1Md", 1);
+    force(0);
+    system.runtime.advance(9s);
+    EXPECT_THAT(givenBackAtOnce, ElementsAre(1));
 }
 
 TEST_F(FanGuardTest, leavesForceTestRaisedForAFanThatRefuses) {

@@ -91,7 +91,9 @@ void StateMonitor::published(Duration now, const ControlState& state) {
 void StateMonitor::answered(Duration now, const RunModel::Command& command, const Reply& reply) {
     if (!reply.state) return;
     judgeTargets(now, *reply.state);
-    if (command.wasControlUnderWay || run.scenario.effectiveUserID != 0) return;
+    // A release publishes when it is over.
+    const bool isInBetween = command.wasControlUnderWay || run.isReleaseUnderWay();
+    if (isInBetween || run.scenario.effectiveUserID != 0) return;
     judgeIdle(now, *reply.state, command.called);
     judgeHolding(now, *reply.state, command.called);
     judgeGivenBack(now, *reply.state, command.called);
@@ -240,13 +242,15 @@ void ReasonMonitor::judge(Duration now, const control::ChecksOverdue&) const {
          fmt::format("the last check was {:.2f} s before", inSeconds(*sinceStep)));
 }
 
-/// The fan is given back by now.
+/// The fan is given back by now. One that is held counts where nobody has written to it for long: a
+/// tick may hang, or have no temperatures.
 void ReasonMonitor::judge(Duration now, const control::FanUnattended&) const {
     const auto& held = run.heldFans.fans();
     for (std::size_t i = 0; i < run.fans.size(); ++i) {
         const RunModel::Fan& fan = run.fans[i];
         const bool wasForced = fan.lastForced && run.since(*fan.lastForced, now) < 5s;
-        if ((fan.isForced || wasForced) && !held.contains(i)) return;
+        const bool isNeglected = fan.lastForceRequest && run.since(*fan.lastForceRequest, now) > 9s;
+        if ((fan.isForced || wasForced) && (isNeglected || !held.contains(i))) return;
     }
     fail(Property::reasonsAreTrue, now, "no fan was forced that nobody held");
 }

@@ -59,6 +59,11 @@ bool RunModel::isControlUnderWay() const {
                                [](const auto& entry) { return entry.second.isControl(); });
 }
 
+bool RunModel::isReleaseUnderWay() const {
+    return std::ranges::any_of(commands,
+                               [this](const auto& entry) { return isReason(entry.second.method); });
+}
+
 bool RunModel::isUndisturbed(Duration now) const {
     return commands.empty() && !(lastRelease && since(*lastRelease, now) < 1s);
 }

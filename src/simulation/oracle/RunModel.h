@@ -76,6 +76,8 @@ struct RunModel {
     }
     [[nodiscard]] bool isAnyForced() const;
     [[nodiscard]] bool isControlUnderWay() const;
+    /// A command that gives every fan back is not answered yet.
+    [[nodiscard]] bool isReleaseUnderWay() const;
     /// No command is being worked on, and no release.
     [[nodiscard]] bool isUndisturbed(Duration now) const;
     /// No client wants any fan forced.

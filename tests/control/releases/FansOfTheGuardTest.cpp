@@ -57,6 +57,17 @@ TEST_F(FansOfTheGuard, stayHeldWhenALaterRequestForcedThemAgain) {
     EXPECT_THAT(bench.state().perFanMode, ElementsAre(Key(0), Key(1)));
 }
 
+/// The SMC takes the guard's 0 and refuses the controller's own, a moment later.
+TEST_F(FansOfTheGuard, areNotToldAsHeldWhereTheSMCRefusesTheControllerAfterwards) {
+    const std::uint64_t before = bench.controller().lastRequest();
+    bench.mac().setMode(0, FanMode::automatic);
+    bench.mac().smc().add(Fault{.key = "F0Md", .value = 0, .result = 0x86});
+    bench.run(bench.controller().releaseForSafety(ChecksOverdue{}, {{.fan = 0, .number = before}}));
+    EXPECT_THAT(bench.state().perFanMode, IsEmpty());
+    EXPECT_FALSE(bench.state().isHolding);
+    EXPECT_EQ(bench.state().lastError, "failed to restore Auto: F0Md=0 rejected (SMC 0x86)");
+}
+
 TEST_F(FansOfTheGuard, areClaimedAgainByThePlanThatWantsThem) {
     bench.mac().setMode(0, FanMode::automatic);
     giveBack(0);

@@ -253,6 +253,22 @@ TEST_F(OracleReasonTest, isAFanThatNobodyHeld) {
     expectViolation(Property::reasonsAreTrue, 2s);
 }
 
+TEST_F(OracleReasonTest, isAHeldFanThatNobodyHasWrittenToForMoreThanNineSeconds) {
+    serve();
+    hold(1s);
+    giveBack(10s + instant);
+    publish(10s + instant, control::FanUnattended{});
+    expectNoViolation();
+}
+
+TEST_F(OracleReasonTest, isNoHeldFanThatSomebodyWroteToNineSecondsAgo) {
+    serve();
+    hold(1s);
+    giveBack(10s);
+    publish(10s, control::FanUnattended{});
+    expectViolation(Property::reasonsAreTrue, 10s);
+}
+
 TEST_F(OracleReasonTest, isAFanThatWasForcedBesideThoseThatAreHeld) {
     addFan();
     serve();

@@ -151,6 +151,18 @@ TEST_F(OracleStateTest, tellsNoModeOfAFanThatWasGivenBack) {
     expectViolation(Property::stateIsTrue, 8s + instant);
 }
 
+TEST_F(OracleStateTest, mayTellOfAFanThatWasGivenBackUntilACommandThatReleasesEveryFanIsAnswered) {
+    serve();
+    hold(1s);
+    giveBackInPart();
+    const auto id = call(8s, Method::automatic);
+    tellState(9s, withMode(ControlMode::manual));
+    expectNoViolation();
+    reply(9s, id, Method::automatic);
+    tellState(9s, withMode(ControlMode::manual));
+    expectViolation(Property::stateIsTrue, 9s);
+}
+
 TEST_F(OracleStateTest, tellsNoTargetOfAFanThatWasGivenBack) {
     serve();
     hold(1s);
