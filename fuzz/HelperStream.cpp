@@ -14,15 +14,15 @@
 #include <string>
 #include <string_view>
 
-#include "client/Protocol.h"
 #include "concurrency/Require.h"
 #include "daemon/Daemon.h"
 #include "daemon/HelperListenerDelegate.h"
-#include "platform/linux/HelperProtocol.h"
 #include "platform/linux/LocalConnection.h"
 #include "simulation/daemon/SimulatedDaemon.h"
 #include "simulation/machine/KeptLines.h"
 #include "simulation/machine/SimulatedMac.h"
+#include "wire/Answer.h"
+#include "wire/Request.h"
 
 namespace airflow::fuzz {
 
@@ -46,10 +46,10 @@ IDs asked(std::string_view bytes, bool isEnded) {
             if (isEnded) ++ids[std::nullopt];  // the last line has no newline
             return ids;
         }
-        const auto call = platform::HelperProtocol::parse(bytes.substr(0, end));
+        const auto call = wire::parseRequest(bytes.substr(0, end));
         if (!call)
             ++ids[call.error().id];
-        else if (call->method != platform::HelperMethod::heartbeat)
+        else if (daemon::methodOf(call->command) != daemon::Method::heartbeat)
             ++ids[call->id];
         bytes.remove_prefix(end + 1);
     }
@@ -62,7 +62,7 @@ IDs answered(std::string_view bytes) {
     for (std::size_t end = 0; !bytes.empty(); bytes.remove_prefix(end + 1)) {
         end = bytes.find('\n');
         require(end != std::string_view::npos, "an answer ends with a newline");
-        const auto answer = client::decodeAnswer(bytes.substr(0, end));
+        const auto answer = wire::parseAnswer(bytes.substr(0, end));
         require(answer.has_value() && answer->body.has_value(), "the client reads every answer");
         ++ids[answer->id];
     }

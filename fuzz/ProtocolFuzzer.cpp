@@ -10,10 +10,11 @@
 #include "HelperStream.h"
 #include "Input.h"
 #include "MachineStream.h"
-#include "client/Protocol.h"
 #include "concurrency/Require.h"
 #include "json/Writer.h"
-#include "platform/linux/LineBuffer.h"
+#include "wire/Answer.h"
+#include "wire/LineBuffer.h"
+#include "wire/Request.h"
 
 namespace airflow::fuzz {
 namespace {
@@ -38,7 +39,7 @@ void cutIntoLines(Input input) {
     const std::size_t piece = 1 + input.below(80);
     bool isTooLong = false;
     const auto expected = linesOf(input.text(), limit, isTooLong);
-    platform::LineBuffer buffer(limit);
+    wire::LineBuffer buffer(limit);
     std::size_t count = 0;
     for (std::string_view rest = input.text(); !rest.empty();
          rest.remove_prefix(std::min(piece, rest.size()))) {
@@ -53,7 +54,7 @@ void cutIntoLines(Input input) {
 }
 
 void readAnswers(std::string_view text) {
-    const auto answer = client::decodeAnswer(text);
+    const auto answer = wire::parseAnswer(text);
     if (!answer || !answer->body || !answer->body->state) return;
     const auto written = json::encode(*answer->body->state);
     require(written.has_value(), "a state that was read can be written");
@@ -63,10 +64,13 @@ void readAnswers(std::string_view text) {
 
 /// A document that a client is asked to send comes out on one line, or not at all.
 void sendPlan(std::string_view text) {
-    const client::Request request{.method = client::Method::applyConfig, .plan = std::string(text)};
-    const auto line = client::requestLine(7, request);
+    const daemon::commands::ApplyConfig command{.plan = std::string(text)};
+    const auto line = wire::requestLine(7, command);
     if (!line) return;
     require(line->find('\n') == line->size() - 1, "a request is one line");
+    const auto read = wire::parseRequest(std::string_view(*line).substr(0, line->size() - 1));
+    require(read.has_value() && read->command == daemon::Command(command),
+            "the daemon reads what its client wrote");
 }
 
 }  // namespace

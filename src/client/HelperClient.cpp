@@ -12,9 +12,13 @@ namespace {
 using concurrency::Duration;
 using concurrency::Instant;
 using control::ControlResult;
+using daemon::Command;
 using daemon::HelperVersionClassification;
 using daemon::HelperVersionDecision;
 using daemon::HelperVersionProbe;
+using daemon::Method;
+using daemon::ReplyKind;
+namespace commands = daemon::commands;
 using namespace std::chrono_literals;
 
 /// The build is answered at once, however busy the daemon is.
@@ -38,28 +42,28 @@ bool needsRightBuild(Method method) {
 }
 
 /// The answer to `method`, which has to carry what that method is answered with.
-Answer understood(Method method, AnswerBody body) {
+Answer understood(Method method, wire::AnswerBody body) {
     const auto without = [method](std::string_view what) {
         return failure(fmt::format("the answer to {} has no {}", nameOf(method), what));
     };
     if (body.error) return failure(std::move(*body.error));
     Answer answer{.result = ControlResult::applied()};
-    switch (method) {
-        case Method::helperVersion:
+    switch (daemon::descriptionOf(method).reply) {
+        case ReplyKind::none:
+        case ReplyKind::acknowledgement: break;
+        case ReplyKind::version:
             if (!body.version) return without("version");
             answer.version = std::move(body.version);
-            return answer;
-        case Method::readState:
+            break;
+        case ReplyKind::state:
             if (!body.state) return without("state");
             answer.state = std::move(body.state);
-            return answer;
-        case Method::shutdownForUpgrade:
-        case Method::restoreAuto:
-        case Method::heartbeat: return answer;
-        default: break;
+            break;
+        case ReplyKind::code:
+            if (!body.code) return without("code");
+            answer.result = ControlResult::fromXPCCode(*body.code);
+            break;
     }
-    if (!body.code) return without("code");
-    answer.result = ControlResult::fromXPCCode(*body.code);
     return answer;
 }
 
@@ -78,8 +82,8 @@ Answer HelperClient::connect() {
     return {.result = ControlResult::applied()};
 }
 
-Answer HelperClient::call(const Request& request) {
-    if (needsRightBuild(request.method)) {
+Answer HelperClient::call(const Command& command) {
+    if (needsRightBuild(daemon::methodOf(command))) {
         auto connected = connect();
         if (!connected.result.isApplied()) return connected;
     } else {
@@ -87,7 +91,7 @@ Answer HelperClient::call(const Request& request) {
         auto ready = channel ? Ready() : open(time.now());
         if (!ready) return unreachable(std::move(ready.error()));
     }
-    return exchange(request, options.replyTimeout);
+    return exchange(command, options.replyTimeout);
 }
 
 Instant HelperClient::attend() {
@@ -95,7 +99,7 @@ Instant HelperClient::attend() {
     receive(time.now());
     while (takeLine()) {
     }  // nobody waits for an answer: these came too late
-    if (received.size() >= longestLine) disconnect();
+    if (received.size() > wire::lineLimit) disconnect();
     sendHeartbeatIfDue();
     return keepsAlive() ? heartbeatDue : Instant::max();
 }
@@ -144,7 +148,7 @@ HelperClient::Ready HelperClient::reconcile() {
 HelperClient::Ready HelperClient::swap() {
     ++swaps;
     // Whether or not it acknowledges: if it stays, the next probe says so.
-    (void)exchange({.method = Method::shutdownForUpgrade}, options.replyTimeout);
+    (void)exchange(commands::ShutdownForUpgrade{}, options.replyTimeout);
     awaitEnd(time.now() + farewell);
     disconnect();
     options.startHelper();
@@ -155,7 +159,7 @@ HelperClient::Ready HelperClient::swap() {
 }
 
 HelperClient::Probe HelperClient::askBuild() {
-    const Answer answer = exchange({.method = Method::helperVersion}, probeTimeout);
+    const Answer answer = exchange(commands::HelperVersion{}, probeTimeout);
     if (!answer.version) {
         return {.outcome = HelperVersionProbe::noReply,
                 .reason = "the daemon does not say which build it is: " + answer.reason};
@@ -175,13 +179,14 @@ void HelperClient::awaitEnd(Instant until) {
     }
 }
 
-Answer HelperClient::exchange(const Request& request, Duration timeout) {
-    const auto line = requestLine(lastID + 1, request);
+Answer HelperClient::exchange(const Command& command, Duration timeout) {
+    const auto line = wire::requestLine(lastID + 1, command);
     if (!line) return failure(line.error());
     ++lastID;
     if (!send(*line)) return failure("the connection ended before the call was sent");
-    if (request.method == Method::heartbeat) return {.result = ControlResult::applied()};
-    return awaitAnswer(lastID, request.method, time.now() + timeout);
+    const Method method = daemon::methodOf(command);
+    if (method == Method::heartbeat) return {.result = ControlResult::applied()};
+    return awaitAnswer(lastID, method, time.now() + timeout);
 }
 
 Answer HelperClient::awaitAnswer(std::int64_t id, Method method, Instant until) {
@@ -208,16 +213,16 @@ Answer HelperClient::awaitAnswer(std::int64_t id, Method method, Instant until) 
     }
 }
 
-std::expected<AnswerLine, HelperClient::Absence> HelperClient::nextAnswer(Instant until) {
+std::expected<wire::Answer, HelperClient::Absence> HelperClient::nextAnswer(Instant until) {
     for (;;) {
         if (const auto line = takeLine()) {
-            auto answer = decodeAnswer(*line);
+            auto answer = wire::parseAnswer(*line);
             if (!answer) return std::unexpected(Absence::notUnderstood);
             const bool isForSomebody = answer->id || !answer->body || answer->body->error;
             if (!isForSomebody) return std::unexpected(Absence::notUnderstood);
             return std::move(*answer);
         }
-        if (received.size() >= longestLine) return std::unexpected(Absence::notUnderstood);
+        if (received.size() > wire::lineLimit) return std::unexpected(Absence::notUnderstood);
         if (channel && time.now() >= until) return std::unexpected(Absence::late);
         sendHeartbeatIfDue();
         if (!channel) return std::unexpected(Absence::ended);
@@ -247,7 +252,7 @@ bool HelperClient::keepsAlive() const {
 void HelperClient::sendHeartbeatIfDue() {
     if (!keepsAlive() || time.now() < heartbeatDue) return;
     heartbeatDue = time.now() + heartbeatInterval;
-    const auto line = requestLine(++lastID, {.method = Method::heartbeat});
+    const auto line = wire::requestLine(++lastID, commands::Heartbeat{});
     (void)send(*line);  // a connection that ended shows as such
 }
 

@@ -10,12 +10,13 @@
 #include <optional>
 #include <string>
 
-#include "client/Protocol.h"
 #include "client/Transport.h"
 #include "control/ControlResult.h"
 #include "control/ControlState.h"
 #include "daemon/BuildIdentity.h"
+#include "daemon/Command.h"
 #include "daemon/HelperVersionReconciliation.h"
+#include "wire/Answer.h"
 
 namespace airflow::client {
 
@@ -59,7 +60,7 @@ public:
     [[nodiscard]] Answer connect();
     /// Carries out one call and waits for its answer. What is asked of a daemon of any build, its
     /// build and to shut down, only needs a connection.
-    [[nodiscard]] Answer call(const Request& request);
+    [[nodiscard]] Answer call(const daemon::Command& command);
     /// Sends a heartbeat if one is due and notices a connection that has ended. To be called by the
     /// time that it returns, and when something arrives.
     concurrency::Instant attend();
@@ -83,9 +84,10 @@ private:
     [[nodiscard]] Probe askBuild();
     void awaitEnd(concurrency::Instant until);
 
-    [[nodiscard]] Answer exchange(const Request& request, concurrency::Duration timeout);
-    [[nodiscard]] Answer awaitAnswer(std::int64_t id, Method method, concurrency::Instant until);
-    [[nodiscard]] std::expected<AnswerLine, Absence> nextAnswer(concurrency::Instant until);
+    [[nodiscard]] Answer exchange(const daemon::Command& command, concurrency::Duration timeout);
+    [[nodiscard]] Answer awaitAnswer(std::int64_t id, daemon::Method method,
+                                     concurrency::Instant until);
+    [[nodiscard]] std::expected<wire::Answer, Absence> nextAnswer(concurrency::Instant until);
     [[nodiscard]] std::optional<std::string> takeLine();
     [[nodiscard]] bool send(std::string_view line);
     /// Whether this connection is one for heartbeats: of the right build, too.

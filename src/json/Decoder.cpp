@@ -91,7 +91,7 @@ void Decoder::anyObject() const {
     (void)opens(Document::Kind::object);
 }  // the error is the answer
 
-void Decoder::onlyKeys(std::initializer_list<std::string_view> known) const {
+void Decoder::onlyKeys(std::span<const std::string_view> known) const {
     forEachMember([known](std::string_view name, const Decoder& member) {
         if (std::ranges::find(known, name) == known.end()) member.fail("Unknown key.");
     });

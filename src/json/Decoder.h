@@ -11,6 +11,7 @@
 #include <initializer_list>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -46,7 +47,10 @@ public:
     /// Requires that this is an object; nothing is asked of its members.
     void anyObject() const;
     /// Reports an error at the first member whose key is none of these.
-    void onlyKeys(std::initializer_list<std::string_view> known) const;
+    void onlyKeys(std::span<const std::string_view> known) const;
+    void onlyKeys(std::initializer_list<std::string_view> known) const {
+        onlyKeys(std::span(known.begin(), known.size()));
+    }
     /// The one key of this object that is in `cases`; other keys are not counted. Nothing, and an
     /// error, unless there is exactly one.
     [[nodiscard]] std::optional<std::string_view> soleCase(

@@ -6,6 +6,9 @@
 namespace airflow::client {
 namespace {
 
+namespace commands = daemon::commands;
+using daemon::Method;
+
 using control::ControlResult;
 using testing::ElementsAre;
 
@@ -25,7 +28,7 @@ protected:
         };
     }
     concurrency::Duration elapsed() { return helper.now().time_since_epoch(); }
-    Answer call(Method method) { return client.call({.method = method}); }
+    Answer call(daemon::Method method) { return client.call(daemon::commandOf(method)); }
     /// Attends to the client in time, as its user has to.
     void idleFor(concurrency::Duration duration) {
         const auto until = helper.now() + duration;
@@ -41,7 +44,7 @@ protected:
 };
 
 TEST_F(HelperClientTest, theFirstCallConnectsAsksForTheBuildAndIsCarriedOut) {
-    const auto answer = client.call({.method = Method::setPercent, .fan = 0, .percent = 55});
+    const auto answer = client.call(commands::SetPercent{.fan = 0, .percent = 55});
     EXPECT_EQ(answer.result, ControlResult::applied());
     EXPECT_THAT(helper.lines,
                 ElementsAre("{\"id\":1,\"method\":\"helperVersion\"}",
@@ -177,10 +180,10 @@ TEST_F(HelperClientTest, whoDoesNotSpeakTheProtocolIsLeft) {
 }
 
 TEST_F(HelperClientTest, aLineWithoutEndIsNotCollectedForEver) {
-    reply("fullBlast", std::string(1024 * 1024, 'x'));
+    reply("fullBlast", std::string(wire::lineLimit + 1, 'x'));
     EXPECT_EQ(call(Method::fullBlast).reason, "what answers does not speak the daemon's protocol");
     (void)client.connect();
-    helper.say(std::string(1024 * 1024 - 1, 'x'));
+    helper.say(std::string(wire::lineLimit, 'x'));
     client.attend();
     EXPECT_TRUE(client.isConnected());
     helper.say("x");
@@ -241,9 +244,9 @@ TEST_F(HelperClientTest, whatCannotBeSentIsAFailureAndEndsTheConnection) {
 }
 
 TEST_F(HelperClientTest, aRequestThatHasNoLineIsNotSent) {
-    const auto answer = client.call({.method = Method::applyConfig, .plan = "{"});
+    const auto answer = client.call(commands::ApplyConfig{.plan = "\xFF"});
     EXPECT_EQ(answer.result.outcome(), ControlResult::Case::failed);
-    EXPECT_THAT(answer.reason, testing::StartsWith("the plan:1:"));
+    EXPECT_THAT(answer.reason, testing::StartsWith("plan: "));
     EXPECT_EQ(helper.countOf("applyConfig"), 0u);
 }
 

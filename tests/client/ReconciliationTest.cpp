@@ -6,6 +6,9 @@
 namespace airflow::client {
 namespace {
 
+namespace commands = daemon::commands;
+using daemon::Method;
+
 using control::ControlResult;
 using testing::ElementsAre;
 using Replies = FakeHelper::Replies;
@@ -16,9 +19,7 @@ protected:
         return HelperClient(helper, helper,
                             {.maxUpgradeAttempts = attempts, .startHelper = [this] { onStart(); }});
     }
-    static Answer fullBlast(HelperClient& client) {
-        return client.call({.method = Method::fullBlast});
-    }
+    static Answer fullBlast(HelperClient& client) { return client.call(commands::FullBlast{}); }
     concurrency::Duration elapsed() { return helper.now().time_since_epoch(); }
 
     FakeHelper helper;
@@ -173,8 +174,8 @@ TEST_F(Reconciliation, aDaemonThatAcknowledgesAndStaysIsAskedAgainAfterFiveSecon
 TEST_F(Reconciliation, theBuildAndTheShutdownCanBeAskedOfAnyBuild) {
     helper.version = "1.0.3+5";
     auto client = make();
-    EXPECT_EQ(client.call({.method = Method::helperVersion}).version, "1.0.3+5");
-    EXPECT_EQ(client.call({.method = Method::shutdownForUpgrade}).result, ControlResult::applied());
+    EXPECT_EQ(client.call(commands::HelperVersion{}).version, "1.0.3+5");
+    EXPECT_EQ(client.call(commands::ShutdownForUpgrade{}).result, ControlResult::applied());
     EXPECT_THAT(helper.methods(), ElementsAre("helperVersion", "shutdownForUpgrade"));
 }
 

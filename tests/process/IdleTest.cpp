@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "ProcessBench.h"
+#include "support/ApplyConfig.h"
 
 namespace airflow::process {
 namespace {
@@ -55,10 +56,11 @@ TEST_F(IdleTest, norAfterAPlanHasEndedOrWhileAClientIsConnected) {
     startMachine();
     startHelper();
     auto client = connect();
-    EXPECT_EQ(client.ask(R"({"id":1,"method":"applyConfig","plan":{"fans":[)"
-                         R"({"fanID":0,"mode":{"fixedPercent":{"_0":70}}}],"rules":[],)"
-                         R"("tuning":{"emaAlpha":0.3,"hysteresisCelsius":2,)"
-                         R"("maxDeltaRPMPerTick":400,"minDwellSeconds":3}}})"),
+    EXPECT_EQ(client.ask(tests::applyConfig(
+                  1, R"({"fans":[)"
+                     R"({"fanID":0,"mode":{"fixedPercent":{"_0":70}}}],"rules":[],)"
+                     R"("tuning":{"emaAlpha":0.3,"hysteresisCelsius":2,)"
+                     R"("maxDeltaRPMPerTick":400,"minDwellSeconds":3}})")),
               R"({"id":1,"code":0})");
     EXPECT_EQ(client.ask(R"({"id":2,"method":"restoreAuto"})"), R"({"id":2})");
     untilQuiet();

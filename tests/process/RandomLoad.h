@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "ProcessBench.h"
+#include "support/ApplyConfig.h"
 
 namespace airflow::process {
 
@@ -31,11 +32,11 @@ protected:
             holdFirst,
             holdBoth,
             R"({"id":3,"method":"setManualRPM","fan":1,"rpm":3000})",
-            R"({"id":4,"method":"applyConfig","plan":{"fans":[)"
-            R"({"fanID":0,"mode":{"fixedPercent":{"_0":70}}},)"
-            R"({"fanID":1,"mode":{"fixedRPM":{"_0":4200}}}],"rules":[],)"
-            R"("tuning":{"emaAlpha":0.3,"hysteresisCelsius":2,)"
-            R"("maxDeltaRPMPerTick":400,"minDwellSeconds":3}}})",
+            tests::applyConfig(4, R"({"fans":[)"
+                                  R"({"fanID":0,"mode":{"fixedPercent":{"_0":70}}},)"
+                                  R"({"fanID":1,"mode":{"fixedRPM":{"_0":4200}}}],"rules":[],)"
+                                  R"("tuning":{"emaAlpha":0.3,"hysteresisCelsius":2,)"
+                                  R"("maxDeltaRPMPerTick":400,"minDwellSeconds":3}})"),
             R"({"id":5,"method":"automatic"})",
             R"({"id":6,"method":"readState"})",
             R"({"method":"heartbeat"})",

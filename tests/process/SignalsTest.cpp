@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "ProcessBench.h"
+#include "support/ApplyConfig.h"
 
 namespace airflow::process {
 namespace {
@@ -64,11 +65,12 @@ TEST_F(SignalsTest, aSecondSignalWhileTheFirstRestoresSlowlyChangesNothing) {
 TEST_F(SignalsTest, aTerminationWhileAPlanHoldsGivesTheFansBack) {
     startHelper();
     auto client = connect();
-    EXPECT_EQ(client.ask(R"({"id":3,"method":"applyConfig","plan":{"fans":[)"
-                         R"({"fanID":0,"mode":{"fixedPercent":{"_0":70}}},)"
-                         R"({"fanID":1,"mode":{"fixedRPM":{"_0":4200}}}],"rules":[],)"
-                         R"("tuning":{"emaAlpha":0.3,"hysteresisCelsius":2,)"
-                         R"("maxDeltaRPMPerTick":400,"minDwellSeconds":3}}})"),
+    EXPECT_EQ(client.ask(tests::applyConfig(
+                  3, R"({"fans":[)"
+                     R"({"fanID":0,"mode":{"fixedPercent":{"_0":70}}},)"
+                     R"({"fanID":1,"mode":{"fixedRPM":{"_0":4200}}}],"rules":[],)"
+                     R"("tuning":{"emaAlpha":0.3,"hysteresisCelsius":2,)"
+                     R"("maxDeltaRPMPerTick":400,"minDwellSeconds":3}})")),
               R"({"id":3,"code":0})");
     EXPECT_TRUE(eventually([&] { return modes() == bothForced; }));
     helper->signal(SIGTERM);

@@ -1,6 +1,7 @@
 // How the daemon starts, and fails to, as a process. Real time: the end of a process and the order
 // of its log lines and of what the machine saw are facts of the operating system.
 #include "ProcessBench.h"
+#include "support/ApplyConfig.h"
 
 namespace airflow::process {
 namespace {
@@ -85,10 +86,11 @@ TEST_F(StartUpTest, withoutPrivilegesNothingIsForced) {
     EXPECT_EQ(client.ask(holdBoth), R"({"id":2,"code":5})");
     EXPECT_EQ(client.ask(R"({"id":3,"method":"setManualRPM","fan":0,"rpm":3000})"),
               R"({"id":3,"code":5})");
-    EXPECT_EQ(client.ask(R"({"id":4,"method":"applyConfig","plan":{"fans":[],"rules":[],)"
-                         R"("tuning":{"emaAlpha":0.3,"hysteresisCelsius":2,)"
-                         R"("maxDeltaRPMPerTick":400,"minDwellSeconds":3}}})"),
-              R"({"id":4,"code":5})");
+    EXPECT_EQ(
+        client.ask(tests::applyConfig(4, R"({"fans":[],"rules":[],)"
+                                         R"("tuning":{"emaAlpha":0.3,"hysteresisCelsius":2,)"
+                                         R"("maxDeltaRPMPerTick":400,"minDwellSeconds":3}})")),
+        R"({"id":4,"code":5})");
     EXPECT_EQ(status().writes, before);
     EXPECT_EQ(modes(), bothAutomatic);
 }

@@ -23,8 +23,8 @@ protected:
     ToolRun call(const std::vector<std::string>& words, AnswerFormat format = AnswerFormat::text) {
         std::ostringstream out;
         std::ostringstream err;
-        const auto typed = parseCall(words).value();
-        const int status = callHelper(typed, typed.request, 30s, format, helper, helper, out, err);
+        const auto typed = parseCommand(words).value();
+        const int status = callHelper(typed, 30s, format, helper, helper, out, err);
         return {.status = status, .out = out.str(), .err = err.str()};
     }
     /// The daemon answers a command with `code`, and has this state behind it.

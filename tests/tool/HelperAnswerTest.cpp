@@ -6,10 +6,10 @@ namespace airflow::tool {
 namespace {
 
 using client::Answer;
-using client::Method;
 using control::ControlMode;
 using control::ControlResult;
 using control::ControlState;
+using daemon::Method;
 
 ControlState heldState() {
     return {.perFanMode = {{0, ControlMode::curve},

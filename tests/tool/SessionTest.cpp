@@ -137,7 +137,7 @@ TEST_F(SessionTest, aPlanIsReadFromItsFile) {
     answer("applyConfig", "\"code\":7");
     const auto session = run({"applyConfig \"" + path + "\""});
     EXPECT_EQ(session.out, "failed: " + path + ": The required key \"fans\" is missing.\n");
-    EXPECT_EQ(helper.lines.at(1), "{\"id\":2,\"method\":\"applyConfig\",\"plan\":{ }}");
+    EXPECT_EQ(helper.lines.at(1), "{\"id\":2,\"method\":\"applyConfig\",\"plan\":\"{\\n}\"}");
 }
 
 TEST_F(SessionTest, endingWhileFansAreHeldIsSaid) {

@@ -1,5 +1,6 @@
 #include "platform/linux/LocalConnection.h"
 
+#include <fmt/format.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
@@ -7,7 +8,9 @@
 #include <cerrno>
 #include <utility>
 
+#include "daemon/Command.h"
 #include "daemon/FanHelperService.h"
+#include "wire/Answer.h"
 
 namespace airflow::platform {
 
@@ -98,48 +101,30 @@ void LocalConnection::deliver() {
         deliver(*line);
     }
     if (isReceiving && lines.isTooLong()) {
-        refuse({.id = {}, .reason = "The line has more than 1048576 bytes."});
+        refuse(
+            {.id = {}, .reason = fmt::format("The line has more than {} bytes.", wire::lineLimit)});
         stopReceiving();
     }
     if (isReceiving && isBusy() && unheard > 0 && !isAsking) askWhenHeard();
 }
 
 void LocalConnection::deliver(std::string_view line) {
-    auto call = HelperProtocol::parse(line);
-    if (!call)
-        refuse(call.error());
-    else if (call->method == HelperMethod::heartbeat)
+    auto request = wire::parseRequest(line);
+    if (!request)
+        refuse(request.error());
+    else if (daemon::methodOf(request->command) == daemon::Method::heartbeat)
         carryOutHeartbeat();
     else
-        carryOut(std::move(*call));
+        carryOut(std::move(*request));
 }
 
-void LocalConnection::carryOut(HelperCall call) {
+void LocalConnection::carryOut(wire::Request request) {
     ++unanswered;
-    const std::int64_t id = *call.id;
-    const auto reply = [answers = box, connection = number](std::string line) {
-        answers->put({.connection = connection, .line = std::move(line)});
-    };
-    const auto code = [=](std::int64_t result) { reply(HelperProtocol::code(id, result)); };
-    const auto acknowledge = [=] { reply(HelperProtocol::acknowledgement(id)); };
-    switch (call.method) {
-        case HelperMethod::helperVersion:
-            service->helperVersion(
-                [=](std::string_view text) { reply(HelperProtocol::version(id, text)); });
-            break;
-        case HelperMethod::shutdownForUpgrade: service->shutdownForUpgrade(acknowledge); break;
-        case HelperMethod::setManualRPM: service->setManualRPM(call.fan, call.rpm, code); break;
-        case HelperMethod::setPercent: service->setPercent(call.fan, call.percent, code); break;
-        case HelperMethod::fullBlast: service->fullBlast(code); break;
-        case HelperMethod::automatic: service->automatic(code); break;
-        case HelperMethod::applyConfig: service->applyConfig(std::move(call.plan), code); break;
-        case HelperMethod::restoreAuto: service->restoreAuto(acknowledge); break;
-        case HelperMethod::readState:
-            service->readState(
-                [=](std::string_view bytes) { reply(HelperProtocol::state(id, bytes)); });
-            break;
-        case HelperMethod::heartbeat: break;  // has no answer: carryOutHeartbeat()
-    }
+    daemon::dispatch(
+        *service, std::move(request.command),
+        [answers = box, connection = number, id = *request.id](const daemon::Reply& reply) {
+            answers->put({.connection = connection, .line = wire::answerLine(id, reply)});
+        });
 }
 
 void LocalConnection::carryOutHeartbeat() {
@@ -156,8 +141,8 @@ void LocalConnection::askWhenHeard() {
     });
 }
 
-void LocalConnection::refuse(const HelperRefusal& refusal) {
-    write(HelperProtocol::error(refusal));
+void LocalConnection::refuse(const wire::Refusal& refusal) {
+    write(wire::errorLine(refusal));
 }
 
 void LocalConnection::write(std::string_view line) {

@@ -12,9 +12,9 @@
 
 #include "daemon/Connection.h"
 #include "platform/linux/AnswerBox.h"
-#include "platform/linux/HelperProtocol.h"
-#include "platform/linux/LineBuffer.h"
 #include "platform/linux/LocalSocket.h"
+#include "wire/LineBuffer.h"
+#include "wire/Request.h"
 
 namespace airflow::platform {
 
@@ -66,10 +66,10 @@ private:
     void proceed();
     void deliver();
     void deliver(std::string_view line);
-    void carryOut(HelperCall call);
+    void carryOut(wire::Request request);
     void carryOutHeartbeat();
     void askWhenHeard();
-    void refuse(const HelperRefusal& refusal);
+    void refuse(const wire::Refusal& refusal);
     void write(std::string_view line);
     void flush();
     void stopReceiving();
@@ -86,7 +86,7 @@ private:
     bool isReceiving = false;  ///< between resume() and the end
     bool isBroken = false;     ///< nobody reads what would be written
 
-    LineBuffer lines{HelperProtocol::lineLimit};
+    wire::LineBuffer lines{wire::lineLimit};
     std::size_t unanswered = 0;  ///< calls
     std::size_t unheard = 0;     ///< heartbeats that the controller may not have heard yet
     bool isAsking = false;       ///< whether it has heard them

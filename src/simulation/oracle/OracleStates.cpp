@@ -164,7 +164,8 @@ void StateMonitor::judgeGivenBack(Duration now, const State& state, const Mark& 
     for (const std::int64_t fan : told) {
         const auto index = static_cast<std::size_t>(fan);
         const auto back = index < run.fans.size() ? run.fans[index].givenBack : std::nullopt;
-        if (!back || run.since(*back, asked.time) <= settling) continue;
+        // A tick gives fans back before it claims others, and publishes at its end.
+        if (!back || run.since(*back, asked.time) <= settling + run.claims(*back)) continue;
         if (run.fans[index].refusals > 0) continue;  // refused although it is back
         fail(Property::stateIsTrue, now,
              fmt::format("fan {} was given back, and the state tells of it", fan));

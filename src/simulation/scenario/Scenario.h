@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "concurrency/Clock.h"
-#include "daemon/HelperMethod.h"
+#include "daemon/Command.h"
 #include "json/Decoder.h"
 #include "json/Writer.h"
 #include "plan/FanControlPlan.h"
@@ -50,7 +50,7 @@ inline constexpr const char* onlyClient = "app";
 /// One command, by the name that the command surface gives it. A client that is not connected
 /// connects first.
 struct Call {
-    using Method = daemon::HelperMethod;
+    using Method = daemon::Method;
 
     concurrency::Duration at{};
     std::string client = onlyClient;

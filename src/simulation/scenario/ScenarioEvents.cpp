@@ -13,8 +13,8 @@ using namespace decoding;
 namespace {
 
 Call::Method decodeMethod(const Decoder& decoder) {
-    const auto method = daemon::helperMethodNamed(decoder.text());
-    if (method) return *method;
+    const auto command = daemon::commandNamed(decoder.text());
+    if (command) return daemon::methodOf(*command);
     decoder.fail("There is no command of this name.");
     return {};
 }

@@ -1,10 +1,53 @@
 // The clients of a run: their connections, calls and answers.
 #include <utility>
+#include <variant>
 
+#include "daemon/Command.h"
 #include "json/Decoder.h"
 #include "simulation/scenario/ScenarioRun.h"
 
 namespace airflow::simulation {
+
+namespace {
+
+namespace commands = daemon::commands;
+
+/// What the run's observer is told of an answer.
+struct ReplyOf {
+    Reply operator()(const daemon::CodeReply& reply) const {
+        return {.result = control::ControlResult::fromXPCCode(reply.code)};
+    }
+    Reply operator()(const daemon::Acknowledgement&) const { return {}; }
+    Reply operator()(const daemon::VersionReply& reply) const { return {.version = reply.version}; }
+    Reply operator()(const daemon::StateReply& reply) const {
+        auto state = json::decode<control::ControlState>(reply.document);
+        return {.state = state ? std::optional(std::move(*state)) : std::nullopt};
+    }
+};
+
+/// Takes a command's arguments from a call.
+struct ArgumentsOf {
+    const Call& call;
+
+    void operator()(commands::SetManualRPM& command) const {
+        command.fan = call.fan;
+        command.rpm = call.rpm;
+    }
+    void operator()(commands::SetPercent& command) const {
+        command.fan = call.fan;
+        command.percent = call.percent;
+    }
+    void operator()(commands::ApplyConfig& command) const { command.plan = planDocument(call); }
+    void operator()(commands::NoArguments&) const {}
+};
+
+daemon::Command commandOf(const Call& call) {
+    auto command = daemon::commandOf(call.method);
+    std::visit(ArgumentsOf{call}, command);
+    return command;
+}
+
+}  // namespace
 
 SimulatedConnection& ScenarioRun::connect(const std::string& name, bool isStranger) {
     Client& client = clients[name];
@@ -47,35 +90,13 @@ void ScenarioRun::tell(const Call& call, std::int64_t opening, Reply reply) {
 }
 
 SimulatedConnection::Message ScenarioRun::message(const Call& call) {
-    using Service = airflow::daemon::FanHelperService;
-    using Method = Call::Method;
     // The call is copied: those of heartbeats do not stand in the scenario.
-    const auto told = [this, call, opening = clients[call.client].openings](Reply reply) {
-        tell(call, opening, std::move(reply));
-    };
-    const auto code = [told](std::int64_t number) {
-        told({.result = control::ControlResult::fromXPCCode(number)});
-    };
-    const auto done = [told] { told({}); };
-    return [call, told, code, done](Service& service) {
-        switch (call.method) {
-            case Method::setManualRPM: return service.setManualRPM(call.fan, call.rpm, code);
-            case Method::setPercent: return service.setPercent(call.fan, call.percent, code);
-            case Method::fullBlast: return service.fullBlast(code);
-            case Method::automatic: return service.automatic(code);
-            case Method::applyConfig: return service.applyConfig(planDocument(call), code);
-            case Method::restoreAuto: return service.restoreAuto(done);
-            case Method::shutdownForUpgrade: return service.shutdownForUpgrade(done);
-            case Method::heartbeat: return service.heartbeat();
-            case Method::helperVersion:
-                return service.helperVersion(
-                    [&](std::string_view text) { told({.version = std::string(text)}); });
-            case Method::readState:
-                return service.readState([told](std::string_view document) {
-                    auto state = json::decode<control::ControlState>(document);
-                    told({.state = state ? std::optional(std::move(*state)) : std::nullopt});
-                });
-        }
+    const auto told =
+        [this, call, opening = clients[call.client].openings](const airflow::daemon::Reply& reply) {
+            tell(call, opening, std::visit(ReplyOf(), reply));
+        };
+    return [command = commandOf(call), told](airflow::daemon::FanHelperService& service) {
+        dispatch(service, command, told);
     };
 }
 

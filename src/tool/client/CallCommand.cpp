@@ -14,7 +14,7 @@ namespace airflow::tool {
 
 namespace {
 
-using client::Method;
+using daemon::Method;
 
 /// Asking is not worth a daemon's life: one of another build is left alone.
 bool onlyAsks(Method method) {
@@ -36,11 +36,10 @@ struct CallOptions {
 };
 
 int runCall(const CallOptions& options, Streams streams) {
-    const auto call = parseCall(options.words);
-    if (!call) throw CLI::ValidationError("METHOD", call.error());
-    const auto request = withPlan(*call, streams.in);
-    if (!request) {
-        streams.err << request.error() << '\n';
+    auto typed = parseCommand(options.words);
+    if (!typed) throw CLI::ValidationError("METHOD", typed.error());
+    if (const auto read = readPlan(*typed, streams.in); !read) {
+        streams.err << read.error() << '\n';
         return 1;
     }
     const auto path = helperSocket(options.socket);
@@ -52,27 +51,28 @@ int runCall(const CallOptions& options, Streams streams) {
     HelperSocket transport(*path, time);
     const auto timeout = std::chrono::duration_cast<concurrency::Duration>(
         std::chrono::duration<double>(options.timeout));
-    return callHelper(*call, *request, timeout,
+    return callHelper(*typed, timeout,
                       options.format == "json" ? AnswerFormat::json : AnswerFormat::text, transport,
                       time, streams.out, streams.err);
 }
 
 }  // namespace
 
-int callHelper(const TypedCall& call, const client::Request& request, concurrency::Duration timeout,
-               AnswerFormat format, client::Transport& transport, client::Time& time,
-               std::ostream& out, std::ostream& err) {
+int callHelper(const TypedCommand& typed, concurrency::Duration timeout, AnswerFormat format,
+               client::Transport& transport, client::Time& time, std::ostream& out,
+               std::ostream& err) {
+    const Method method = daemon::methodOf(typed.command);
     client::HelperClientOptions options{.replyTimeout = timeout};
-    if (onlyAsks(request.method)) options.maxUpgradeAttempts = 0;
+    if (onlyAsks(method)) options.maxUpgradeAttempts = 0;
     client::HelperClient helper(transport, time, std::move(options));
-    CallOutcome outcome{.method = request.method, .answer = helper.call(request)};
-    if (hasStateBehind(request.method, outcome.answer) && helper.isConnected()) {
-        outcome.after = helper.call({.method = Method::readState}).state;
+    CallOutcome outcome{.method = method, .answer = helper.call(typed.command)};
+    if (hasStateBehind(method, outcome.answer) && helper.isConnected()) {
+        outcome.after = helper.call(daemon::commands::ReadState{}).state;
     } else {
         outcome.after = outcome.answer.state;
     }
     if (outcome.answer.result.outcome() == control::ControlResult::Case::failed) {
-        outcome.ownReason = whyNoPlan(call, request);
+        outcome.ownReason = whyNoPlan(typed);
     }
     out << (format == AnswerFormat::json ? answerJSON(outcome) : answerText(outcome));
     if (outcome.after && outcome.after->isHolding) {
@@ -98,7 +98,7 @@ void addCall(CLI::App& app, Streams streams, int& status) {
                      "text (for people, the default) or json (one object)")
         ->check(CLI::IsMember({"text", "json"}));
     command->footer(
-        "Methods:\n" + std::string(methodsHelp()) +
+        "Methods:\n" + commandsHelp() +
         "\nPLAN is a file; - is standard input.\n"
         "Every connection that ends, so this one too, makes the daemon give the fans "
         "back to\nAuto, whoever holds them: this shows what a command comes to; `airflow "

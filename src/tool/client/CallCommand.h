@@ -7,7 +7,7 @@
 #include "client/Transport.h"
 #include "concurrency/Clock.h"
 #include "tool/Tool.h"
-#include "tool/client/TypedCall.h"
+#include "tool/client/TypedCommand.h"
 
 namespace CLI {
 class App;
@@ -20,11 +20,10 @@ enum class AnswerFormat : std::uint8_t { text, json };
 /// Carries out one call over a connection of its own, and then reads the state, for the reason of a
 /// failure and to tell whether the end of the connection gives back what is held. The answer goes
 /// to `out`, the note about a hold to `err`. Returns the exit status: 0 for `applied`, else 1.
-/// `call` carries a plan as `request` does.
-[[nodiscard]] int callHelper(const TypedCall& call, const client::Request& request,
-                             concurrency::Duration timeout, AnswerFormat format,
-                             client::Transport& transport, client::Time& time, std::ostream& out,
-                             std::ostream& err);
+/// The plan of a command that has one has been read.
+[[nodiscard]] int callHelper(const TypedCommand& typed, concurrency::Duration timeout,
+                             AnswerFormat format, client::Transport& transport, client::Time& time,
+                             std::ostream& out, std::ostream& err);
 
 void addCall(CLI::App& app, Streams streams, int& status);
 

@@ -13,10 +13,10 @@ namespace airflow::tool {
 
 namespace {
 
-using client::Method;
 using control::ControlMode;
 using control::ControlResult;
 using control::ControlState;
+using daemon::Method;
 
 /// Why the call was not carried out, in the order of who knows it best.
 std::string reasonOf(const CallOutcome& outcome) {

@@ -11,7 +11,7 @@ namespace airflow::tool {
 
 /// What a call came to, and what was learned around it.
 struct CallOutcome {
-    client::Method method = client::Method::readState;
+    daemon::Method method = daemon::Method::readState;
     client::Answer answer;
     /// Of the state behind the call, if it was read.
     std::optional<control::ControlState> after{};

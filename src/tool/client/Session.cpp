@@ -12,7 +12,6 @@ namespace airflow::tool {
 
 namespace {
 
-using client::Method;
 using concurrency::Instant;
 
 constexpr std::string_view ownCommands =
@@ -58,7 +57,7 @@ bool Session::carryOut(const std::string& line) {
     const bool isAlone = words->size() == 1;
     if (command == "quit" && isAlone) return false;
     if (command == "help" && isAlone)
-        out << methodsHelp() << ownCommands;
+        out << commandsHelp() << ownCommands;
     else if (command == "state" && isAlone)
         give({"readState"});
     else if (command == "wait")
@@ -69,18 +68,18 @@ bool Session::carryOut(const std::string& line) {
 }
 
 void Session::give(const std::vector<std::string>& words) {
-    const auto call = parseCall(words);
-    if (!call) return refuse(call.error());
-    if (call->planPath == "-") return refuse("the plan has to be in a file here");
+    auto typed = parseCommand(words);
+    if (!typed) return refuse(typed.error());
+    if (typed->planPath == "-") return refuse("the plan has to be in a file here");
     std::istringstream nothing;
-    const auto request = withPlan(*call, nothing);
-    if (!request) return refuse(request.error());
-    CallOutcome outcome{.method = request->method, .answer = client.call(*request)};
+    if (const auto read = readPlan(*typed, nothing); !read) return refuse(read.error());
+    CallOutcome outcome{.method = daemon::methodOf(typed->command),
+                        .answer = client.call(typed->command)};
     if (!outcome.answer.result.isApplied()) {
         hasFailed = true;
-        outcome.ownReason = whyNoPlan(*call, *request);
+        outcome.ownReason = whyNoPlan(*typed);
         const bool needsReason = outcome.answer.reason.empty() && outcome.ownReason.empty();
-        if (needsReason) outcome.after = client.call({.method = Method::readState}).state;
+        if (needsReason) outcome.after = client.call(daemon::commands::ReadState{}).state;
     }
     out << answerText(outcome);
 }
@@ -105,7 +104,7 @@ void Session::refuse(const std::string& reason) {
 
 void Session::sayGoodbye() {
     if (!client.isConnected()) return;
-    const auto state = client.call({.method = Method::readState}).state;
+    const auto state = client.call(daemon::commands::ReadState{}).state;
     if (state && state->isHolding) {
         err << "The fans are held, but no longer: the end of this session gives them back to "
                "Auto.\n";

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "client/HelperClient.h"
-#include "tool/client/TypedCall.h"
+#include "tool/client/TypedCommand.h"
 
 namespace airflow::tool {
 

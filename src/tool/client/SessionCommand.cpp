@@ -13,7 +13,7 @@
 #include "tool/client/HelperSocket.h"
 #include "tool/client/Session.h"
 #include "tool/client/SessionInputs.h"
-#include "tool/client/TypedCall.h"
+#include "tool/client/TypedCommand.h"
 
 namespace airflow::tool {
 

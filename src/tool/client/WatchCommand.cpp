@@ -23,13 +23,13 @@ namespace airflow::tool {
 namespace {
 
 using client::Answer;
-using client::Method;
 using concurrency::Instant;
+using daemon::Method;
 
 Sight look(const WatchPlan& plan, double seconds) {
     Sight sight{.seconds = seconds};
     if (plan.helper) {
-        Answer answer = plan.helper->call({.method = Method::readState});
+        Answer answer = plan.helper->call(daemon::commands::ReadState{});
         if (!answer.result.isApplied()) {
             sight.trouble = nameOf(answer.result) + ": " + answer.reason;
         }

@@ -5,6 +5,7 @@
 
 #include "ServedDaemon.h"
 #include "platform/linux/LocalListener.h"
+#include "support/ApplyConfig.h"
 
 namespace airflow::platform {
 namespace {
@@ -44,13 +45,13 @@ TEST_F(LocalListenerTest, everyMethodHasItsAnswer) {
 
 TEST_F(LocalListenerTest, aPlanIsPutInForce) {
     LineClient client(served.path);
-    EXPECT_EQ(
-        client.ask(R"({"id":1,"method":"applyConfig","plan":{"fans":[{"fanID":1,"mode":{"curve":)"
-                   R"({"_0":{"points":[{"id":"5C0E7A31-9B42-4D66-8F10-3A7B2C91D401",)"
-                   R"("celsius":20,"percent":50}],"interpolation":"linear"}}}}],"rules":[],)"
-                   R"("tuning":{"emaAlpha":0.2,"hysteresisCelsius":3,"maxDeltaRPMPerTick":150,)"
-                   R"("minDwellSeconds":6}}})"),
-        "{\"id\":1,\"code\":0}\n");
+    EXPECT_EQ(client.ask(tests::applyConfig(
+                  1, R"({"fans":[{"fanID":1,"mode":{"curve":)"
+                     R"({"_0":{"points":[{"id":"5C0E7A31-9B42-4D66-8F10-3A7B2C91D401",)"
+                     R"("celsius":20,"percent":50}],"interpolation":"linear"}}}}],"rules":[],)"
+                     R"("tuning":{"emaAlpha":0.2,"hysteresisCelsius":3,"maxDeltaRPMPerTick":150,)"
+                     R"("minDwellSeconds":6}})")),
+              "{\"id\":1,\"code\":0}\n");
     EXPECT_EQ(served.mac.mode(0), Mode::automatic);
     EXPECT_EQ(served.mac.mode(1), Mode::forced);
 }
@@ -59,8 +60,7 @@ TEST_F(LocalListenerTest, whatIsNoPlanIsAnsweredWithSevenAndChangesNothing) {
     LineClient client(served.path);
     const std::string before = client.ask(R"({"id":0,"method":"readState"})");
     for (const std::string plan : {"null", "{}", "5", R"("x")", "[]"}) {
-        EXPECT_EQ(client.ask(R"({"id":1,"method":"applyConfig","plan":)" + plan + "}"),
-                  "{\"id\":1,\"code\":7}\n");
+        EXPECT_EQ(client.ask(tests::applyConfig(1, plan)), "{\"id\":1,\"code\":7}\n");
     }
     EXPECT_EQ(client.ask(R"({"id":0,"method":"readState"})"), before);
 }

@@ -30,7 +30,7 @@ const std::vector<std::string>& messages() {
         "{\"id\":6,\"method\":\"readState\"}\n",
         "{\"id\":7,\"method\":\"helperVersion\"}\n",
         "{\"method\":\"heartbeat\"}\n",
-        "{\"id\":8,\"method\":\"applyConfig\",\"plan\":{}}\n",
+        "{\"id\":8,\"method\":\"applyConfig\",\"plan\":\"{}\"}\n",
         "{\"id\":9,\"method\":",  // goes on with whatever comes next
     };
     return all;

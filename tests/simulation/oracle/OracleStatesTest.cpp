@@ -163,6 +163,19 @@ TEST_F(OracleStateTest, mayTellOfAFanThatWasGivenBackUntilACommandThatReleasesEv
     expectViolation(Property::stateIsTrue, 9s);
 }
 
+TEST_F(OracleStateTest, mayTellOfAFanThatWasGivenBackWhileATickClaimsOthers) {
+    addFan();
+    serve();
+    hold(1s, 1);
+    hold(1s, 0);
+    giveBackInPart();
+    poll(5s, 1);
+    tellState(28s, withMode(ControlMode::manual));
+    expectNoViolation();
+    tellState(28s + instant, withMode(ControlMode::manual));
+    expectViolation(Property::stateIsTrue, 28s + instant);
+}
+
 TEST_F(OracleStateTest, tellsNoTargetOfAFanThatWasGivenBack) {
     serve();
     hold(1s);

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/LineBuffer.h"
+#include "wire/LineBuffer.h"
 
-namespace airflow::platform {
+namespace airflow::wire {
 namespace {
 
 using namespace std::string_literals;
@@ -109,4 +109,4 @@ RC_GTEST_PROP(LineBuffer, piecesMakeNoDifference, (std::vector<std::string> piec
 }
 
 }  // namespace
-}  // namespace airflow::platform
+}  // namespace airflow::wire

@@ -1,6 +1,6 @@
-#include "platform/linux/LineBuffer.h"
+#include "wire/LineBuffer.h"
 
-namespace airflow::platform {
+namespace airflow::wire {
 
 void LineBuffer::append(std::string_view more) {
     bytes.erase(0, start);
@@ -26,4 +26,4 @@ std::optional<std::string_view> LineBuffer::next() {
     return line;
 }
 
-}  // namespace airflow::platform
+}  // namespace airflow::wire

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace airflow::platform {
+namespace airflow::wire {
 
 class LineBuffer {
 public:
@@ -33,4 +33,4 @@ private:
     bool isBroken = false;
 };
 
-}  // namespace airflow::platform
+}  // namespace airflow::wire

@@ -1,54 +1,54 @@
 #include <gmock/gmock.h>
 
 #include <sstream>
+#include <variant>
 
 #include "ToolRun.h"
-#include "tool/client/TypedCall.h"
+#include "tool/client/TypedCommand.h"
 
 namespace airflow::tool {
 namespace {
 
-using client::Method;
+namespace commands = daemon::commands;
 using testing::ElementsAre;
 using testing::StartsWith;
 
-TEST(TypedCall, everyMethodCanBeTyped) {
+TEST(TypedCommand, everyCommandCanBeTyped) {
     for (const std::string name : {"helperVersion", "shutdownForUpgrade", "fullBlast", "automatic",
                                    "restoreAuto", "heartbeat", "readState"}) {
-        const auto call = parseCall({name});
-        ASSERT_TRUE(call) << name;
-        EXPECT_EQ(daemon::nameOf(call->request.method), name);
-        EXPECT_EQ(parseCall({name, "0"}).error(), name + " takes no arguments");
+        const auto typed = parseCommand({name});
+        ASSERT_TRUE(typed) << name;
+        EXPECT_EQ(daemon::nameOf(typed->command), name);
+        EXPECT_EQ(parseCommand({name, "0"}).error(), name + " takes no arguments");
     }
-    const auto manual = parseCall({"setManualRPM", "1", "3000"});
-    EXPECT_EQ(manual->request.method, Method::setManualRPM);
-    EXPECT_EQ(manual->request.fan, 1);
-    EXPECT_EQ(manual->request.rpm, 3000);
-    const auto percent = parseCall({"setPercent", "0", "62.5"});
-    EXPECT_EQ(percent->request.method, Method::setPercent);
-    EXPECT_EQ(percent->request.percent, 62.5);
-    const auto plan = parseCall({"applyConfig", "quiet.json"});
-    EXPECT_EQ(plan->request.method, Method::applyConfig);
+    EXPECT_EQ(parseCommand({"setManualRPM", "1", "3000"})->command,
+              daemon::Command(commands::SetManualRPM{.fan = 1, .rpm = 3000}));
+    EXPECT_EQ(parseCommand({"setPercent", "0", "62.5"})->command,
+              daemon::Command(commands::SetPercent{.fan = 0, .percent = 62.5}));
+    const auto plan = parseCommand({"applyConfig", "quiet.json"});
+    EXPECT_EQ(plan->command, daemon::Command(commands::ApplyConfig{}));
     EXPECT_EQ(plan->planPath, "quiet.json");
 }
 
-TEST(TypedCall, theHelpNamesEveryMethod) {
+TEST(TypedCommand, theHelpNamesEveryCommand) {
     for (const std::string name :
          {"helperVersion", "shutdownForUpgrade", "setManualRPM FAN RPM", "setPercent FAN PERCENT",
           "fullBlast", "automatic", "applyConfig PLAN", "restoreAuto", "heartbeat", "readState"}) {
-        EXPECT_NE(methodsHelp().find("  " + name + " "), std::string_view::npos) << name;
+        EXPECT_NE(commandsHelp().find("  " + name + " "), std::string::npos) << name;
     }
 }
 
-TEST(TypedCall, whetherNumbersMakeSenseIsForTheDaemonToSay) {
-    EXPECT_EQ(parseCall({"setPercent", "-7", "-1e3"})->request.fan, -7);
-    EXPECT_EQ(parseCall({"setPercent", "-7", "-1e3"})->request.percent, -1000);
-    EXPECT_EQ(parseCall({"setManualRPM", "0", "9223372036854775807"})->request.rpm,
-              9223372036854775807);
+TEST(TypedCommand, whetherNumbersMakeSenseIsForTheDaemonToSay) {
+    EXPECT_EQ(parseCommand({"setPercent", "-7", "-1e3"})->command,
+              daemon::Command(commands::SetPercent{.fan = -7, .percent = -1000}));
+    EXPECT_EQ(parseCommand({"setManualRPM", "0", "9223372036854775807"})->command,
+              daemon::Command(commands::SetManualRPM{.fan = 0, .rpm = 9223372036854775807}));
 }
 
-TEST(TypedCall, whatIsNoCallIsRefusedWithAReason) {
-    const auto why = [](const std::vector<std::string>& words) { return parseCall(words).error(); };
+TEST(TypedCommand, whatIsNoCommandIsRefusedWithAReason) {
+    const auto why = [](const std::vector<std::string>& words) {
+        return parseCommand(words).error();
+    };
     EXPECT_EQ(why({}), "a method is missing");
     EXPECT_EQ(why({"fly\x1B"}), "there is no method \"fly\uFFFD\"");
     EXPECT_EQ(why({"setPercent"}), "setPercent takes: FAN PERCENT");
@@ -66,7 +66,7 @@ TEST(TypedCall, whatIsNoCallIsRefusedWithAReason) {
     }
 }
 
-TEST(TypedCall, blanksPartWordsAndQuotesKeepThem) {
+TEST(TypedCommand, blanksPartWordsAndQuotesKeepThem) {
     EXPECT_THAT(wordsOf("").value(), ElementsAre());
     EXPECT_THAT(wordsOf("  setPercent\t0   55\r").value(), ElementsAre("setPercent", "0", "55"));
     EXPECT_THAT(wordsOf("applyConfig \"my plan.json\"").value(),
@@ -75,13 +75,13 @@ TEST(TypedCall, blanksPartWordsAndQuotesKeepThem) {
     EXPECT_EQ(wordsOf("applyConfig \"x").error(), "a quotation mark is missing");
 }
 
-TEST(TypedCall, aNumberSignBeginsACommentWhereAWordWould) {
+TEST(TypedCommand, aNumberSignBeginsACommentWhereAWordWould) {
     EXPECT_THAT(wordsOf("# setPercent 0 55").value(), ElementsAre());
     EXPECT_THAT(wordsOf("state # now").value(), ElementsAre("state"));
     EXPECT_THAT(wordsOf("a#b \"#c\"").value(), ElementsAre("a#b", "#c"));
 }
 
-TEST(TypedCall, secondsAreFromZeroToAMillion) {
+TEST(TypedCommand, secondsAreFromZeroToAMillion) {
     EXPECT_EQ(parseSeconds("0"), 0.0);
     EXPECT_EQ(parseSeconds("0.25"), 0.25);
     EXPECT_EQ(parseSeconds("1000000"), 1e6);
@@ -90,29 +90,37 @@ TEST(TypedCall, secondsAreFromZeroToAMillion) {
     EXPECT_EQ(parseSeconds("soon").error(), "SECONDS has to be a number, not \"soon\"");
 }
 
-TEST(TypedCall, aPlanComesFromItsFileOrFromStandardInput) {
+TEST(TypedCommand, aPlanComesFromItsFileOrFromStandardInput) {
     const ScratchFolder folder;
     const auto path = folder.write("plan.json", "{\"a\":\n1}");
     std::istringstream in("[2]");
-    EXPECT_EQ(withPlan(parseCall({"applyConfig", path}).value(), in)->plan, "{\"a\":\n1}");
-    EXPECT_EQ(withPlan(parseCall({"applyConfig", "-"}).value(), in)->plan, "[2]");
-    EXPECT_EQ(withPlan(parseCall({"fullBlast"}).value(), in)->plan, "");
+    const auto planOf = [&in](const std::vector<std::string>& words) {
+        auto typed = parseCommand(words).value();
+        EXPECT_TRUE(readPlan(typed, in));
+        const auto* const applied = std::get_if<commands::ApplyConfig>(&typed.command);
+        return applied ? applied->plan : "no plan";
+    };
+    EXPECT_EQ(planOf({"applyConfig", path}), "{\"a\":\n1}");
+    EXPECT_EQ(planOf({"applyConfig", "-"}), "[2]");
+    EXPECT_EQ(planOf({"fullBlast"}), "no plan");
 }
 
-TEST(TypedCall, aPlanThatCannotBeSentIsNamed) {
+TEST(TypedCommand, aPlanThatCannotBeSentIsNamed) {
     std::istringstream in("{");
-    EXPECT_THAT(withPlan(parseCall({"applyConfig", "-"}).value(), in).error(),
-                StartsWith("standard input:1:"));
-    EXPECT_EQ(withPlan(parseCall({"applyConfig", "/no/plan"}).value(), in).error(),
+    const auto why = [&in](const std::vector<std::string>& words) {
+        auto typed = parseCommand(words).value();
+        return readPlan(typed, in).error();
+    };
+    EXPECT_THAT(why({"applyConfig", "-"}), StartsWith("standard input:1:"));
+    EXPECT_EQ(why({"applyConfig", "/no/plan"}),
               "/no/plan: cannot be read: No such file or directory");
 }
 
-TEST(TypedCall, whatIsWrongWithAPlanCanBeTold) {
-    auto call = parseCall({"applyConfig", "plan.json"}).value();
-    call.request.plan = "{}";
-    EXPECT_EQ(whyNoPlan(call, call.request), "plan.json: The required key \"fans\" is missing.");
-    const auto other = parseCall({"fullBlast"}).value();
-    EXPECT_EQ(whyNoPlan(other, other.request), "");
+TEST(TypedCommand, whatIsWrongWithAPlanCanBeTold) {
+    const TypedCommand typed{.command = commands::ApplyConfig{.plan = "{}"},
+                             .planPath = "plan.json"};
+    EXPECT_EQ(whyNoPlan(typed), "plan.json: The required key \"fans\" is missing.");
+    EXPECT_EQ(whyNoPlan(parseCommand({"fullBlast"}).value()), "");
 }
 
 }  // namespace
