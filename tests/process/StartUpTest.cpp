@@ -77,6 +77,17 @@ TEST_F(StartUpTest, aSecondDaemonLeavesTheFirstOneAndTheMachineAlone) {
               R"({"id":2,"version":"1.0.3+6"})");
 }
 
+TEST_F(StartUpTest, aSecondDaemonOverTheSameMachineIsRefusedWhateverItsSocketIsCalled) {
+    startMachine();
+    startHelper();
+    const auto before = status();
+    Child second(
+        {"helper", "--machine-socket", machineSocket(), "--helper-socket", helperSocket() + "2"});
+    EXPECT_EQ(second.wait(), 1);
+    EXPECT_EQ(second.err.readToEnd(), machineSocket() + ": another process uses it\n");
+    EXPECT_EQ(status().writes, before.writes);
+}
+
 TEST_F(StartUpTest, withoutPrivilegesNothingIsForced) {
     startMachine();
     startHelper({"--euid", "501"});

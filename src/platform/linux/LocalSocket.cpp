@@ -1,6 +1,7 @@
 #include "platform/linux/LocalSocket.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -8,8 +9,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <system_error>
 
 namespace airflow::platform {
@@ -47,6 +50,15 @@ int connectSocket(const FileDescriptor& own, const sockaddr_un& address) {
     return 0;
 }
 
+FileDescriptor openLock(const std::string& name) {
+    return FileDescriptor(open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+}
+
+/// Whether the lock could be taken.
+bool isLocked(const FileDescriptor& file) {
+    return flock(file.get(), LOCK_EX | LOCK_NB) == 0;
+}
+
 int bindSocket(const FileDescriptor& own, const sockaddr_un& address) {
     // The mode is right from the first moment on: changing it afterwards would leave a gap.
     const mode_t before = umask(0177);
@@ -56,22 +68,31 @@ int bindSocket(const FileDescriptor& own, const sockaddr_un& address) {
     return result == 0 ? 0 : error;
 }
 
+constexpr const char* somebodyListens = "another process listens there";
+
 /// Held by whoever listens at `path`, until its process is gone.
 SocketResult<FileDescriptor> lockBeside(const std::string& path) {
-    const std::string name = path + ".lock";
-    FileDescriptor file(open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    FileDescriptor file = openLock(path + ".lock");
     if (!file) return failure(path, "no socket can be made there: " + reasonOf(errno));
-    if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-        return failure(path, "another process listens there");
-    }
+    if (!isLocked(file)) return failure(path, somebodyListens);
     return file;
 }
 
-/// Removes a socket. Needs the lock: nobody listens on it.
-SocketResult<void> removeStale(const std::string& path) {
+/// Whether somebody listens who takes no locks, so not a daemon of ours, whom the end of this
+/// connection would tell something. A queue that is full is somebody's, too.
+bool isListenedTo(const sockaddr_un& address) {
+    const FileDescriptor own = makeSocket();
+    makeNonBlocking(own);
+    const int error = connectSocket(own, address);
+    return error == 0 || error == EAGAIN;
+}
+
+/// Removes a socket that nobody listens on. Needs the lock.
+SocketResult<void> removeStale(const std::string& path, const sockaddr_un& address) {
     struct stat status{};
     if (lstat(path.c_str(), &status) != 0) return {};
     if (!S_ISSOCK(status.st_mode)) return failure(path, "exists and is not a socket");
+    if (isListenedTo(address)) return failure(path, somebodyListens);
     unlink(path.c_str());
     return {};
 }
@@ -88,13 +109,29 @@ SocketResult<FileDescriptor> listenOn(const std::string& path) {
     if (!address) return std::unexpected(address.error());
     auto lock = lockBeside(path);
     if (!lock) return std::unexpected(lock.error());
-    if (const auto removed = removeStale(path); !removed) return std::unexpected(removed.error());
+    if (const auto removed = removeStale(path, *address); !removed)
+        return std::unexpected(removed.error());
     FileDescriptor own = makeSocket();
     const int error = own ? bindSocket(own, *address) : errno;
     if (error != 0) return failure(path, "no socket can be made there: " + reasonOf(error));
     if (listen(own.get(), SOMAXCONN) != 0) return failure(path, reasonOf(errno));
     own.keep(std::move(*lock));
     return own;
+}
+
+SocketResult<FileDescriptor> claimServer(const std::string& path,
+                                         std::chrono::milliseconds gracePeriod) {
+    constexpr std::chrono::milliseconds pause{10};
+    std::error_code error;
+    const auto place = std::filesystem::canonical(path, error);
+    if (error) return FileDescriptor();  // nobody listens there, as connecting will tell
+    FileDescriptor file = openLock(place.string() + ".client.lock");
+    if (!file) return failure(path, "cannot be locked: " + reasonOf(errno));
+    for (auto waited = std::chrono::milliseconds(0); !isLocked(file); waited += pause) {
+        if (waited >= gracePeriod) return failure(path, "another process uses it");
+        poll(nullptr, 0, static_cast<int>(pause.count()));
+    }
+    return file;
 }
 
 FileDescriptor acceptFrom(const FileDescriptor& listening) {

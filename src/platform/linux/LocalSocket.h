@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstddef>
 #include <expected>
 #include <optional>
@@ -50,10 +51,16 @@ using SocketResult = std::expected<T, std::string>;
 
 /// Creates a socket of mode 0600 at `path` and lets connections queue there. Replaces one that
 /// nobody listens on any more, as a process that was killed leaves it; fails when somebody does, or
-/// when something else than a socket lies there. Who listens is told by a lock on a file beside it
-/// (".lock"), never by a connection: the end of one means something to a daemon. Closed on exec, as
-/// are all of these.
+/// when something else than a socket lies there. A daemon is known by a lock on a file beside the
+/// socket (".lock"), never by a connection, whose end means something to it. Closed on exec, as are
+/// all of these.
 [[nodiscard]] SocketResult<FileDescriptor> listenOn(const std::string& path);
+/// Claims the server at `path` for one client process, until this descriptor is closed; whoever
+/// claims it is known by a lock on a file beside the socket (".client.lock"). Fails when the claim
+/// is not free after a grace period, which a process that ends needs. Holds nothing when there is
+/// no socket.
+[[nodiscard]] SocketResult<FileDescriptor> claimServer(const std::string& path,
+                                                       std::chrono::milliseconds gracePeriod);
 /// The next connection that was queued; nothing when there is none (any more) or no descriptor is
 /// left for it, with the reason in errno. Waits for one unless the listening socket is
 /// non-blocking.

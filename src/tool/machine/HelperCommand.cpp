@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -72,6 +73,12 @@ int runHelper(const HelperOptions& options, Streams streams) {
     if (!helper) return fail(helper.error());
     auto listening = platform::listenOn(*helper);
     if (!listening) return fail(listening.error());
+
+    // Two daemons would undo each other's work. Held until the process is gone.
+    static platform::FileDescriptor claim;
+    auto claimed = platform::claimServer(*machine, std::chrono::seconds(1));
+    if (!claimed) return fail(claimed.error());
+    claim = std::move(*claimed);
 
     // Never destroyed: exit handlers and tasks use it until the process is gone.
     auto& local = *new LocalDaemon(*machine, std::move(*listening), options.effectiveUserID);

@@ -13,6 +13,8 @@
 namespace airflow::platform {
 namespace {
 
+using namespace std::chrono_literals;
+
 namespace fs = std::filesystem;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -81,6 +83,41 @@ TEST_F(LocalSocketTest, whoeverListensIsNotDisturbedByWhoWouldLikeTo) {
     ASSERT_FALSE(listenOn(path("s")));
     makeNonBlocking(*first);
     EXPECT_FALSE(acceptFrom(*first));  // nobody has knocked
+}
+
+/// Somebody who knows nothing of our locks.
+TEST_F(LocalSocketTest, aSocketThatAForeignProcessListensOnIsLeftAlone) {
+    const auto foreign = listenOn(path("s"));
+    fs::remove(path("s.lock"));
+    const auto own = listenOn(path("s"));
+    ASSERT_FALSE(own);
+    EXPECT_THAT(own.error(), EndsWith("/s: another process listens there"));
+    EXPECT_TRUE(acceptFrom(*foreign));
+    EXPECT_TRUE(connectTo(path("s")));
+}
+
+TEST_F(LocalSocketTest, aServerIsClaimedByOneProcessAtATime) {
+    const auto server = listenOn(path("s"));
+    auto first = claimServer(path("s"), 0ms);
+    ASSERT_TRUE(first && *first);
+    const auto second = claimServer(path("s"), 0ms);
+    ASSERT_FALSE(second);
+    EXPECT_THAT(second.error(), EndsWith("/s: another process uses it"));
+    first = FileDescriptor();
+    EXPECT_TRUE(claimServer(path("s"), 0ms));
+}
+
+TEST_F(LocalSocketTest, aServerIsTheSameByWhateverPath) {
+    const auto server = listenOn(path("s"));
+    fs::create_symlink(path("s"), path("link"));
+    const auto first = claimServer(path("s"), 0ms);
+    EXPECT_FALSE(claimServer(path("link"), 0ms));
+}
+
+TEST_F(LocalSocketTest, aServerThatIsNotThereNeedsNoClaim) {
+    const auto claim = claimServer(path("s"), 0ms);
+    ASSERT_TRUE(claim);
+    EXPECT_FALSE(*claim);
 }
 
 TEST_F(LocalSocketTest, aFileIsNeverReplaced) {
