@@ -140,7 +140,7 @@ private:
         if (kind < 6) change.kind = ConnectionChange::Kind::disconnect;
         if (kind == 7) {
             change.client = "stranger";
-            change.isStranger = true;
+            change.isUntrusted = true;
         }
         scenario.events.emplace_back(change);
     }

@@ -19,7 +19,7 @@
 #include "daemon/HelperListenerDelegate.h"
 #include "platform/linux/LocalConnection.h"
 #include "simulation/daemon/SimulatedDaemon.h"
-#include "simulation/machine/KeptLines.h"
+#include "simulation/machine/RecordedLines.h"
 #include "simulation/machine/SimulatedMac.h"
 #include "wire/Answer.h"
 #include "wire/Request.h"
@@ -188,7 +188,7 @@ private:
     simulation::SimulatedRuntime runtime;
     simulation::SimulatedMac mac{*simulation::machinePreset("laptop"),
                                  [this] { return runtime.now().time_since_epoch(); }};
-    simulation::KeptLines standardError;
+    simulation::RecordedLines standardError;
     simulation::SimulatedProcess process{runtime};
     simulation::SimulatedHardware hardware{runtime, mac, standardError};
     Door door;

@@ -15,8 +15,8 @@
 #include "sensors/SMCConnectionReading.h"
 #include "sensors/SensorReader.h"
 #include "sensors/hid/HIDBridge.h"
-#include "simulation/machine/KeptLines.h"
 #include "simulation/machine/MachineDescription.h"
+#include "simulation/machine/RecordedLines.h"
 #include "simulation/machine/SimulatedMac.h"
 #include "simulation/runtime/SimulatedRuntime.h"
 #include "smc/SMCConnection.h"
@@ -92,7 +92,7 @@ private:
     sensors::SMCConnectionReading reading{connection};
     sensors::HIDFunctions noFunctions{sensors::HIDFunctions::Table{}};
     sensors::HIDBridge bridge{noFunctions, mac.hid(), runtime};
-    simulation::KeptLines standardError;
+    simulation::RecordedLines standardError;
     sensors::SensorReader sensors{runtime, reading, bridge, standardError};
     std::shared_ptr<control::LocalFanController> controller;
 };

@@ -24,9 +24,9 @@ using namespace std::chrono_literals;
 /// The build is answered at once, however busy the daemon is.
 constexpr Duration probeTimeout = 5s;
 /// A daemon that was told to leave lingers 200 ms, and gives the fans back for up to 3 s more.
-constexpr Duration farewell = 5s;
+constexpr Duration gracePeriod = 5s;
 /// For the next daemon to start, which recovers the fans before it listens.
-constexpr Duration startPatience = 15s;
+constexpr Duration startTimeout = 15s;
 constexpr Duration betweenAttempts = 100ms;
 
 Answer failure(std::string reason) {
@@ -109,7 +109,7 @@ void HelperClient::disconnect() {
     received.clear();
 }
 
-HelperClient::Ready HelperClient::open(Instant patience) {
+HelperClient::Ready HelperClient::open(Instant deadline) {
     reconciler.connectionChanged();
     received.clear();
     for (;;) {
@@ -119,8 +119,8 @@ HelperClient::Ready HelperClient::open(Instant patience) {
             heartbeatDue = time.now() + heartbeatInterval;
             return {};
         }
-        if (time.now() >= patience) return std::unexpected(std::move(opened.error()));
-        time.sleepUntil(std::min(time.now() + betweenAttempts, patience));
+        if (time.now() >= deadline) return std::unexpected(std::move(opened.error()));
+        time.sleepUntil(std::min(time.now() + betweenAttempts, deadline));
     }
 }
 
@@ -149,10 +149,10 @@ HelperClient::Ready HelperClient::swap() {
     ++swaps;
     // Whether or not it acknowledges: if it stays, the next probe says so.
     (void)exchange(commands::ShutdownForUpgrade{}, options.replyTimeout);
-    awaitEnd(time.now() + farewell);
+    awaitEnd(time.now() + gracePeriod);
     disconnect();
     options.startHelper();
-    auto opened = open(time.now() + startPatience);
+    auto opened = open(time.now() + startTimeout);
     if (opened) return opened;
     return std::unexpected("the daemon of another build has left, and no other came: " +
                            opened.error());

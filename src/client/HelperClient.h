@@ -78,7 +78,7 @@ private:
     };
     using Ready = std::expected<void, std::string>;
 
-    [[nodiscard]] Ready open(concurrency::Instant patience);
+    [[nodiscard]] Ready open(concurrency::Instant deadline);
     [[nodiscard]] Ready reconcile();
     [[nodiscard]] Ready swap();
     [[nodiscard]] Probe askBuild();

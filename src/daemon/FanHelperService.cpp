@@ -17,7 +17,7 @@ using control::ControlResult;
 using namespace std::chrono_literals;
 
 /// Between the acknowledgement of an upgrade and the end, so that it can leave the process.
-constexpr auto farewell = 200ms;
+constexpr auto gracePeriod = 200ms;
 
 /// What a command is answered that nobody waits for any more.
 ControlResult clientIsGone() {
@@ -135,7 +135,7 @@ concurrency::Task<void> FanHelperService::restoreAndExit(const FanHelperService&
                                                          Acknowledgement reply) {
     (void)co_await service.controller->restoreAuto();  // the process ends whatever came of it
     reply();
-    (void)co_await service.runtime.sleepFor(farewell);  // nobody cancels it
+    (void)co_await service.runtime.sleepFor(gracePeriod);  // nobody cancels it
     co_await service.process.exit(0);
 }
 

@@ -20,7 +20,7 @@ public:
     /// Configures and resumes the connection: the client may call the one service, and the end of
     /// the connection, whatever ended it, gives all fans back. With two clients the end of either
     /// releases what the other set: to release is always safe. Returns true: the requirement is
-    /// what keeps strangers out. May be called from any thread.
+    /// what keeps untrusted peers out. May be called from any thread.
     bool shouldAccept(Connection& connection);
 
 private:

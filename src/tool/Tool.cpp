@@ -93,7 +93,7 @@ void addSimulate(CLI::App& app, Streams streams, int& status) {
     };
     CLI::App* const command = app.add_subcommand(
         "simulate",
-        "Play a scenario (machine, faults, commands) through the controller in virtual "
+        "Run a scenario (machine, faults, commands) through the whole daemon in virtual "
         "time");
     auto options = std::make_shared<ToolOptions>();
     SimulateOptions& simulated = options->simulate;

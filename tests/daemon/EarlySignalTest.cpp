@@ -3,7 +3,7 @@
 #include <memory>
 #include <vector>
 
-#include "DaemonBench.h"
+#include "DaemonHarness.h"
 #include "RecordingPlatform.h"
 #include "concurrency/ThisThread.h"
 #include "daemon/Daemon.h"

@@ -1,6 +1,6 @@
 #include <limits>
 
-#include "DaemonBench.h"
+#include "DaemonHarness.h"
 #include "daemon/FanHelperService.h"
 
 namespace airflow::daemon {
@@ -27,23 +27,23 @@ protected:
     using Command = std::function<void(FanHelperService&, FanHelperService::CodeReply)>;
 
     void use(const std::string& machine, std::uint32_t userID = 0) {
-        bench = std::make_unique<DaemonBench>(GetParam(), machine, userID);
-        bench->start();
-        client = bench->daemon->listener.connect();
+        harness = std::make_unique<DaemonHarness>(GetParam(), machine, userID);
+        harness->start();
+        client = harness->daemon->listener.connect();
     }
     void SetUp() override { use("laptop"); }
 
-    /// All answers to one command, `patience` later.
-    std::vector<std::int64_t> codesOf(const Command& command, Duration patience = 12s) {
+    /// All answers to one command, `wait` later.
+    std::vector<std::int64_t> codesOf(const Command& command, Duration wait = 12s) {
         const auto codes = std::make_shared<Codes>();
         client->send([command, codes](FanHelperService& service) {
             command(service, [codes](std::int64_t code) { codes->all.push_back(code); });
             EXPECT_THAT(codes->all, testing::IsEmpty()) << "it returns before it replies";
         });
-        bench->advance(patience);
+        harness->advance(wait);
         return codes->all;
     }
-    std::string state() { return bench->stateOf(client); }
+    std::string state() { return harness->stateOf(client); }
 
     static Command manual(std::int64_t fan, std::int64_t rpm) {
         return [=](auto& service, auto reply) { service.setManualRPM(fan, rpm, reply); };
@@ -61,28 +61,28 @@ protected:
         service.automatic(reply);
     };
 
-    std::unique_ptr<DaemonBench> bench;
-    DaemonBench::Connection client;
+    std::unique_ptr<DaemonHarness> harness;
+    DaemonHarness::Connection client;
 };
 
 TEST_P(FanHelperServiceTest, aCommandThatIsAppliedIsAnsweredWith0Once) {
     EXPECT_THAT(codesOf(manual(0, 3000), 1s), ElementsAre(0));
-    EXPECT_EQ(bench->mac.fan(0).mode, FanMode::forced);
-    EXPECT_EQ(bench->mac.fan(0).target, 3000);
+    EXPECT_EQ(harness->mac.fan(0).mode, FanMode::forced);
+    EXPECT_EQ(harness->mac.fan(0).target, 3000);
     EXPECT_THAT(codesOf(percent(1, 50), 1s), ElementsAre(0));
-    EXPECT_EQ(bench->mac.fan(1).target, 3700);
+    EXPECT_EQ(harness->mac.fan(1).target, 3700);
     EXPECT_THAT(codesOf(apply(planForFan1), 1s), ElementsAre(0));
-    EXPECT_EQ(bench->mac.fan(0).mode, FanMode::automatic);
+    EXPECT_EQ(harness->mac.fan(0).mode, FanMode::automatic);
     EXPECT_THAT(codesOf(fullBlast, 1s), ElementsAre(0));
-    EXPECT_EQ(bench->mac.fan(0).target, 6000);
+    EXPECT_EQ(harness->mac.fan(0).target, 6000);
     EXPECT_THAT(codesOf(automatic, 1s), ElementsAre(0));
-    EXPECT_THAT(bench->modes(), Each(FanMode::automatic));
+    EXPECT_THAT(harness->modes(), Each(FanMode::automatic));
 }
 
 TEST_P(FanHelperServiceTest, aClaimThatTheSMCKeepsBusyIsAnsweredWith2) {
     const auto keepBusy = [this] {
         use("laptop");
-        bench->mac.smc().add({.key = "F0Md", .value = 1, .result = std::uint8_t{0x82}});
+        harness->mac.smc().add({.key = "F0Md", .value = 1, .result = std::uint8_t{0x82}});
     };
     for (const Command& command : {manual(0, 3000), percent(0, 50), fullBlast}) {
         keepBusy();
@@ -91,7 +91,7 @@ TEST_P(FanHelperServiceTest, aClaimThatTheSMCKeepsBusyIsAnsweredWith2) {
 }
 
 TEST_P(FanHelperServiceTest, aFirmRefusalIsAnsweredWith4) {
-    bench->mac.smc().add({.key = "F1Md", .value = 1, .result = std::uint8_t{0x86}});
+    harness->mac.smc().add({.key = "F1Md", .value = 1, .result = std::uint8_t{0x86}});
     EXPECT_THAT(codesOf(manual(1, 3000)), ElementsAre(4));
     EXPECT_THAT(codesOf(percent(1, 50)), ElementsAre(4));
     EXPECT_THAT(codesOf(fullBlast), ElementsAre(4));
@@ -104,12 +104,12 @@ TEST_P(FanHelperServiceTest, withoutRootEveryCommandIsAnsweredWith5) {
          {manual(0, 3000), percent(0, 50), fullBlast, automatic, apply(planForFan1)}) {
         EXPECT_THAT(codesOf(command, 1s), ElementsAre(5));
     }
-    EXPECT_THAT(bench->modes(), Each(FanMode::automatic));
+    EXPECT_THAT(harness->modes(), Each(FanMode::automatic));
 }
 
 TEST_P(FanHelperServiceTest, aFailureIsAnsweredWith7AndItsReasonIsInTheState) {
     (void)codesOf(manual(0, 3000), 1s);
-    bench->mac.smc().add({.key = "F0Md", .value = 0, .result = std::uint8_t{0x86}});
+    harness->mac.smc().add({.key = "F0Md", .value = 0, .result = std::uint8_t{0x86}});
     EXPECT_THAT(codesOf(automatic, 1s), ElementsAre(7));
     EXPECT_THAT(state(),
                 testing::HasSubstr(
@@ -117,7 +117,7 @@ TEST_P(FanHelperServiceTest, aFailureIsAnsweredWith7AndItsReasonIsInTheState) {
 }
 
 TEST_P(FanHelperServiceTest, fansThatCannotBeCountedFailFullBlastWith7) {
-    bench->mac.smc().add(
+    harness->mac.smc().add(
         {.key = "FNum", .operation = Fault::Operation::read, .result = std::uint8_t{0x84}});
     EXPECT_THAT(codesOf(fullBlast, 1s), ElementsAre(7));
     EXPECT_EQ(state(), idle);
@@ -129,7 +129,7 @@ TEST_P(FanHelperServiceTest, dataThatIsNoPlanIsAnsweredWith7AndChangesNothing) {
             EXPECT_THAT(codesOf(manual(0, 3000), 1s), ElementsAre(0));
         }
         const std::string before = state();
-        const auto writesBefore = bench->journal;
+        const auto writesBefore = harness->journal;
         for (const std::string& document :
              {std::string(), std::string("no JSON"), std::string("\xff\xfe\0", 3),
               std::string("{}"), std::string("[]"), std::string("null"),
@@ -138,7 +138,7 @@ TEST_P(FanHelperServiceTest, dataThatIsNoPlanIsAnsweredWith7AndChangesNothing) {
                 << testing::PrintToString(document);
             EXPECT_EQ(state(), before) << testing::PrintToString(document);
         }
-        EXPECT_EQ(bench->journal, writesBefore);
+        EXPECT_EQ(harness->journal, writesBefore);
     }
 }
 
@@ -158,7 +158,7 @@ TEST_P(FanHelperServiceTest, theStateIsAnsweredOnceAndNotBeforeTheCallReturns) {
         service.readState([&answers](std::string_view) { ++answers; });
         EXPECT_EQ(answers, 0);
     });
-    bench->advance(1s);
+    harness->advance(1s);
     EXPECT_EQ(answers, 1);
 }
 
@@ -166,72 +166,72 @@ TEST_P(FanHelperServiceTest, theVersionIsAnsweredBeforeTheCallReturnsHoweverBusy
     use("busy");
     Codes codes;
     client->send([&](FanHelperService& service) { service.fullBlast(codes.reply()); });
-    bench->advance(1s);
+    harness->advance(1s);
     std::vector<std::string> versions;
     client->send([&versions](FanHelperService& service) {
         const auto keep = [&versions](std::string_view text) { versions.emplace_back(text); };
         service.helperVersion(keep);
         EXPECT_THAT(versions, ElementsAre("1.0.3+6"));
     });
-    bench->daemon->runtime.settle();
+    harness->daemon->runtime.settle();
     EXPECT_THAT(versions, ElementsAre("1.0.3+6"));
     EXPECT_THAT(codes.all, testing::IsEmpty());  // still claiming
 }
 
 TEST_P(FanHelperServiceTest, theVersionNeedsNoSMCThatAnswers) {
-    bench->mac.smc().add({.operation = Fault::Operation::read, .latency = 1h});
+    harness->mac.smc().add({.operation = Fault::Operation::read, .latency = 1h});
     Codes codes;
     client->send([&](FanHelperService& service) { service.fullBlast(codes.reply()); });
-    bench->advance(1s);
+    harness->advance(1s);
     std::string version;
     client->send([&version](FanHelperService& service) {
         service.helperVersion([&version](std::string_view text) { version = text; });
     });
-    bench->daemon->runtime.settle();
+    harness->daemon->runtime.settle();
     EXPECT_EQ(version, "1.0.3+6");
 }
 
 TEST_P(FanHelperServiceTest, restoreAutoIsAcknowledgedOnceWhenTheFansAreBack) {
     (void)codesOf(fullBlast, 1s);
-    bench->mac.smc().add({.key = "F1Md", .value = 0, .latency = 500ms});
+    harness->mac.smc().add({.key = "F1Md", .value = 0, .latency = 500ms});
     int acknowledgements = 0;
     client->send([&](FanHelperService& service) {
         service.restoreAuto([&] {
             ++acknowledgements;
-            EXPECT_THAT(bench->modes(), Each(FanMode::automatic));
+            EXPECT_THAT(harness->modes(), Each(FanMode::automatic));
         });
     });
-    bench->advance(499ms);
+    harness->advance(499ms);
     EXPECT_EQ(acknowledgements, 0);
-    bench->advance(1ms);
+    harness->advance(1ms);
     EXPECT_EQ(acknowledgements, 1);
-    bench->advance(10s);
+    harness->advance(10s);
     EXPECT_EQ(acknowledgements, 1);
     EXPECT_EQ(state(), idle);
 }
 
 TEST_P(FanHelperServiceTest, restoreAutoIsAcknowledgedEvenWhenAFanRefuses) {
     (void)codesOf(fullBlast, 1s);
-    bench->mac.smc().add({.key = "F1Md", .value = 0, .result = std::uint8_t{0x86}});
+    harness->mac.smc().add({.key = "F1Md", .value = 0, .result = std::uint8_t{0x86}});
     int acknowledgements = 0;
     client->send([&acknowledgements](FanHelperService& service) {
         service.restoreAuto([&acknowledgements] { ++acknowledgements; });
     });
-    bench->advance(10s);
+    harness->advance(10s);
     EXPECT_EQ(acknowledgements, 1);
-    EXPECT_THAT(bench->modes(), ElementsAre(FanMode::automatic, FanMode::forced));
+    EXPECT_THAT(harness->modes(), ElementsAre(FanMode::automatic, FanMode::forced));
 }
 
 TEST_P(FanHelperServiceTest, heartbeatsKeepFansHeld) {
     (void)codesOf(fullBlast, 1s);
     for (int beat = 0; beat < 4; ++beat) {
-        bench->advance(14s);
+        harness->advance(14s);
         client->send([](FanHelperService& service) { service.heartbeat(); });
     }
-    bench->advance(14s);
-    EXPECT_THAT(bench->modes(), Each(FanMode::forced));
-    bench->advance(3s);
-    EXPECT_THAT(bench->modes(), Each(FanMode::automatic));
+    harness->advance(14s);
+    EXPECT_THAT(harness->modes(), Each(FanMode::forced));
+    harness->advance(3s);
+    EXPECT_THAT(harness->modes(), Each(FanMode::automatic));
 }
 
 TEST_P(FanHelperServiceTest, fansThatTheMachineDoesNotHaveAreForTheControllerToRefuse) {
@@ -240,14 +240,14 @@ TEST_P(FanHelperServiceTest, fansThatTheMachineDoesNotHaveAreForTheControllerToR
     for (const Command& command :
          {manual(2, highest), manual(9, lowest), percent(2, 1e300), percent(9, -1)}) {
         EXPECT_THAT(codesOf(command), ElementsAre(7));
-        EXPECT_THAT(bench->modes(), Each(FanMode::automatic));
+        EXPECT_THAT(harness->modes(), Each(FanMode::automatic));
     }
 }
 
 TEST_P(FanHelperServiceTest, manyCommandsAtOnceAreEachAnsweredOnce) {
     use("unlock");
     std::map<std::string, int> answers;
-    const auto other = bench->daemon->listener.connect();
+    const auto other = harness->daemon->listener.connect();
     for (const auto& each : {client, other, client, other}) {
         each->send([&answers](FanHelperService& service) {
             const auto count = [&answers](const std::string& name) {
@@ -264,10 +264,10 @@ TEST_P(FanHelperServiceTest, manyCommandsAtOnceAreEachAnsweredOnce) {
             service.helperVersion(count("helperVersion"));
         });
     }
-    bench->advance(1min);
+    harness->advance(1min);
     EXPECT_EQ(answers.size(), 8U);
     for (const auto& [name, count] : answers) EXPECT_EQ(count, 4) << name;
-    EXPECT_THAT(bench->modes(), Each(FanMode::automatic));  // no heartbeat any more
+    EXPECT_THAT(harness->modes(), Each(FanMode::automatic));  // no heartbeat any more
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, FanHelperServiceTest,

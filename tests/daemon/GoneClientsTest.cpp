@@ -2,7 +2,7 @@
 // last word.
 #include <gmock/gmock.h>
 
-#include "DaemonBench.h"
+#include "DaemonHarness.h"
 #include "RecordingPlatform.h"
 #include "daemon/Daemon.h"
 
@@ -55,7 +55,7 @@ protected:
     RecordingListener listener{journal};
     RecordingConnection first;
     RecordingConnection next;
-    simulation::KeptLines standardError;
+    simulation::RecordedLines standardError;
     simulation::SimulatedHardware hardware{runtime, mac, standardError};
     Daemon daemon{{.runtime = runtime,
                    .hardware = hardware,

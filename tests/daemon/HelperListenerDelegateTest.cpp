@@ -1,4 +1,4 @@
-#include "DaemonBench.h"
+#include "DaemonHarness.h"
 #include "RecordingPlatform.h"
 #include "daemon/HelperListenerDelegate.h"
 #include "simulation/daemon/SimulatedSystem.h"
@@ -83,10 +83,10 @@ TEST_F(HelperListenerDelegateTest, theHandlersNeedNoConnectionAnyMore) {
 /// Connections of clients to a whole daemon.
 class Connections : public DaemonSchedule {
 protected:
-    void SetUp() override { client = bench.startAndHold(); }
+    void SetUp() override { client = harness.startAndHold(); }
 
-    DaemonBench bench{GetParam()};
-    DaemonBench::Connection client;
+    DaemonHarness harness{GetParam()};
+    DaemonHarness::Connection client;
 };
 
 TEST_P(Connections, areOpenedWithTheRequirement) {
@@ -97,48 +97,48 @@ TEST_P(Connections, areOpenedWithTheRequirement) {
 
 TEST_P(Connections, aClientThatQuitsLeavesEveryFanInAuto) {
     client->end();
-    bench.daemon->runtime.settle();
-    EXPECT_THAT(bench.modes(), Each(FanMode::automatic));
-    EXPECT_FALSE(bench.mac.forceTest());
-    EXPECT_FALSE(bench.end());
-    EXPECT_EQ(bench.stateOf(bench.daemon->listener.connect()),
+    harness.daemon->runtime.settle();
+    EXPECT_THAT(harness.modes(), Each(FanMode::automatic));
+    EXPECT_FALSE(harness.mac.forceTest());
+    EXPECT_FALSE(harness.end());
+    EXPECT_EQ(harness.stateOf(harness.daemon->listener.connect()),
               R"({"perFanMode":{},"targets":{},"isHolding":false})");
 }
 
 TEST_P(Connections, theEndOfOneClientReleasesWhatTheOtherHolds) {
-    const auto other = bench.daemon->listener.connect();
-    EXPECT_THAT(bench.stateOf(other), testing::HasSubstr(R"("isHolding":true)"));
-    EXPECT_THAT(bench.modes(), Each(FanMode::forced));
+    const auto other = harness.daemon->listener.connect();
+    EXPECT_THAT(harness.stateOf(other), testing::HasSubstr(R"("isHolding":true)"));
+    EXPECT_THAT(harness.modes(), Each(FanMode::forced));
     other->end();
-    bench.daemon->runtime.settle();
-    EXPECT_THAT(bench.modes(), Each(FanMode::automatic));
-    EXPECT_EQ(bench.stateOf(client), R"({"perFanMode":{},"targets":{},"isHolding":false})");
+    harness.daemon->runtime.settle();
+    EXPECT_THAT(harness.modes(), Each(FanMode::automatic));
+    EXPECT_EQ(harness.stateOf(client), R"({"perFanMode":{},"targets":{},"isHolding":false})");
 }
 
 TEST_P(Connections, aFanThatRefusesAtTheEndOfOneIsTriedAgain) {
-    bench.mac.smc().add({.key = "F0Md", .value = 0, .result = std::uint8_t{0x86}});
+    harness.mac.smc().add({.key = "F0Md", .value = 0, .result = std::uint8_t{0x86}});
     client->end();
-    bench.advance(7s);  // tried at once, and every two seconds
-    EXPECT_EQ(bench.timesWritten("F0Md=0"), 5);
-    EXPECT_THAT(bench.modes(), ElementsAre(FanMode::forced, FanMode::automatic));
+    harness.advance(7s);  // tried at once, and every two seconds
+    EXPECT_EQ(harness.timesWritten("F0Md=0"), 5);
+    EXPECT_THAT(harness.modes(), ElementsAre(FanMode::forced, FanMode::automatic));
 }
 
 TEST_P(Connections, aStrangerIsAcceptedButNoneOfItsMessagesIsCarriedOut) {
-    const auto stranger = bench.daemon->listener.connect(false);
-    bench.daemon->runtime.settle();
+    const auto stranger = harness.daemon->listener.connect(false);
+    harness.daemon->runtime.settle();
     EXPECT_TRUE(stranger->isOpen());
-    EXPECT_THAT(bench.modes(), Each(FanMode::forced));
+    EXPECT_THAT(harness.modes(), Each(FanMode::forced));
     bool wasCarriedOut = false;
     stranger->send([&wasCarriedOut](FanHelperService&) { wasCarriedOut = true; });
-    bench.advance(1s);
+    harness.advance(1s);
     EXPECT_FALSE(wasCarriedOut);
     EXPECT_FALSE(stranger->isOpen());
-    EXPECT_THAT(bench.modes(), Each(FanMode::automatic));  // its connection has ended
+    EXPECT_THAT(harness.modes(), Each(FanMode::automatic));  // its connection has ended
 }
 
 TEST_P(Connections, theEndDuringAClaimLeavesNoFanForced) {
     for (const Duration later : {0ms, 100ms, 290ms, 310ms}) {
-        DaemonBench unlock(GetParam(), "unlock");
+        DaemonHarness unlock(GetParam(), "unlock");
         unlock.start();
         const auto claiming = unlock.daemon->listener.connect();
         int replies = 0;
@@ -160,8 +160,8 @@ TEST_P(Connections, messagesBeforeTheEndAreCarriedOutBeforeTheFansGoBack) {
         service.heartbeat();
     });
     client->end();
-    bench.mac.modeObserver = [&order](std::size_t, FanMode) { order.emplace_back("mode"); };
-    bench.daemon->runtime.settle();
+    harness.mac.modeObserver = [&order](std::size_t, FanMode) { order.emplace_back("mode"); };
+    harness.daemon->runtime.settle();
     EXPECT_THAT(order, ElementsAre("message", "mode", "mode"));
 }
 

@@ -1,7 +1,7 @@
 // A client whose connection was interrupted may come back on it. What it sent before is over.
 #include <fmt/format.h>
 
-#include "DaemonBench.h"
+#include "DaemonHarness.h"
 #include "RecordingPlatform.h"
 #include "daemon/HelperListenerDelegate.h"
 #include "simulation/daemon/SimulatedSystem.h"

@@ -1,8 +1,8 @@
 #include <gmock/gmock.h>
 
 #include "daemon/Hardware.h"
-#include "simulation/machine/KeptLines.h"
 #include "simulation/machine/MachineDescription.h"
+#include "simulation/machine/RecordedLines.h"
 #include "simulation/machine/SimulatedMac.h"
 #include "simulation/runtime/SimulatedRuntime.h"
 
@@ -21,7 +21,7 @@ protected:
     simulation::SimulatedMac mac{*simulation::machinePreset("laptop"),
                                  [this] { return runtime.now().time_since_epoch(); },
                                  {.jitter = 0}};
-    simulation::KeptLines log;
+    simulation::RecordedLines log;
     sensors::HIDFunctions functions{mac.hidFunctions()};
     MachineHardware hardware{runtime, mac.smc(), functions, mac.hid(), log};
 };

@@ -1,4 +1,4 @@
-#include "DaemonBench.h"
+#include "DaemonHarness.h"
 
 namespace airflow::daemon {
 namespace {
@@ -24,7 +24,7 @@ struct TellingDaemon {
     }
 
     std::vector<bool> told;  ///< of each state, whether it holds
-    simulation::KeptLines standardError;
+    simulation::RecordedLines standardError;
     simulation::SimulatedDaemon life;
 };
 

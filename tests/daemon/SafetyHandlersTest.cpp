@@ -1,4 +1,4 @@
-#include "DaemonBench.h"
+#include "DaemonHarness.h"
 #include "RecordingPlatform.h"
 #include "daemon/SafetyHandlers.h"
 #include "simulation/daemon/SimulatedSystem.h"
@@ -10,7 +10,7 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-void sendShutdown(const DaemonBench::Connection& client, int& replies) {
+void sendShutdown(const DaemonHarness::Connection& client, int& replies) {
     client->send([&replies](FanHelperService& service) {
         service.shutdownForUpgrade([&replies] { ++replies; });
     });
@@ -20,138 +20,138 @@ class SafetyHandlersTest : public DaemonSchedule {
 protected:
     /// The answer to the release of fan 0 takes this long.
     void slowRelease(Duration latency, Duration from = 0s) {
-        bench.mac.smc().add({.from = from, .key = "F0Md", .value = 0, .latency = latency});
+        harness.mac.smc().add({.from = from, .key = "F0Md", .value = 0, .latency = latency});
     }
-    void deliver(Signal signal) { bench.daemon->process.deliver(signal); }
+    void deliver(Signal signal) { harness.daemon->process.deliver(signal); }
 
-    DaemonBench bench{GetParam()};
+    DaemonHarness harness{GetParam()};
 };
 
 TEST_P(SafetyHandlersTest, sigtermRestoresAutoAndExitsWith143) {
-    (void)bench.startAndHold();
+    (void)harness.startAndHold();
     deliver(Signal::terminate);
-    bench.advance(1s);
-    EXPECT_EQ(bench.end(), (ProcessEnd{.time = 1s, .status = 143}));
-    EXPECT_THAT(bench.lines(), ElementsAre(listening, sigtermLine));
-    EXPECT_THAT(bench.modes(), Each(FanMode::automatic));
-    EXPECT_FALSE(bench.mac.forceTest());
+    harness.advance(1s);
+    EXPECT_EQ(harness.end(), (ProcessEnd{.time = 1s, .status = 143}));
+    EXPECT_THAT(harness.lines(), ElementsAre(listening, sigtermLine));
+    EXPECT_THAT(harness.modes(), Each(FanMode::automatic));
+    EXPECT_FALSE(harness.mac.forceTest());
 }
 
 TEST_P(SafetyHandlersTest, sigintRestoresAutoAndExitsWith130) {
-    (void)bench.startAndHold();
+    (void)harness.startAndHold();
     deliver(Signal::interrupt);
-    bench.advance(1s);
-    EXPECT_EQ(bench.end(), (ProcessEnd{.time = 1s, .status = 130}));
-    EXPECT_THAT(bench.lines(), ElementsAre(listening, sigintLine));
-    EXPECT_THAT(bench.modes(), Each(FanMode::automatic));
+    harness.advance(1s);
+    EXPECT_EQ(harness.end(), (ProcessEnd{.time = 1s, .status = 130}));
+    EXPECT_THAT(harness.lines(), ElementsAre(listening, sigintLine));
+    EXPECT_THAT(harness.modes(), Each(FanMode::automatic));
 }
 
 TEST_P(SafetyHandlersTest, theLineIsWrittenBeforeTheFirstFanIsGivenBack) {
-    (void)bench.startAndHold();
-    bench.journal.clear();
+    (void)harness.startAndHold();
+    harness.journal.clear();
     deliver(Signal::terminate);
-    bench.advance(1s);
-    EXPECT_THAT(bench.journal, ElementsAre(std::string("log ") + sigtermLine, "write Ftst=1",
-                                           "write F0Md=0", "write F1Md=0", "write Ftst=0"));
+    harness.advance(1s);
+    EXPECT_THAT(harness.journal, ElementsAre(std::string("log ") + sigtermLine, "write Ftst=1",
+                                             "write F0Md=0", "write F1Md=0", "write Ftst=0"));
 }
 
 TEST_P(SafetyHandlersTest, aSignalWhileNothingIsHeldRestoresAllTheSame) {
-    bench.start();
-    bench.mac.setMode(1, FanMode::forced);  // by somebody else
+    harness.start();
+    harness.mac.setMode(1, FanMode::forced);  // by somebody else
     deliver(Signal::terminate);
-    bench.advance(1s);
-    EXPECT_EQ(bench.end(), (ProcessEnd{.time = 0s, .status = 143}));
-    EXPECT_THAT(bench.modes(), Each(FanMode::automatic));
+    harness.advance(1s);
+    EXPECT_EQ(harness.end(), (ProcessEnd{.time = 0s, .status = 143}));
+    EXPECT_THAT(harness.modes(), Each(FanMode::automatic));
 }
 
 TEST_P(SafetyHandlersTest, aSecondSigtermWaitsBehindTheFirstAndNeverRuns) {
-    (void)bench.startAndHold();
+    (void)harness.startAndHold();
     slowRelease(1500ms);
     deliver(Signal::terminate);
-    bench.advance(500ms);
+    harness.advance(500ms);
     deliver(Signal::terminate);
-    bench.advance(5s);
-    EXPECT_EQ(bench.end(), (ProcessEnd{.time = 2500ms, .status = 143}));
-    EXPECT_THAT(bench.lines(), ElementsAre(listening, sigtermLine));
-    EXPECT_EQ(bench.timesWritten("F0Md=0"), 2);  // at the start and at the end
+    harness.advance(5s);
+    EXPECT_EQ(harness.end(), (ProcessEnd{.time = 2500ms, .status = 143}));
+    EXPECT_THAT(harness.lines(), ElementsAre(listening, sigtermLine));
+    EXPECT_EQ(harness.timesWritten("F0Md=0"), 2);  // at the start and at the end
 }
 
 TEST_P(SafetyHandlersTest, aSigintBehindASigtermChangesNothing) {
-    (void)bench.startAndHold();
+    (void)harness.startAndHold();
     slowRelease(1500ms);
     deliver(Signal::terminate);
-    bench.advance(500ms);
+    harness.advance(500ms);
     deliver(Signal::interrupt);
-    bench.advance(5s);
-    EXPECT_EQ(bench.end(), (ProcessEnd{.time = 2500ms, .status = 143}));
-    EXPECT_THAT(bench.lines(), ElementsAre(listening, sigtermLine));
+    harness.advance(5s);
+    EXPECT_EQ(harness.end(), (ProcessEnd{.time = 2500ms, .status = 143}));
+    EXPECT_THAT(harness.lines(), ElementsAre(listening, sigtermLine));
 }
 
 TEST_P(SafetyHandlersTest, aSigtermBehindASigintChangesNothing) {
-    (void)bench.startAndHold();
+    (void)harness.startAndHold();
     slowRelease(1500ms);
     deliver(Signal::interrupt);
-    bench.advance(500ms);
+    harness.advance(500ms);
     deliver(Signal::terminate);
-    bench.advance(5s);
-    EXPECT_EQ(bench.end(), (ProcessEnd{.time = 2500ms, .status = 130}));
-    EXPECT_THAT(bench.lines(), ElementsAre(listening, sigintLine));
+    harness.advance(5s);
+    EXPECT_EQ(harness.end(), (ProcessEnd{.time = 2500ms, .status = 130}));
+    EXPECT_THAT(harness.lines(), ElementsAre(listening, sigintLine));
 }
 
 TEST_P(SafetyHandlersTest, aRestorationOf2Point9SecondsIsWaitedFor) {
-    (void)bench.startAndHold();
+    (void)harness.startAndHold();
     slowRelease(2900ms);
     deliver(Signal::terminate);
-    bench.advance(10s);
-    EXPECT_EQ(bench.end(), (ProcessEnd{.time = 3900ms, .status = 143}));
-    EXPECT_THAT(bench.modes(), Each(FanMode::automatic));
-    EXPECT_FALSE(bench.mac.forceTest());
+    harness.advance(10s);
+    EXPECT_EQ(harness.end(), (ProcessEnd{.time = 3900ms, .status = 143}));
+    EXPECT_THAT(harness.modes(), Each(FanMode::automatic));
+    EXPECT_FALSE(harness.mac.forceTest());
 }
 
 TEST_P(SafetyHandlersTest, aRestorationOf3SecondsEndsTheProcessThen) {
-    (void)bench.startAndHold();
+    (void)harness.startAndHold();
     slowRelease(3s);
     deliver(Signal::terminate);
-    bench.advance(10s);
-    EXPECT_EQ(bench.end(), (ProcessEnd{.time = 4s, .status = 143}));
+    harness.advance(10s);
+    EXPECT_EQ(harness.end(), (ProcessEnd{.time = 4s, .status = 143}));
 }
 
 TEST_P(SafetyHandlersTest, aRestorationOf3Point1SecondsIsCutOffWithoutAWord) {
-    (void)bench.startAndHold();
+    (void)harness.startAndHold();
     slowRelease(3100ms);
     deliver(Signal::terminate);
-    bench.advance(10s);
-    EXPECT_EQ(bench.end(), (ProcessEnd{.time = 4s, .status = 143}));
-    EXPECT_THAT(bench.lines(), ElementsAre(listening, sigtermLine));
-    EXPECT_THAT(bench.modes(), ElementsAre(FanMode::automatic, FanMode::forced));
+    harness.advance(10s);
+    EXPECT_EQ(harness.end(), (ProcessEnd{.time = 4s, .status = 143}));
+    EXPECT_THAT(harness.lines(), ElementsAre(listening, sigtermLine));
+    EXPECT_THAT(harness.modes(), ElementsAre(FanMode::automatic, FanMode::forced));
 }
 
 TEST_P(SafetyHandlersTest, aStuckSMCDoesNotKeepTheProcessAlive) {
-    (void)bench.startAndHold();
-    bench.mac.smc().add({.operation = Fault::Operation::write, .latency = 1h});
+    (void)harness.startAndHold();
+    harness.mac.smc().add({.operation = Fault::Operation::write, .latency = 1h});
     deliver(Signal::interrupt);
-    bench.advance(2h);
-    EXPECT_EQ(bench.end(), (ProcessEnd{.time = 4s, .status = 130}));
+    harness.advance(2h);
+    EXPECT_EQ(harness.end(), (ProcessEnd{.time = 4s, .status = 130}));
 }
 
 TEST_P(SafetyHandlersTest, theLimitIsTheSameAtAnyOtherExit) {
-    const auto client = bench.startAndHold();
+    const auto client = harness.startAndHold();
     slowRelease(3100ms, 1100ms);
     int replies = 0;
     sendShutdown(client, replies);
-    bench.advance(10s);
+    harness.advance(10s);
     EXPECT_EQ(replies, 1);
-    EXPECT_EQ(bench.end(), (ProcessEnd{.time = 4200ms, .status = 0}));
-    EXPECT_THAT(bench.lines(), ElementsAre(listening, processExit));
+    EXPECT_EQ(harness.end(), (ProcessEnd{.time = 4200ms, .status = 0}));
+    EXPECT_THAT(harness.lines(), ElementsAre(listening, processExit));
 }
 
 TEST_P(SafetyHandlersTest, aFanThatRefusesToTheEndDoesNotKeepTheProcessAlive) {
-    (void)bench.startAndHold();
-    bench.mac.smc().add({.key = "F0Md", .value = 0, .result = std::uint8_t{0x86}});
+    (void)harness.startAndHold();
+    harness.mac.smc().add({.key = "F0Md", .value = 0, .result = std::uint8_t{0x86}});
     deliver(Signal::terminate);
-    bench.advance(10s);
-    EXPECT_EQ(bench.end(), (ProcessEnd{.time = 4s, .status = 143}));
-    EXPECT_THAT(bench.modes(), ElementsAre(FanMode::forced, FanMode::automatic));
+    harness.advance(10s);
+    EXPECT_EQ(harness.end(), (ProcessEnd{.time = 4s, .status = 143}));
+    EXPECT_THAT(harness.modes(), ElementsAre(FanMode::forced, FanMode::automatic));
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, SafetyHandlersTest,

@@ -1,4 +1,4 @@
-#include "DaemonBench.h"
+#include "DaemonHarness.h"
 
 namespace airflow::daemon {
 namespace {
@@ -12,15 +12,17 @@ using testing::Not;
 /// A signal in every phase of the daemon's life.
 class SignalPhases : public DaemonSchedule {
 protected:
-    static std::unique_ptr<DaemonBench> on(const std::string& machine) {
-        return std::make_unique<DaemonBench>(GetParam(), machine);
+    static std::unique_ptr<DaemonHarness> on(const std::string& machine) {
+        return std::make_unique<DaemonHarness>(GetParam(), machine);
     }
-    static void terminate(DaemonBench& bench) { bench.daemon->process.deliver(Signal::terminate); }
-    static DaemonBench::Connection connectAnd(DaemonBench& bench,
-                                              simulation::SimulatedConnection::Message message) {
-        auto client = bench.daemon->listener.connect();
+    static void terminate(DaemonHarness& harness) {
+        harness.daemon->process.deliver(Signal::terminate);
+    }
+    static DaemonHarness::Connection connectAnd(DaemonHarness& harness,
+                                                simulation::SimulatedConnection::Message message) {
+        auto client = harness.daemon->listener.connect();
         client->send(std::move(message));
-        bench.daemon->runtime.settle();
+        harness.daemon->runtime.settle();
         return client;
     }
 };
@@ -76,75 +78,75 @@ TEST_P(SignalPhases, atAnyStepOfTheStartItIsHandledFromThenOnThatTheHandlersStan
 
 TEST_P(SignalPhases, inTheMiddleOfAClaimItLeavesNoFanForced) {
     for (const Duration later : {0ms, 50ms, 100ms, 290ms, 300ms, 350ms}) {
-        const auto bench = on("unlock");
-        bench->start();
+        const auto harness = on("unlock");
+        harness->start();
         int replies = 0;
-        const auto client = connectAnd(*bench, [&replies](FanHelperService& service) {
+        const auto client = connectAnd(*harness, [&replies](FanHelperService& service) {
             service.fullBlast([&replies](std::int64_t) { ++replies; });
         });
-        bench->advance(later);
-        terminate(*bench);
-        bench->advance(5s);
-        EXPECT_EQ(bench->end(), (ProcessEnd{.time = later, .status = 143}));
-        EXPECT_THAT(bench->modes(), Each(FanMode::automatic)) << later.count();
+        harness->advance(later);
+        terminate(*harness);
+        harness->advance(5s);
+        EXPECT_EQ(harness->end(), (ProcessEnd{.time = later, .status = 143}));
+        EXPECT_THAT(harness->modes(), Each(FanMode::automatic)) << later.count();
         EXPECT_LE(replies, 1);
-        EXPECT_THAT(bench->lines(), ElementsAre(listening, sigtermLine));
+        EXPECT_THAT(harness->lines(), ElementsAre(listening, sigtermLine));
     }
 }
 
 TEST_P(SignalPhases, inTheMiddleOfAReleaseItWaitsForTheRestoration) {
-    const auto bench = on("laptop");
-    const auto client = bench->startAndHold();
-    bench->mac.smc().add({.key = "F1Md", .value = 0, .latency = 1s});
+    const auto harness = on("laptop");
+    const auto client = harness->startAndHold();
+    harness->mac.smc().add({.key = "F1Md", .value = 0, .latency = 1s});
     client->send([](FanHelperService& service) { service.automatic([](std::int64_t) {}); });
-    bench->advance(500ms);
-    terminate(*bench);
-    bench->advance(10s);
-    EXPECT_EQ(bench->end(), (ProcessEnd{.time = 3s, .status = 143}));
-    EXPECT_THAT(bench->modes(), Each(FanMode::automatic));
+    harness->advance(500ms);
+    terminate(*harness);
+    harness->advance(10s);
+    EXPECT_EQ(harness->end(), (ProcessEnd{.time = 3s, .status = 143}));
+    EXPECT_THAT(harness->modes(), Each(FanMode::automatic));
 }
 
 TEST_P(SignalPhases, betweenTheAnswerToAnUpgradeAndTheEndItDecidesTheStatus) {
-    const auto bench = on("laptop");
-    const auto client = bench->startAndHold();
+    const auto harness = on("laptop");
+    const auto client = harness->startAndHold();
     int replies = 0;
     client->send([&replies](FanHelperService& service) {
         service.shutdownForUpgrade([&replies] { ++replies; });
     });
-    bench->advance(100ms);
+    harness->advance(100ms);
     EXPECT_EQ(replies, 1);
-    terminate(*bench);
-    bench->advance(1s);
-    EXPECT_EQ(bench->end(), (ProcessEnd{.time = 1100ms, .status = 143}));
-    EXPECT_THAT(bench->lines(), ElementsAre(listening, sigtermLine));
+    terminate(*harness);
+    harness->advance(1s);
+    EXPECT_EQ(harness->end(), (ProcessEnd{.time = 1100ms, .status = 143}));
+    EXPECT_THAT(harness->lines(), ElementsAre(listening, sigtermLine));
 }
 
 TEST_P(SignalPhases, whileTheExitOfAnUpgradeRestoresItChangesNothing) {
-    const auto bench = on("laptop");
-    const auto client = bench->startAndHold();
-    bench->mac.smc().add({.from = 1100ms, .key = "F0Md", .value = 0, .latency = 1s});
+    const auto harness = on("laptop");
+    const auto client = harness->startAndHold();
+    harness->mac.smc().add({.from = 1100ms, .key = "F0Md", .value = 0, .latency = 1s});
     client->send([](FanHelperService& service) { service.shutdownForUpgrade([] {}); });
-    bench->advance(500ms);
-    terminate(*bench);
-    bench->advance(5s);
-    EXPECT_EQ(bench->end(), (ProcessEnd{.time = 2200ms, .status = 0}));
-    EXPECT_THAT(bench->lines(), ElementsAre(listening, processExit));
+    harness->advance(500ms);
+    terminate(*harness);
+    harness->advance(5s);
+    EXPECT_EQ(harness->end(), (ProcessEnd{.time = 2200ms, .status = 0}));
+    EXPECT_THAT(harness->lines(), ElementsAre(listening, processExit));
 }
 
 TEST_P(SignalPhases, onAMachineWithoutFansItExitsAsEverywhere) {
-    const auto bench = on("fanless");
-    bench->start();
-    terminate(*bench);
-    bench->advance(1s);
-    EXPECT_EQ(bench->end(), (ProcessEnd{.time = 0s, .status = 143}));
-    EXPECT_THAT(bench->lines(), ElementsAre(listening, sigtermLine));
+    const auto harness = on("fanless");
+    harness->start();
+    terminate(*harness);
+    harness->advance(1s);
+    EXPECT_EQ(harness->end(), (ProcessEnd{.time = 0s, .status = 143}));
+    EXPECT_THAT(harness->lines(), ElementsAre(listening, sigtermLine));
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, SignalPhases, testing::Range(std::uint64_t{0}, std::uint64_t{21}));
 
 // The restoration of an exit first finds the fans that recovery has not found yet.
 TEST(SignalDuringRecovery, alsoGivesBackTheFansThatRecoveryHasNotFoundYet) {
-    DaemonBench left(0, "left-forced");
+    DaemonHarness left(0, "left-forced");
     left.mac.smc().add({.key = "FNum", .operation = Fault::Operation::read, .latency = 100ms});
     left.begin();
     left.advance(50ms);
@@ -156,7 +158,7 @@ TEST(SignalDuringRecovery, alsoGivesBackTheFansThatRecoveryHasNotFoundYet) {
 }
 
 TEST(SignalDuringRecovery, thatTheSMCHoldsUpEndsAfterThreeSeconds) {
-    DaemonBench left(0, "left-forced");
+    DaemonHarness left(0, "left-forced");
     left.mac.smc().add({.key = "FNum", .operation = Fault::Operation::read, .latency = 5s});
     left.begin();
     left.advance(1s);
@@ -167,7 +169,7 @@ TEST(SignalDuringRecovery, thatTheSMCHoldsUpEndsAfterThreeSeconds) {
 
 // A slow recovery that succeeds after the signal must not say that clients are served.
 TEST(SignalDuringRecovery, isTheEndOfTheStart) {
-    DaemonBench left(0, "left-forced");
+    DaemonHarness left(0, "left-forced");
     left.mac.smc().add({.key = "F1Md", .value = 0, .latency = 1s});
     left.begin();
     left.advance(500ms);
@@ -180,7 +182,7 @@ TEST(SignalDuringRecovery, isTheEndOfTheStart) {
 
 // The exit of a start that fails while a signal's restoration runs waits for it.
 TEST(SignalDuringRecovery, ofAStartThatFailsMeanwhileDecidesTheStatusAfterTheRestoration) {
-    DaemonBench left(0, "left-forced");
+    DaemonHarness left(0, "left-forced");
     left.mac.smc().add(
         {.until = 350ms, .key = "F0Md", .value = 0, .result = 0x86, .latency = 400ms});
     left.mac.smc().add({.key = "F0Md", .value = 0, .latency = 700ms});

@@ -1,4 +1,4 @@
-#include "DaemonBench.h"
+#include "DaemonHarness.h"
 #include "RecordingPlatform.h"
 #include "daemon/Daemon.h"
 #include "simulation/daemon/SimulatedSystem.h"
@@ -11,7 +11,7 @@ using testing::IsEmpty;
 
 class StartUp : public DaemonSchedule {
 protected:
-    DaemonBench left{GetParam(), "left-forced"};
+    DaemonHarness left{GetParam(), "left-forced"};
 };
 
 TEST_P(StartUp, givesBackWhatAnEarlierLifeLeftForcedAndThenListens) {
@@ -113,33 +113,33 @@ TEST_P(StartUp, aConnectionThatWasOpenedBeforeIsServedWhenTheDaemonListens) {
 }
 
 TEST_P(StartUp, aProcessThatStartsAfterOneThatWasKilledRecoversAgain) {
-    DaemonBench bench(GetParam());
-    (void)bench.startAndHold();
-    bench.daemon->process.kill();
-    EXPECT_EQ(bench.end(), (ProcessEnd{.time = 1s, .status = 137, .bySignal = true}));
-    EXPECT_THAT(bench.lines(), ElementsAre(listening));
-    bench.newProcess(GetParam());
-    EXPECT_THAT(bench.modes(), ElementsAre(FanMode::forced, FanMode::forced));
-    bench.start();
-    EXPECT_THAT(bench.modes(), ElementsAre(FanMode::automatic, FanMode::automatic));
-    EXPECT_THAT(bench.lines(), ElementsAre(listening, listening));
-    EXPECT_EQ(bench.stateOf(bench.daemon->listener.connect()),
+    DaemonHarness harness(GetParam());
+    (void)harness.startAndHold();
+    harness.daemon->process.kill();
+    EXPECT_EQ(harness.end(), (ProcessEnd{.time = 1s, .status = 137, .bySignal = true}));
+    EXPECT_THAT(harness.lines(), ElementsAre(listening));
+    harness.newProcess(GetParam());
+    EXPECT_THAT(harness.modes(), ElementsAre(FanMode::forced, FanMode::forced));
+    harness.start();
+    EXPECT_THAT(harness.modes(), ElementsAre(FanMode::automatic, FanMode::automatic));
+    EXPECT_THAT(harness.lines(), ElementsAre(listening, listening));
+    EXPECT_EQ(harness.stateOf(harness.daemon->listener.connect()),
               R"({"perFanMode":{},"targets":{},"isHolding":false})");
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, StartUp, testing::Range(std::uint64_t{0}, std::uint64_t{21}));
 
 TEST(StartUpSteps, ofAMachineWithoutFansAreNoDifferent) {
-    DaemonBench bench(0, "fanless");
-    bench.start();
-    EXPECT_THAT(bench.lines(), ElementsAre(listening));
+    DaemonHarness harness(0, "fanless");
+    harness.start();
+    EXPECT_THAT(harness.lines(), ElementsAre(listening));
 }
 
 TEST(StartUpSteps, recoveryAsksForNoUserID) {
-    DaemonBench bench(0, "left-forced", 501);
-    bench.start();
-    EXPECT_THAT(bench.lines(), ElementsAre(listening));
-    EXPECT_THAT(bench.modes(), ElementsAre(FanMode::automatic, FanMode::automatic));
+    DaemonHarness harness(0, "left-forced", 501);
+    harness.start();
+    EXPECT_THAT(harness.lines(), ElementsAre(listening));
+    EXPECT_THAT(harness.modes(), ElementsAre(FanMode::automatic, FanMode::automatic));
 }
 
 /// A daemon on recording seams, above the machine of a simulated system.

@@ -89,8 +89,8 @@ public:
         oracle.ended(end);
         ends.push_back(end);
     }
-    void connected(concurrency::Duration time, std::string_view client, bool isStranger) override {
-        oracle.connected(time, client, isStranger);
+    void connected(concurrency::Duration time, std::string_view client, bool isUntrusted) override {
+        oracle.connected(time, client, isUntrusted);
     }
     void disconnected(concurrency::Duration time, std::string_view client) override {
         oracle.disconnected(time, client);

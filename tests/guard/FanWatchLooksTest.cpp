@@ -1,5 +1,5 @@
 // When the guard looks at a fan, and what it does about what it finds.
-#include "FanWatchBench.h"
+#include "FanWatchHarness.h"
 
 namespace airflow::guard {
 namespace {

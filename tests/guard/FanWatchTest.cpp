@@ -1,5 +1,5 @@
 // When the guard acts, and when it does not: every bound on both sides.
-#include "FanWatchBench.h"
+#include "FanWatchHarness.h"
 
 namespace airflow::guard {
 namespace {

@@ -2,7 +2,7 @@
 // fans back. Real processes: what a write to a full pipe does is up to the kernel.
 #include <gmock/gmock.h>
 
-#include "ProcessBench.h"
+#include "ProcessHarness.h"
 
 namespace airflow::process {
 namespace {
@@ -12,7 +12,7 @@ struct Bug {
     const char* line;
 };
 
-class BugTest : public ProcessBench, public testing::WithParamInterface<Bug> {
+class BugTest : public ProcessHarness, public testing::WithParamInterface<Bug> {
 protected:
     static constexpr int aborted = 134;
 

@@ -2,7 +2,7 @@
 // daemon that a peer is gone, and the daemon measures silence by its own clock.
 #include <thread>
 
-#include "ProcessBench.h"
+#include "ProcessHarness.h"
 #include "support/ApplyConfig.h"
 
 namespace airflow::process {
@@ -10,7 +10,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-class ClientsTest : public ProcessBench {
+class ClientsTest : public ProcessHarness {
 protected:
     void SetUp() override {
         startMachine();

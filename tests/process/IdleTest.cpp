@@ -4,13 +4,13 @@
 #include <fstream>
 #include <thread>
 
-#include "ProcessBench.h"
+#include "ProcessHarness.h"
 #include "support/ApplyConfig.h"
 
 namespace airflow::process {
 namespace {
 
-class IdleTest : public ProcessBench {
+class IdleTest : public ProcessHarness {
 protected:
     void SetUp() override {
 #if __has_feature(thread_sanitizer)

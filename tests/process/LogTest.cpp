@@ -1,11 +1,11 @@
 // A log that nobody reads. Real processes: what a write to such a descriptor does is up to the
 // kernel.
-#include "ProcessBench.h"
+#include "ProcessHarness.h"
 
 namespace airflow::process {
 namespace {
 
-class LogTest : public ProcessBench, public testing::WithParamInterface<StandardError> {};
+class LogTest : public ProcessHarness, public testing::WithParamInterface<StandardError> {};
 
 TEST_P(LogTest, theDaemonServesAndGivesTheFansBackWhenNobodyTakesItsLines) {
     startMachine();

@@ -9,12 +9,12 @@
 #include <thread>
 #include <vector>
 
-#include "ProcessBench.h"
+#include "ProcessHarness.h"
 #include "support/ApplyConfig.h"
 
 namespace airflow::process {
 
-class RandomLoad : public ProcessBench {
+class RandomLoad : public ProcessHarness {
 protected:
     /// A number from the environment, or `otherwise`.
     static unsigned fromEnvironment(const char* name, unsigned otherwise) {

@@ -2,12 +2,12 @@
 // them end, in which order, and with which status.
 #include <fstream>
 
-#include "ProcessBench.h"
+#include "ProcessHarness.h"
 
 namespace airflow::process {
 namespace {
 
-class ServeTest : public ProcessBench {
+class ServeTest : public ProcessHarness {
 protected:
     Child serve() const {
         return Child(

@@ -4,13 +4,13 @@
 
 #include <thread>
 
-#include "ProcessBench.h"
+#include "ProcessHarness.h"
 #include "support/ApplyConfig.h"
 
 namespace airflow::process {
 namespace {
 
-class SignalsTest : public ProcessBench {
+class SignalsTest : public ProcessHarness {
 protected:
     void SetUp() override { startMachine(); }
     /// Seconds that the process takes to end from now on, with this status.
@@ -106,7 +106,7 @@ TEST_F(SignalsTest, aMachineThatHangsKeepsTheProcessForThreeSecondsOnly) {
 }
 
 /// Signals that mean nothing to the daemon, and so do what they do to any process.
-class UnhandledSignal : public ProcessBench, public testing::WithParamInterface<int> {};
+class UnhandledSignal : public ProcessHarness, public testing::WithParamInterface<int> {};
 
 TEST_P(UnhandledSignal, endsTheProcessAtOnceWithoutAWordAndLeavesTheFansToTheNextStart) {
     startMachine();
@@ -133,7 +133,7 @@ INSTANTIATE_TEST_SUITE_P(, UnhandledSignal, testing::Values(SIGHUP, SIGQUIT),
                          [](const auto& each) { return each.param == SIGHUP ? "hangup" : "quit"; });
 
 // The moment within a claim is the point; the claim itself takes up to ten seconds on a real Mac.
-class SignalDuringClaimTest : public ProcessBench {};
+class SignalDuringClaimTest : public ProcessHarness {};
 
 TEST_F(SignalDuringClaimTest, aTerminationDuringAClaimLeavesNoFanForced) {
     startMachine("busy");
@@ -150,7 +150,7 @@ TEST_F(SignalDuringClaimTest, aTerminationDuringAClaimLeavesNoFanForced) {
 }
 
 // The start-up has to be caught while the driver keeps its thread blocked, as a real one would.
-class SignalDuringStartUpTest : public ProcessBench {
+class SignalDuringStartUpTest : public ProcessHarness {
 protected:
     /// A machine that a crashed daemon left forced, and a daemon that is in the middle of the
     /// requests that the fault makes slow.

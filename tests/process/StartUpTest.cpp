@@ -1,12 +1,12 @@
 // How the daemon starts, and fails to, as a process. Real time: the end of a process and the order
 // of its log lines and of what the machine saw are facts of the operating system.
-#include "ProcessBench.h"
+#include "ProcessHarness.h"
 #include "support/ApplyConfig.h"
 
 namespace airflow::process {
 namespace {
 
-class StartUpTest : public ProcessBench {};
+class StartUpTest : public ProcessHarness {};
 
 TEST_F(StartUpTest, withoutAMachineThereIsOneLineAndStatusOne) {
     spawnHelper();

@@ -4,7 +4,7 @@
 #include <array>
 #include <thread>
 
-#include "MachineBench.h"
+#include "MachineHarness.h"
 #include "remote/MachineProtocol.h"
 
 namespace airflow::remote {

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <string>
 
-#include "MachineBench.h"
+#include "MachineHarness.h"
 #include "remote/MachineServer.h"
 #include "smc/SMCRequests.h"
 
@@ -31,64 +31,64 @@ protected:
         return message ? std::optional(message->substr(4)) : std::nullopt;
     }
 
-    MachineBench bench;
+    MachineHarness harness;
 };
 
 TEST_F(MachineServerTest, answersEachRequestOfAConnection) {
-    const auto connection = bench.connect();
+    const auto connection = harness.connect();
     EXPECT_EQ(ask(connection, "one"), "heard one");
     EXPECT_EQ(ask(connection, "two"), "heard two");
 }
 
 TEST_F(MachineServerTest, aPeerThatSpeaksNonsenseIsDisconnectedAndNobodyElseIs) {
-    const auto other = bench.connect();
+    const auto other = harness.connect();
     for (const std::string& nonsense :
          {std::string("GET / HTTP/1.1\r\n\r\n"), std::string("\0\0\0\0", 4),
           std::string("\x01\0\0\0\xFF", 5), std::string("\x01\0\0\0\x01", 5)}) {
-        const auto connection = bench.connect();
+        const auto connection = harness.connect();
         EXPECT_TRUE(platform::sendAll(connection, nonsense));
         EXPECT_TRUE(isDisconnected(connection)) << nonsense;
     }
     EXPECT_EQ(ask(other, "still"), "heard still");
-    EXPECT_TRUE(bench.holdsNothing());
+    EXPECT_TRUE(harness.holdsNothing());
 }
 
 TEST_F(MachineServerTest, aPeerThatSendsHalfARequestKeepsNobodyWaiting) {
-    const auto slow = bench.connect();
+    const auto slow = harness.connect();
     EXPECT_TRUE(platform::sendAll(slow, std::string_view("\x20\0\0\0\x01", 5)));
-    const auto other = bench.connect();
+    const auto other = harness.connect();
     EXPECT_EQ(ask(other, "quick"), "heard quick");
 }
 
 TEST_F(MachineServerTest, aPeerThatDoesNotReadKeepsNobodyWaiting) {
-    const auto deaf = bench.connect();
+    const auto deaf = harness.connect();
     platform::makeNonBlocking(deaf);
     MessageWriter writer;
     writer.put(MachineOperation::control);
     writer.put(std::string(100'000, 'x'));
     while (sendMessage(deaf, writer)) {  // until both directions are full
     }
-    const auto other = bench.connect();
+    const auto other = harness.connect();
     EXPECT_EQ(ask(other, "quick"), "heard quick");
 }
 
 TEST_F(MachineServerTest, whatADeadPeerHeldIsGivenBack) {
-    auto connection = bench.connect();
+    auto connection = harness.connect();
     MessageWriter writer;
     writer.put(MachineOperation::findService);
     writer.put("AppleSMC");
     EXPECT_TRUE(sendMessage(connection, writer));
     EXPECT_TRUE(receiveMessage(connection));
-    EXPECT_EQ(bench.openServices(), 1);
+    EXPECT_EQ(harness.openServices(), 1);
     connection = {};
-    EXPECT_TRUE(eventually([this] { return bench.openServices() == 0; }));
+    EXPECT_TRUE(eventually([this] { return harness.openServices() == 0; }));
 }
 
 TEST_F(MachineServerTest, itsEndDisconnectsEverybody) {
-    const auto idle = bench.connect();
-    const auto busy = bench.connect();
+    const auto idle = harness.connect();
+    const auto busy = harness.connect();
     EXPECT_EQ(ask(busy, "me"), "heard me");
-    bench.server.reset();
+    harness.server.reset();
     EXPECT_TRUE(isDisconnected(idle));
     EXPECT_TRUE(isDisconnected(busy));
 }
@@ -96,9 +96,9 @@ TEST_F(MachineServerTest, itsEndDisconnectsEverybody) {
 TEST_F(MachineServerTest, aSlowAnswerComesLateAndKeepsOnlyItsAskerWaiting) {
     for (const auto operation :
          {simulation::Fault::Operation::information, simulation::Fault::Operation::read}) {
-        bench.add({.key = "FNum", .operation = operation, .latency = 20ms});
+        harness.add({.key = "FNum", .operation = operation, .latency = 20ms});
     }
-    auto machine = bench.remote();
+    auto machine = harness.remote();
     smc::SMCRequests requests(machine.smc());
     ASSERT_TRUE(requests.open());
     const auto before = std::chrono::steady_clock::now();
@@ -108,21 +108,21 @@ TEST_F(MachineServerTest, aSlowAnswerComesLateAndKeepsOnlyItsAskerWaiting) {
 }
 
 TEST_F(MachineServerTest, anAnswerThatTakesAnHourKeepsNeitherTheHubNorTheEndWaiting) {
-    bench.add({.operation = simulation::Fault::Operation::information, .latency = 1h});
-    auto machine = bench.remote();
+    harness.add({.operation = simulation::Fault::Operation::information, .latency = 1h});
+    auto machine = harness.remote();
     smc::SMCRequests requests(machine.smc());
     ASSERT_TRUE(requests.open());
     std::thread stuck([&requests] { EXPECT_EQ(requests.tryReadValue("FNum"), std::nullopt); });
     EXPECT_TRUE(eventually(
-        [this] { return bench.locked([this] { return bench.served.smcRequests == 4; }); }));
+        [this] { return harness.locked([this] { return harness.served.smcRequests == 4; }); }));
     EXPECT_NE(machine.hidObjects().makeText("quick"), nullptr);
-    bench.server.reset();
+    harness.server.reset();
     stuck.join();
 }
 
 TEST_F(MachineServerTest, anAskerThatGoesIsNotWaitedFor) {
-    bench.add({.operation = simulation::Fault::Operation::information, .latency = 1h});
-    auto connection = bench.connect();
+    harness.add({.operation = simulation::Fault::Operation::information, .latency = 1h});
+    auto connection = harness.connect();
     for (const auto& [operation, number] : {std::pair(MachineOperation::findService, 0U),
                                             std::pair(MachineOperation::openService, 0x5E11U)}) {
         MessageWriter writer;
@@ -144,10 +144,10 @@ TEST_F(MachineServerTest, anAskerThatGoesIsNotWaitedFor) {
     writer.put(recordOf(0, 9));
     EXPECT_TRUE(sendMessage(connection, writer));
     EXPECT_TRUE(eventually(
-        [this] { return bench.locked([this] { return bench.served.smcRequests == 3; }); }));
-    EXPECT_EQ(bench.openConnections(), 1);
+        [this] { return harness.locked([this] { return harness.served.smcRequests == 3; }); }));
+    EXPECT_EQ(harness.openConnections(), 1);
     connection = {};
-    EXPECT_TRUE(eventually([this] { return bench.holdsNothing(); }));
+    EXPECT_TRUE(eventually([this] { return harness.holdsNothing(); }));
 }
 
 TEST_F(MachineServerTest, acceptsUntilItIsToldToStop) {
@@ -157,7 +157,7 @@ TEST_F(MachineServerTest, acceptsUntilItIsToldToStop) {
     const auto listening = platform::listenOn(path);
     ASSERT_TRUE(listening) << listening.error();
     const platform::FileDescriptor stop(eventfd(0, EFD_CLOEXEC));
-    std::thread accepting([&] { bench.server->acceptUntil(stop, *listening); });
+    std::thread accepting([&] { harness.server->acceptUntil(stop, *listening); });
     {
         RemoteMachine machine(path);
         smc::SMCRequests requests(machine.smc());
@@ -182,11 +182,11 @@ TEST_F(MachineServerTest, thousandsOfConnectionsOneAfterTheOtherLeaveNothingBehi
     };
     const auto before = descriptors();
     for (int i = 0; i < 2000; ++i) {
-        const auto connection = bench.connect();
+        const auto connection = harness.connect();
         EXPECT_EQ(ask(connection, "me"), "heard me");
     }
     EXPECT_LE(descriptors(), before + 100) << "ended connections wait to be forgotten";
-    bench.server.reset();
+    harness.server.reset();
     EXPECT_LE(descriptors(), before);
 }
 

@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 #include <rapidcheck/gtest.h>
 
-#include "MachineBench.h"
+#include "MachineHarness.h"
 #include "remote/MachineSession.h"
 #include "smc/FourCharCode.h"
 
@@ -62,22 +62,22 @@ protected:
         return answer<HIDObject>(session, request(Operation::makeText, content)).value();
     }
 
-    MachineBench bench;
+    MachineHarness harness;
 };
 
 TEST_F(MachineSessionTest, aRecordReachesTheDriverAndItsAnswerComesBack) {
-    MachineSession session(bench.served);
+    MachineSession session(harness.served);
     const auto handle = connection(session);
     const auto written =
         answer<CallAnswer>(session, request(Operation::call, handle, structureMethod, forceFan0()));
     EXPECT_EQ(written->code, 0);
     EXPECT_EQ(written->record.result, 0);
-    EXPECT_EQ(bench.fan(0).mode, simulation::FanMode::forced);
+    EXPECT_EQ(harness.fan(0).mode, simulation::FanMode::forced);
 }
 
 TEST_F(MachineSessionTest, theEndGivesBackWhatIsHeld) {
     {
-        MachineSession session(bench.served);
+        MachineSession session(harness.served);
         (void)service(session);
         (void)connection(session);
         (void)connection(session);
@@ -94,18 +94,18 @@ TEST_F(MachineSessionTest, theEndGivesBackWhatIsHeld) {
             answer<std::vector<HIDObject>>(session, request(Operation::elements, *services));
         ASSERT_EQ(elements->size(), 10U);
         EXPECT_TRUE(isDone(session, request(Operation::retain, elements->front())));
-        EXPECT_EQ(bench.openServices(), 3);
-        EXPECT_EQ(bench.openConnections(), 2);
-        EXPECT_EQ(bench.liveObjects(), 14U);  // text, client, dictionary, array, 10 services
+        EXPECT_EQ(harness.openServices(), 3);
+        EXPECT_EQ(harness.openConnections(), 2);
+        EXPECT_EQ(harness.liveObjects(), 14U);  // text, client, dictionary, array, 10 services
     }
-    EXPECT_TRUE(bench.holdsNothing());
-    EXPECT_EQ(bench.mac.hid().overReleases(), 0);
-    EXPECT_EQ(bench.mac.hid().wrongUses(), 0);
+    EXPECT_TRUE(harness.holdsNothing());
+    EXPECT_EQ(harness.mac.hid().overReleases(), 0);
+    EXPECT_EQ(harness.mac.hid().wrongUses(), 0);
 }
 
 TEST_F(MachineSessionTest, theEndDoesNotGiveBackWhatWasGivenBack) {
     {
-        MachineSession session(bench.served);
+        MachineSession session(harness.served);
         const auto found = service(session);
         EXPECT_TRUE(isDone(session, request(Operation::releaseService, found)));
         const auto opened = connection(session);
@@ -113,53 +113,53 @@ TEST_F(MachineSessionTest, theEndDoesNotGiveBackWhatWasGivenBack) {
         const auto made = text(session, "held twice");
         EXPECT_TRUE(isDone(session, request(Operation::retain, made)));
         EXPECT_TRUE(isDone(session, request(Operation::release, made)));
-        EXPECT_EQ(bench.liveObjects(), 1U);
+        EXPECT_EQ(harness.liveObjects(), 1U);
         EXPECT_TRUE(isDone(session, request(Operation::release, made)));
-        EXPECT_EQ(bench.liveObjects(), 0U);
+        EXPECT_EQ(harness.liveObjects(), 0U);
     }
-    EXPECT_TRUE(bench.holdsNothing());
-    EXPECT_EQ(bench.mac.hid().overReleases(), 0);
+    EXPECT_TRUE(harness.holdsNothing());
+    EXPECT_EQ(harness.mac.hid().overReleases(), 0);
 }
 
 TEST_F(MachineSessionTest, theEndLeavesFansAsTheyAre) {
     {
-        MachineSession session(bench.served);
+        MachineSession session(harness.served);
         const auto asked =
             request(Operation::call, connection(session), structureMethod, forceFan0());
         EXPECT_EQ(answer<CallAnswer>(session, asked)->code, 0);
     }
-    EXPECT_EQ(bench.fan(0).mode, simulation::FanMode::forced);
+    EXPECT_EQ(harness.fan(0).mode, simulation::FanMode::forced);
 }
 
 TEST_F(MachineSessionTest, nobodyGivesBackWhatAnotherHolds) {
-    MachineSession owner(bench.served);
-    MachineSession other(bench.served);
+    MachineSession owner(harness.served);
+    MachineSession other(harness.served);
     const auto found = service(owner);
     const auto opened = connection(owner);
     const auto made = text(owner, "held");
     EXPECT_EQ(other.perform(request(Operation::releaseService, found)), std::nullopt);
     EXPECT_EQ(other.perform(request(Operation::closeService, opened)), std::nullopt);
     EXPECT_EQ(other.perform(request(Operation::release, made)), std::nullopt);
-    EXPECT_EQ(bench.openServices(), 2);
-    EXPECT_EQ(bench.openConnections(), 1);
-    EXPECT_EQ(bench.liveObjects(), 1U);
+    EXPECT_EQ(harness.openServices(), 2);
+    EXPECT_EQ(harness.openConnections(), 1);
+    EXPECT_EQ(harness.liveObjects(), 1U);
 }
 
 TEST_F(MachineSessionTest, nothingIsGivenBackTwice) {
-    MachineSession session(bench.served);
+    MachineSession session(harness.served);
     const auto found = service(session);
     const auto made = text(session, "held");
     EXPECT_TRUE(isDone(session, request(Operation::releaseService, found)));
     EXPECT_FALSE(isDone(session, request(Operation::releaseService, found)));
     EXPECT_TRUE(isDone(session, request(Operation::release, made)));
     EXPECT_FALSE(isDone(session, request(Operation::release, made)));
-    EXPECT_EQ(bench.openServices(), 0);
-    EXPECT_EQ(bench.mac.hid().overReleases(), 0);
+    EXPECT_EQ(harness.openServices(), 0);
+    EXPECT_EQ(harness.mac.hid().overReleases(), 0);
 }
 
 TEST_F(MachineSessionTest, theKernelRefusesTheHandlesOfAnother) {
-    MachineSession owner(bench.served);
-    MachineSession other(bench.served);
+    MachineSession owner(harness.served);
+    MachineSession other(harness.served);
     const auto found = service(owner);
     const auto handle = connection(owner);
     const auto opened = answer<OpeningAnswer>(other, request(Operation::openService, found, 0U));
@@ -168,7 +168,7 @@ TEST_F(MachineSessionTest, theKernelRefusesTheHandlesOfAnother) {
     const auto called =
         answer<CallAnswer>(other, request(Operation::call, handle, structureMethod, forceFan0()));
     EXPECT_EQ(called->code, simulation::SimulatedSMC::badArgument);
-    EXPECT_EQ(bench.fan(0).mode, simulation::FanMode::automatic);
+    EXPECT_EQ(harness.fan(0).mode, simulation::FanMode::automatic);
 }
 
 /// One request of every kind, each of which a session that holds nothing may make.
@@ -194,13 +194,13 @@ std::vector<std::string> everyRequest() {
 
 TEST_F(MachineSessionTest, everyRequestIsUnderstoodWhole) {
     for (const std::string& asked : everyRequest()) {
-        MachineSession session(bench.served);
+        MachineSession session(harness.served);
         EXPECT_TRUE(session.perform(asked)) << int{asked[0]};
     }
 }
 
 TEST_F(MachineSessionTest, aRequestThatLacksOrHasAByteTooManyIsRefusedAndDoesNothing) {
-    MachineSession session(bench.served);
+    MachineSession session(harness.served);
     for (const std::string& asked : everyRequest()) {
         for (std::size_t length = 0; length < asked.size(); ++length) {
             EXPECT_EQ(session.perform(asked.substr(0, length)), std::nullopt)
@@ -208,14 +208,14 @@ TEST_F(MachineSessionTest, aRequestThatLacksOrHasAByteTooManyIsRefusedAndDoesNot
         }
         EXPECT_EQ(session.perform(asked + '\0'), std::nullopt) << int{asked[0]};
     }
-    EXPECT_TRUE(bench.holdsNothing());
-    EXPECT_EQ(bench.mac.hid().wrongUses(), 0);
-    EXPECT_EQ(bench.served.smcRequests, 0U);
-    EXPECT_EQ(bench.served.hidRequests, 0U);
+    EXPECT_TRUE(harness.holdsNothing());
+    EXPECT_EQ(harness.mac.hid().wrongUses(), 0);
+    EXPECT_EQ(harness.served.smcRequests, 0U);
+    EXPECT_EQ(harness.served.hidRequests, 0U);
 }
 
 TEST_F(MachineSessionTest, anUnknownOperationIsRefused) {
-    MachineSession session(bench.served);
+    MachineSession session(harness.served);
     for (const int unknown : {0, 6, 15, 29, 63, 65, 255}) {
         EXPECT_EQ(session.perform(std::string(1, static_cast<char>(unknown))), std::nullopt)
             << unknown;
@@ -225,28 +225,28 @@ TEST_F(MachineSessionTest, anUnknownOperationIsRefused) {
 RC_GTEST_FIXTURE_PROP(MachineSessionTest, noiseChangesNothing,
                       (std::vector<std::pair<std::uint8_t, std::string>> noise)) {
     {
-        MachineSession session(bench.served);
+        MachineSession session(harness.served);
         for (const auto& [number, fields] : noise) {
             const auto operation = static_cast<char>(number % 32);  // most of them exist
             (void)session.perform(operation + fields);
         }
     }
-    RC_ASSERT(bench.holdsNothing());
-    RC_ASSERT(bench.fan(0).mode == simulation::FanMode::automatic);
+    RC_ASSERT(harness.holdsNothing());
+    RC_ASSERT(harness.fan(0).mode == simulation::FanMode::automatic);
 }
 
 TEST_F(MachineSessionTest, aMachineWithoutHIDFunctionsSaysSo) {
-    MachineBench without("no-hid-symbols");
+    MachineHarness without("no-hid-symbols");
     MachineSession session(without.served);
     EXPECT_EQ(answer<bool>(session, request(Operation::hidFunctions)), false);
     EXPECT_EQ(session.perform(request(Operation::clientCreate)), std::nullopt);
-    MachineSession other(bench.served);
+    MachineSession other(harness.served);
     EXPECT_EQ(answer<bool>(other, request(Operation::hidFunctions)), true);
 }
 
 TEST_F(MachineSessionTest, aSlowAnswerIsToBeHeldBack) {
-    bench.add({.key = "F0Md", .latency = 5s});
-    MachineSession session(bench.served);
+    harness.add({.key = "F0Md", .latency = 5s});
+    MachineSession session(harness.served);
     const auto handle = connection(session);
     const auto slow =
         session.perform(request(Operation::call, handle, structureMethod, forceFan0()));
@@ -258,12 +258,12 @@ TEST_F(MachineSessionTest, aSlowAnswerIsToBeHeldBack) {
 }
 
 TEST_F(MachineSessionTest, requestsAreCountedByKind) {
-    MachineSession session(bench.served);
+    MachineSession session(harness.served);
     (void)connection(session);
     (void)text(session, "Product");
     EXPECT_EQ(answer<std::string>(session, request(Operation::control, "me")), "heard me");
-    EXPECT_EQ(bench.served.smcRequests, 2U);
-    EXPECT_EQ(bench.served.hidRequests, 1U);
+    EXPECT_EQ(harness.served.smcRequests, 2U);
+    EXPECT_EQ(harness.served.hidRequests, 1U);
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 #include <string>
 #include <utility>
 
-#include "MachineBench.h"
+#include "MachineHarness.h"
 #include "remote/RemoteMachine.h"
 #include "sensors/hid/HIDBridge.h"
 #include "simulation/runtime/SimulatedRuntime.h"
@@ -19,28 +19,28 @@ using sensors::HIDFunctions;
 
 class RemoteMachineTest : public testing::Test {
 protected:
-    MachineBench bench;
+    MachineHarness harness;
     simulation::SimulatedRuntime runtime;
 };
 
 TEST_F(RemoteMachineTest, theSMCIsReadAndWrittenOverTheWire) {
-    auto machine = bench.remote();
+    auto machine = harness.remote();
     smc::SMCRequests requests(machine.smc());
     ASSERT_TRUE(requests.open());
     EXPECT_EQ(requests.tryReadValue("FNum")->numeric(), 2);
     EXPECT_EQ(requests.writeUInt8("F0Md", 1), 0);
     EXPECT_EQ(requests.writeFloat("F0Tg", 3000), 0);
-    EXPECT_EQ(bench.fan(0).mode, simulation::FanMode::forced);
-    EXPECT_EQ(bench.fan(0).target, 3000);
-    EXPECT_EQ(bench.fan(1).mode, simulation::FanMode::automatic);
+    EXPECT_EQ(harness.fan(0).mode, simulation::FanMode::forced);
+    EXPECT_EQ(harness.fan(0).target, 3000);
+    EXPECT_EQ(harness.fan(1).mode, simulation::FanMode::automatic);
     EXPECT_THAT(requests.discoverTempKeys(),
                 testing::ElementsAre("TCHP", "TCMb", "TCMz", "TG0D", "TD01", "TB0T", "TW0P"));
 }
 
 TEST_F(RemoteMachineTest, refusalsOfTheSMCAndOfTheKernelComeBackAsTheyAre) {
-    bench.add({.key = "F0Md", .result = 0x86});
-    bench.add({.key = "F1Md", .kernelReturn = static_cast<std::int32_t>(0xE00002BC)});
-    auto machine = bench.remote();
+    harness.add({.key = "F0Md", .result = 0x86});
+    harness.add({.key = "F1Md", .kernelReturn = static_cast<std::int32_t>(0xE00002BC)});
+    auto machine = harness.remote();
     smc::SMCRequests requests(machine.smc());
     ASSERT_TRUE(requests.open());
     EXPECT_EQ(requests.writeUInt8("F0Md", 1), 0x86);
@@ -50,22 +50,22 @@ TEST_F(RemoteMachineTest, refusalsOfTheSMCAndOfTheKernelComeBackAsTheyAre) {
 }
 
 TEST_F(RemoteMachineTest, aFailedCallLeavesTheReplyAlone) {
-    auto machine = bench.remote();
+    auto machine = harness.remote();
     smc::SMCParamStruct reply = recordOf(7);
     EXPECT_EQ(machine.smc().call(0, 2, {}, reply), simulation::SimulatedSMC::badArgument);
     EXPECT_EQ(reply.key, 7U);
 }
 
 TEST_F(RemoteMachineTest, aClientThatCannotBeOpenedLeavesTheHandleAlone) {
-    bench.locked([this] { bench.mac.smc().openResult = -5; });
-    auto machine = bench.remote();
+    harness.locked([this] { harness.mac.smc().openResult = -5; });
+    auto machine = harness.remote();
     std::uint32_t handle = 7;
     EXPECT_EQ(machine.smc().open(machine.smc().findService("AppleSMC"), 0, handle), -5);
     EXPECT_EQ(handle, 7U);
 }
 
 TEST_F(RemoteMachineTest, temperaturesAreSampledOverTheWire) {
-    auto machine = bench.remote();
+    auto machine = harness.remote();
     const HIDFunctions functions(machine.hidFunctions());
     sensors::HIDBridge bridge(functions, machine.hidObjects(), runtime);
     EXPECT_TRUE(bridge.isAvailable());
@@ -79,51 +79,51 @@ TEST_F(RemoteMachineTest, temperaturesAreSampledOverTheWire) {
     EXPECT_EQ(readings[0].samples.size(), 3U);
     EXPECT_NEAR(readings[0].celsius(), 44.5, 0.05);
     EXPECT_NEAR(readings[9].celsius(), 35, 0.05);
-    EXPECT_EQ(bench.locked([this] { return bench.mac.hid().wrongUses(); }), 0);
+    EXPECT_EQ(harness.locked([this] { return harness.mac.hid().wrongUses(); }), 0);
 }
 
 TEST_F(RemoteMachineTest, everyObjectIsGivenBackByItsOwnerAndNoneTwice) {
-    auto machine = bench.remote();
+    auto machine = harness.remote();
     {
         const HIDFunctions functions(machine.hidFunctions());
         sensors::HIDBridge bridge(functions, machine.hidObjects(), runtime);
         EXPECT_TRUE(bridge.discoverLabeledTemperatureServices());
-        EXPECT_GT(bench.liveObjects(), 0U);
+        EXPECT_GT(harness.liveObjects(), 0U);
     }
     EXPECT_FALSE(machine.hidObjects().text(nullptr)) << "releases in front of it are done by now";
-    EXPECT_EQ(bench.liveObjects(), 0U);
-    EXPECT_EQ(bench.locked([this] { return bench.mac.hid().overReleases(); }), 0);
+    EXPECT_EQ(harness.liveObjects(), 0U);
+    EXPECT_EQ(harness.locked([this] { return harness.mac.hid().overReleases(); }), 0);
 }
 
 TEST_F(RemoteMachineTest, aDaemonThatDiesLeavesTheFansAndNothingElse) {
     {
-        auto machine = bench.remote();
+        auto machine = harness.remote();
         smc::SMCRequests requests(machine.smc());
         ASSERT_TRUE(requests.open());
         EXPECT_EQ(requests.writeUInt8("F1Md", 1), 0);
         EXPECT_EQ(requests.writeFloat("F1Tg", 2500), 0);
         EXPECT_NE(machine.hidObjects().makeText("held"), nullptr);
     }
-    EXPECT_TRUE(eventually([this] { return bench.holdsNothing(); }));
-    EXPECT_EQ(bench.fan(1).mode, simulation::FanMode::forced);
-    EXPECT_EQ(bench.fan(1).target, 2500);
+    EXPECT_TRUE(eventually([this] { return harness.holdsNothing(); }));
+    EXPECT_EQ(harness.fan(1).mode, simulation::FanMode::forced);
+    EXPECT_EQ(harness.fan(1).target, 2500);
 }
 
 TEST_F(RemoteMachineTest, theNextDaemonFindsTheFansAsTheyWereLeft) {
     {
-        auto first = bench.remote();
+        auto first = harness.remote();
         smc::SMCRequests requests(first.smc());
         ASSERT_TRUE(requests.open());
         EXPECT_EQ(requests.writeUInt8("F0Md", 1), 0);
     }
-    auto second = bench.remote();
+    auto second = harness.remote();
     smc::SMCRequests requests(second.smc());
     ASSERT_TRUE(requests.open());
     EXPECT_EQ(requests.tryReadValue("F0Md")->numeric(), 1);
 }
 
 TEST_F(RemoteMachineTest, aMachineWithoutHIDFunctionsHasNone) {
-    MachineBench without("no-hid-symbols");
+    MachineHarness without("no-hid-symbols");
     auto machine = without.remote();
     EXPECT_FALSE(HIDFunctions(machine.hidFunctions()).isAvailable());
 }
@@ -165,10 +165,10 @@ void expectNothing(RemoteMachine& machine, const HIDFunctions::Table& functions)
 }
 
 TEST_F(RemoteMachineTest, whenTheMachineDiesEverythingFailsAndNothingElseHappens) {
-    auto machine = bench.remote();
+    auto machine = harness.remote();
     const auto functions = machine.hidFunctions();
     EXPECT_NE(machine.smc().findService("AppleSMC"), 0U);
-    bench.server.reset();
+    harness.server.reset();
     expectNothing(machine, functions);
 }
 
@@ -193,7 +193,7 @@ TEST_F(RemoteMachineTest, aMachineThatDiesWithinAnAnswerHasGivenNone) {
 }
 
 TEST_F(RemoteMachineTest, threadsMayAskTheTwoHalvesAtATime) {
-    auto machine = bench.remote();
+    auto machine = harness.remote();
     smc::SMCRequests requests(machine.smc());
     ASSERT_TRUE(requests.open());
     std::thread hub([&machine] {

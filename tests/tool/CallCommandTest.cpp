@@ -15,7 +15,7 @@ using testing::HasSubstr;
 using namespace std::chrono_literals;
 
 constexpr std::string_view note =
-    "The fans are held, but no longer: the end of this connection gives them back to Auto.\n"
+    "Disconnected: all fans return to Auto.\n"
     "To hold them, keep a connection: airflow session\n";
 
 class CallCommand : public testing::Test {

@@ -121,7 +121,8 @@ TEST_F(SessionTest, aPersonIsToldTheSameAndTheStatusIsZero) {
     EXPECT_EQ(session.status, 0);
     EXPECT_EQ(session.err, "there is no method \"fly\"\n");
     EXPECT_EQ(session.out,
-              "Connected. What is held stays held until this session ends. Try: help\napplied\n");
+              "Connected. Fans stay under control until this session ends. Type help for a list of "
+              "commands.\napplied\n");
 }
 
 TEST_F(SessionTest, helpListsTheMethodsAndItsOwnCommands) {
@@ -144,9 +145,7 @@ TEST_F(SessionTest, endingWhileFansAreHeldIsSaid) {
     answer("readState", "\"state\":" + std::string(heldState));
     const auto session = run({"setManualRPM 0 3000"});
     EXPECT_EQ(session.status, 0);
-    EXPECT_EQ(session.err,
-              "The fans are held, but no longer: the end of this session gives them "
-              "back to Auto.\n");
+    EXPECT_EQ(session.err, "Disconnected: all fans return to Auto.\n");
 }
 
 TEST_F(SessionTest, withoutADaemonItEndsAtOnce) {
@@ -169,15 +168,15 @@ TEST_F(SessionTest, aConnectionThatEndsIsAFailureAndTheNextCommandConnectsAgain)
     EXPECT_EQ(session.status, 1);
     EXPECT_EQ(session.out, "applied\napplied\n");
     EXPECT_EQ(session.err,
-              "The connection to the daemon ended, and with it what was held. The next "
-              "command connects again.\n");
+              "The connection to the daemon was lost: all fans return to Auto. The next "
+              "command reconnects.\n");
     EXPECT_EQ(helper.connections, 2);
 }
 
 TEST_F(SessionTest, anInterruptionEndsIt) {
     const auto session = run({"fullBlast", "^C"});
     EXPECT_EQ(session.status, 130);
-    EXPECT_EQ(session.err, "Interrupted: what is held goes back to Auto.\n");
+    EXPECT_EQ(session.err, "Interrupted: all fans return to Auto.\n");
     EXPECT_THAT(helper.methods(), ElementsAre("helperVersion", "fullBlast"));
 }
 

@@ -70,9 +70,7 @@ TEST_F(WatchCommand, saysWhenItsEndReleases) {
     hold();
     const auto run = watch(plan(1));
     EXPECT_EQ(run.out, "0.0 s  held  fan 0 manual → 3000 RPM\n");
-    EXPECT_EQ(run.err,
-              "The fans are held, but no longer: the end of this connection gives them "
-              "back to Auto.\n");
+    EXPECT_EQ(run.err, "Disconnected: all fans return to Auto.\n");
 }
 
 TEST_F(WatchCommand, endsWhenInterrupted) {

@@ -24,7 +24,7 @@ LocalConnection::~LocalConnection() {
 
 void LocalConnection::setCodeSigningRequirement(std::string_view) {
     const auto peer = peerOf(socket);
-    isStranger = !peer || !welcome(*peer);
+    isUntrusted = !peer || !welcome(*peer);
 }
 
 void LocalConnection::setInvalidationHandler(std::function<void()> handler) {
@@ -33,7 +33,7 @@ void LocalConnection::setInvalidationHandler(std::function<void()> handler) {
 
 void LocalConnection::resume() {
     isReceiving = true;
-    if (!isStranger) return;
+    if (!isUntrusted) return;
     refuse({.id = {}, .reason = "The daemon takes commands from its own user and from root only."});
     stopReceiving();
     flush();

@@ -82,7 +82,7 @@ private:
 
     daemon::FanHelperService* service = nullptr;
     std::function<void()> invalidationHandler;
-    bool isStranger = false;
+    bool isUntrusted = false;
     bool isReceiving = false;  ///< between resume() and the end
     bool isBroken = false;     ///< nobody reads what would be written
 

@@ -23,7 +23,7 @@ namespace airflow::platform {
 /// Connections that cannot be accepted because no descriptor is left wait until one is.
 class LocalListener final : public daemon::Listener {
 public:
-    /// `listening` is bound and listens. A peer that `isWelcome` denies is a stranger: none of its
+    /// `listening` is bound and listens. A peer that `isWelcome` denies is untrusted: none of its
     /// messages is carried out, and its connection ends at once.
     explicit LocalListener(FileDescriptor listening, PeerCheck isWelcome = isOwnUserOrRoot);
     /// Ends all connections, and tells their invalidation handlers.

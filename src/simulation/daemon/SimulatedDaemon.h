@@ -11,7 +11,7 @@
 #include "sensors/hid/HIDBridge.h"
 #include "simulation/daemon/SimulatedListener.h"
 #include "simulation/daemon/SimulatedProcess.h"
-#include "simulation/machine/LatentSMC.h"
+#include "simulation/machine/DelayedSMC.h"
 #include "simulation/machine/SimulatedMac.h"
 #include "simulation/runtime/SimulatedRuntime.h"
 
@@ -22,8 +22,8 @@ class SimulatedHardware final : public daemon::Hardware {
 public:
     SimulatedHardware(SimulatedRuntime& runtime, SimulatedMac& mac, sensors::LogSink& standardError)
         : connection(runtime, mac.smc()),
-          latent(runtime, connection, mac.smc()),
-          gate(latent.executor(), latent, latent),
+          delayed(runtime, connection, mac.smc()),
+          gate(delayed.executor(), delayed, delayed),
           hidFunctions(mac.hidFunctions()),
           bridge(hidFunctions, mac.hid(), runtime),
           reader(runtime, gate, bridge, standardError) {}
@@ -36,7 +36,7 @@ public:
 
 private:
     smc::SMCConnection connection;
-    LatentSMC latent;
+    DelayedSMC delayed;
     guard::SMCGate gate;
     sensors::HIDFunctions hidFunctions;
     sensors::HIDBridge bridge;

@@ -44,8 +44,8 @@ void SimulatedConnection::deliverSoon() {
 
 Task<void> SimulatedConnection::deliver(SimulatedConnection& connection,
                                         std::shared_ptr<SimulatedConnection>) {
-    const bool isStranger = !connection.requirement.empty() && !connection.meetsRequirement;
-    if (isStranger && !connection.messages.empty()) {
+    const bool isUntrusted = !connection.requirement.empty() && !connection.meetsRequirement;
+    if (isUntrusted && !connection.messages.empty()) {
         connection.messages.clear();
         connection.open = false;
         if (connection.refused) connection.refused();

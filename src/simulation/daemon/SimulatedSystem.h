@@ -9,9 +9,9 @@
 #include "sensors/SensorReader.h"
 #include "sensors/hid/HIDBridge.h"
 #include "sensors/hid/HIDFunctions.h"
-#include "simulation/machine/KeptLines.h"
-#include "simulation/machine/LatentSMC.h"
+#include "simulation/machine/DelayedSMC.h"
 #include "simulation/machine/MachineDescription.h"
+#include "simulation/machine/RecordedLines.h"
 #include "simulation/machine/SimulatedMac.h"
 #include "simulation/runtime/SimulatedRuntime.h"
 #include "smc/SMCConnection.h"
@@ -39,10 +39,10 @@ public:
 
     SimulatedRuntime runtime;
     SimulatedMac mac;
-    KeptLines standardError;
+    RecordedLines standardError;
     std::uint32_t effectiveUserID;
     smc::SMCConnection connection;
-    LatentSMC smc;
+    DelayedSMC smc;
     sensors::HIDFunctions hidFunctions;
     sensors::HIDBridge bridge;
     sensors::SensorReader sensors;

@@ -88,7 +88,7 @@ void Oracle::published(Duration time, const control::ControlState& state) {
 
 /// Strangers are not heard, and not answered.
 void Oracle::called(Duration time, std::string_view client, const Call& call) {
-    if (run.strangers.contains(std::string(client))) return;
+    if (run.untrustedPeers.contains(std::string(client))) return;
     for (const auto& monitor : monitors) {
         if (run.isReason(call.method)) monitor->reasonArose(time);
     }
@@ -151,9 +151,9 @@ void Oracle::ended(const ProcessEnd& end) {
     run.ended();
 }
 
-void Oracle::connected(Duration, std::string_view client, bool isStranger) {
-    run.connected(client, isStranger);
-    counter->connected(isStranger);
+void Oracle::connected(Duration, std::string_view client, bool isUntrusted) {
+    run.connected(client, isUntrusted);
+    counter->connected(isUntrusted);
 }
 
 void Oracle::disconnected(Duration time, std::string_view client) {

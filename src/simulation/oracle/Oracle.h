@@ -51,7 +51,7 @@ public:
     void guarded(concurrency::Duration time) override;
     void signalled(concurrency::Duration time, daemon::Signal signal) override;
     void ended(const ProcessEnd& end) override;
-    void connected(concurrency::Duration time, std::string_view client, bool isStranger) override;
+    void connected(concurrency::Duration time, std::string_view client, bool isUntrusted) override;
     void disconnected(concurrency::Duration time, std::string_view client) override;
     void clockJumped(concurrency::Duration time, double seconds) override;
 

@@ -28,7 +28,7 @@ bool mayBeWrong(const Scenario& scenario, const std::string& modeKey) {
 
 void AnswerMonitor::answeredInVain(Duration now, const Reply& reply) {
     fail(Property::everyCommandIsAnsweredOnce, now,
-         fmt::format("{} was answered twice, or to a stranger", nameOf(reply.method)));
+         fmt::format("{} was answered twice, or to an untrusted peer", nameOf(reply.method)));
 }
 
 /// A command claims each fan before its first step and in it, for up to 10 s.

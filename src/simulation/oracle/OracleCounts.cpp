@@ -64,8 +64,8 @@ void CountMonitor::reasonArose(Duration now) {
     if (isClaiming) count("a release came in the middle of a claim");
 }
 
-void CountMonitor::connected(bool isStranger) {
-    if (isStranger) count("a stranger connected");
+void CountMonitor::connected(bool isUntrusted) {
+    if (isUntrusted) count("an untrusted peer connected");
 }
 
 void CountMonitor::disconnecting(std::string_view client) {

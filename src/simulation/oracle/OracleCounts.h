@@ -24,7 +24,7 @@ public:
     void called(Duration now, const Call& call) override;
     void answered(Duration now, const RunModel::Command& command, const Reply& reply) override;
     void reasonArose(Duration now) override;
-    void connected(bool isStranger);
+    void connected(bool isUntrusted);
     /// Before the model hears of it.
     void disconnecting(std::string_view client);
     void disconnected();

@@ -55,7 +55,7 @@ void StateMonitor::reasonArose(Duration now) {
     lastReason = run.mark(now);
 }
 
-/// A step that was overtaken does not wipe the reason of the release that overtook it.
+/// A step that was superseded does not wipe the reason of the release that superseded it.
 void StateMonitor::published(Duration now, const ControlState& state) {
     lastCause = state.cause;
     const bool isRefused =

@@ -132,7 +132,7 @@ inline constexpr std::array<std::string_view, 25> sometimes{
     "missing temperatures released fans",
     "the SMC said that a fan went back when it did not",
     "an upgrade ended the process",
-    "a stranger connected",
+    "an untrusted peer connected",
     "a start failed",
     "garbage was answered with 7",
     "the firmware took a fan back",

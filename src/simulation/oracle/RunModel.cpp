@@ -267,19 +267,19 @@ void RunModel::ended() {
     isRunning = isListening = false;
     exiting.reset();
     commands.clear();
-    strangers.clear();
+    untrustedPeers.clear();
     connections.clear();
     nobodyThere.reset();
 }
 
-void RunModel::connected(std::string_view client, bool isStranger) {
+void RunModel::connected(std::string_view client, bool isUntrusted) {
     connections.emplace(client);
     nobodyThere.reset();
-    if (isStranger) strangers.emplace(client);
+    if (isUntrusted) untrustedPeers.emplace(client);
 }
 
 void RunModel::disconnected(Duration time, std::string_view client) {
-    strangers.erase(std::string(client));
+    untrustedPeers.erase(std::string(client));
     connections.erase(std::string(client));
     if (connections.empty() && isListening) nobodyThere = mark(time);
     release(mark(time), !nobodyThere);

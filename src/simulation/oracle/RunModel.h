@@ -100,7 +100,7 @@ struct RunModel {
     void access(const SMCAccess& access);
     void modeChanged(Duration time, std::size_t index, FanMode mode);
     void published(Duration time, const control::ControlState& state);
-    /// Not of strangers.
+    /// Not of untrusted peers.
     void called(Duration time, std::string_view client, const Call& call);
     /// The command that this answers; nothing for none.
     std::optional<Command> replied(Duration time, const Reply& reply);
@@ -112,7 +112,7 @@ struct RunModel {
     /// The process ends now; ended() forgets it.
     void ending(Duration time) { noteFaults(time); }
     void ended();
-    void connected(std::string_view client, bool isStranger);
+    void connected(std::string_view client, bool isUntrusted);
     void disconnected(Duration time, std::string_view client);
     void clockJumped(double seconds);
 
@@ -129,7 +129,7 @@ struct RunModel {
     Mark listeningSince{};
     std::optional<Mark> exiting;  ///< since when
 
-    std::set<std::string> strangers;
+    std::set<std::string> untrustedPeers;
     std::set<std::string> connections;
     std::optional<Mark> nobodyThere;  ///< since the last connection ended, and until the next
     std::map<std::uint64_t, Command> commands;  ///< not answered yet

@@ -86,7 +86,7 @@ struct ConnectionChange {
     concurrency::Duration at{};
     Kind kind = Kind::connect;
     std::string client = onlyClient;
-    bool isStranger = false;  ///< not who the daemon asks for
+    bool isUntrusted = false;  ///< not who the daemon asks for
 };
 
 /// Something happens to the daemon's process: a signal, a start while none runs, or a stop, by

@@ -170,7 +170,7 @@ struct EventMembers {
     void operator()(const ConnectionChange& change) const {
         const bool isOpened = change.kind == ConnectionChange::Kind::connect;
         writer.member(isOpened ? "connect" : "disconnect", change.client);
-        if (isOpened && change.isStranger) writer.member("stranger", true);
+        if (isOpened && change.isUntrusted) writer.member("stranger", true);
     }
     void operator()(const ProcessEvent& event) const {
         switch (event.kind) {

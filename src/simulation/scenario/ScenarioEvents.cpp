@@ -82,7 +82,7 @@ ConnectionChange decodeConnectionChange(const Decoder& decoder, ConnectionChange
         decoder.onlyKeys({"at", "disconnect"});
     ConnectionChange change{.at = requiredSeconds(decoder, "at"), .kind = kind};
     change.client = decoder.required<std::string>(isOpened ? "connect" : "disconnect");
-    if (isOpened) change.isStranger = decoder.optional<bool>("stranger").value_or(false);
+    if (isOpened) change.isUntrusted = decoder.optional<bool>("stranger").value_or(false);
     return change;
 }
 

@@ -63,7 +63,7 @@ public:
     virtual void metBug(concurrency::Duration, std::string_view violation) {
         concurrency::abortProcess(violation);
     }
-    virtual void connected(concurrency::Duration, std::string_view, bool /*isStranger*/) {}
+    virtual void connected(concurrency::Duration, std::string_view, bool /*isUntrusted*/) {}
     virtual void clockJumped(concurrency::Duration, double /*seconds*/) {}
     virtual void disconnected(concurrency::Duration, std::string_view) {}
 };

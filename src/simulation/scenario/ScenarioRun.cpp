@@ -136,7 +136,7 @@ void ScenarioRun::perform(const Event& event) {
         if (client->kind == ConnectionChange::Kind::disconnect)
             disconnect(client->client);
         else if (daemon)
-            connect(client->client, client->isStranger);
+            connect(client->client, client->isUntrusted);
     }
     if (const auto* jump = std::get_if<WallClockJump>(&event)) {
         dateOffset += concurrency::Seconds(jump->seconds);

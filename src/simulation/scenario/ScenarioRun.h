@@ -10,7 +10,7 @@
 #include <string_view>
 
 #include "simulation/daemon/SimulatedDaemon.h"
-#include "simulation/machine/KeptLines.h"
+#include "simulation/machine/RecordedLines.h"
 #include "simulation/machine/SimulatedMac.h"
 #include "simulation/scenario/Scenario.h"
 #include "simulation/scenario/ScenarioObserver.h"
@@ -48,7 +48,7 @@ private:
     struct Client {
         std::shared_ptr<SimulatedConnection> connection;  ///< none while it is not connected
         std::int64_t openings = 0;
-        bool isStranger = false;  ///< as it last connected
+        bool isUntrusted = false;  ///< as it last connected
     };
     using Action = std::function<void()>;
 
@@ -70,7 +70,7 @@ private:
     void deliver(const ProcessEvent& event);
     void afterSteps(std::uint64_t steps, Action action);
 
-    SimulatedConnection& connect(const std::string& name, bool isStranger);
+    SimulatedConnection& connect(const std::string& name, bool isUntrusted);
     void disconnect(const std::string& name);
     void send(const Call& call);
     [[nodiscard]] SimulatedConnection::Message message(const Call& call);
@@ -80,7 +80,7 @@ private:
     ScenarioObserver& observer;
     std::uint64_t seed;
     ChosenSchedule chosen;  ///< its chooser is empty when the seed decides
-    KeptLines standardError;
+    RecordedLines standardError;
     SimulatedMac mac;
     std::unique_ptr<SimulatedDaemon> daemon;  ///< none while no process runs
     concurrency::Duration machineTime{};      ///< while no process runs

@@ -49,12 +49,12 @@ daemon::Command commandOf(const Call& call) {
 
 }  // namespace
 
-SimulatedConnection& ScenarioRun::connect(const std::string& name, bool isStranger) {
+SimulatedConnection& ScenarioRun::connect(const std::string& name, bool isUntrusted) {
     Client& client = clients[name];
     if (!client.connection || !client.connection->isOpen()) {
-        observer.connected(now(), name, isStranger);
-        client.isStranger = isStranger;
-        client.connection = daemon->listener.connect(!isStranger);
+        observer.connected(now(), name, isUntrusted);
+        client.isUntrusted = isUntrusted;
+        client.connection = daemon->listener.connect(!isUntrusted);
         client.connection->refused = [this, name] { observer.disconnected(now(), name); };
         ++client.openings;
     }
@@ -73,7 +73,7 @@ void ScenarioRun::disconnect(const std::string& name) {
 /// A call while no process runs goes nowhere.
 void ScenarioRun::send(const Call& call) {
     if (!daemon) return;
-    SimulatedConnection& connection = connect(call.client, clients[call.client].isStranger);
+    SimulatedConnection& connection = connect(call.client, clients[call.client].isUntrusted);
     Call numbered = call;
     numbered.id = ++calls;
     observer.called(now(), call.client, numbered);

@@ -142,7 +142,7 @@ void makeClients(Swarm& swarm) {
     for (std::size_t i = 0; i < count; ++i) makeClient(swarm, clientNames()[i]);
     if (!swarm.random.chance(10)) return;
     swarm.scenario.events.emplace_back(
-        ConnectionChange{.at = swarm.moment(), .client = "stranger", .isStranger = true});
+        ConnectionChange{.at = swarm.moment(), .client = "stranger", .isUntrusted = true});
     const Duration at = swarm.moment();
     swarm.scenario.events.emplace_back(anyCall(swarm, at, "stranger"));
 }

@@ -76,8 +76,8 @@ int callHelper(const TypedCommand& typed, concurrency::Duration timeout, AnswerF
     }
     out << (format == AnswerFormat::json ? answerJSON(outcome) : answerText(outcome));
     if (outcome.after && outcome.after->isHolding) {
-        err << "The fans are held, but no longer: the end of this connection gives them back to "
-               "Auto.\nTo hold them, keep a connection: airflow session\n";
+        err << "Disconnected: all fans return to Auto.\nTo hold them, keep a connection: airflow "
+               "session\n";
     }
     return outcome.answer.result.isApplied() ? 0 : 1;
 }

@@ -31,8 +31,8 @@ int millisecondsUntil(Instant until, Instant now) {
 
 /// A daemon that reads nothing must not hold its client for ever.
 void limitSending(const platform::FileDescriptor& connection) {
-    const timeval patience{.tv_sec = 5, .tv_usec = 0};
-    (void)setsockopt(connection.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+    const timeval timeout{.tv_sec = 5, .tv_usec = 0};
+    (void)setsockopt(connection.get(), SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
 }
 
 }  // namespace

@@ -29,7 +29,8 @@ int Session::run() {
         return 1;
     }
     if (kind == Kind::conversation) {
-        out << "Connected. What is held stays held until this session ends. Try: help\n";
+        out << "Connected. Fans stay under control until this session ends. Type help for a list "
+               "of commands.\n";
     }
     out.flush();
     while (const auto line = input.nextLine([this] { return attend(); })) {
@@ -39,7 +40,7 @@ int Session::run() {
         if (!goesOn || input.isInterrupted()) break;
     }
     if (input.isInterrupted()) {
-        err << "Interrupted: what is held goes back to Auto.\n";
+        err << "Interrupted: all fans return to Auto.\n";
         return 130;
     }
     sayGoodbye();
@@ -106,8 +107,7 @@ void Session::sayGoodbye() {
     if (!client.isConnected()) return;
     const auto state = client.call(daemon::commands::ReadState{}).state;
     if (state && state->isHolding) {
-        err << "The fans are held, but no longer: the end of this session gives them back to "
-               "Auto.\n";
+        err << "Disconnected: all fans return to Auto.\n";
     }
 }
 
@@ -117,8 +117,8 @@ Instant Session::attend() {
     if (wasConnected && !client.isConnected() && !input.isInterrupted()) {
         hasFailed = true;
         err << (kind == Kind::conversation ? "\n" : "")
-            << "The connection to the daemon ended, and with it what was held. The next command "
-               "connects again.\n"
+            << "The connection to the daemon was lost: all fans return to Auto. The next command "
+               "reconnects.\n"
             << std::flush;
     }
     return due;

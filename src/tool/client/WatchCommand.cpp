@@ -147,8 +147,7 @@ int watchHelper(const WatchPlan& plan, client::Time& time, std::ostream& out, st
         if (!plan.pause(start + looks * plan.interval)) break;
     }
     if (sight.state && sight.state->isHolding) {
-        err << "The fans are held, but no longer: the end of this connection gives them back to "
-               "Auto.\n";
+        err << "Disconnected: all fans return to Auto.\n";
     }
     return sight.trouble.empty() ? 0 : 1;
 }

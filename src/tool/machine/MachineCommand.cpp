@@ -148,7 +148,8 @@ void addStatus(CLI::App& machine, MachineOptions& options, Streams streams, int&
 void addChanges(CLI::App& machine, MachineOptions& options, Streams streams, int& status) {
     CLI::App* const fault = addPart(
         machine, "fault",
-        "Lay faults over the SMC; those of a scenario, with times in seconds from now", options);
+        "Inject faults into the SMC, as a scenario lists them, with times in seconds from now",
+        options);
     fault
         ->add_option("FAULT", options.faults,
                      R"(Such as {"key":"F0Md","operation":"write","result":134,"until":5})")

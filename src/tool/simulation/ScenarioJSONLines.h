@@ -24,7 +24,7 @@ public:
     void signalled(concurrency::Duration time, daemon::Signal signal) override;
     void ended(const simulation::ProcessEnd& end) override;
     void metBug(concurrency::Duration, std::string_view) override {}  // its line and the end say so
-    void connected(concurrency::Duration time, std::string_view client, bool isStranger) override;
+    void connected(concurrency::Duration time, std::string_view client, bool isUntrusted) override;
     void disconnected(concurrency::Duration time, std::string_view client) override;
 
 private:

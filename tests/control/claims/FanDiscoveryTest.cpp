@@ -16,10 +16,10 @@ simulation::MachineDescription oneFan(std::optional<std::string> modeKey) {
 }
 
 std::vector<std::string> keysProbedInTwoRecoveries(simulation::MachineDescription machine) {
-    ScriptedBench bench(std::move(machine));
-    (void)bench.run(bench.controller->restoreAllFansToAutomatic());
-    (void)bench.run(bench.controller->restoreAllFansToAutomatic());
-    return bench.smc.reads;
+    ScriptedBench harness(std::move(machine));
+    (void)harness.run(harness.controller->restoreAllFansToAutomatic());
+    (void)harness.run(harness.controller->restoreAllFansToAutomatic());
+    return harness.smc.reads;
 }
 
 TEST(ModeKey, isTriedInUpperCaseFirstAndOnceOnly) {
@@ -37,10 +37,10 @@ TEST(ModeKey, isProbedAgainWhileTheMachineHasNeither) {
 }
 
 TEST(ModeKey, isFoundWhateverItHolds) {
-    ScriptedBench bench(oneFan("F0Md"));
-    bench.smc.readings["F0Md"] = smc::SMCValue::raw();
-    (void)bench.run(bench.controller->restoreAllFansToAutomatic());
-    EXPECT_THAT(bench.smc.reads, ElementsAre("FNum", "F0Md"));
+    ScriptedBench harness(oneFan("F0Md"));
+    harness.smc.readings["F0Md"] = smc::SMCValue::raw();
+    (void)harness.run(harness.controller->restoreAllFansToAutomatic());
+    EXPECT_THAT(harness.smc.reads, ElementsAre("FNum", "F0Md"));
 }
 
 TEST(ModeKey, isRememberedForEachFanOnItsOwn) {
@@ -51,46 +51,47 @@ TEST(ModeKey, isRememberedForEachFanOnItsOwn) {
 }
 
 TEST(ModeKey, isTheOneThatIsWritten) {
-    ControllerBench bench(oneFan("F0md"));
-    EXPECT_EQ(bench.run(bench.controller().setManual(0, 3000)), ControlResult::applied());
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0md=1", "Ftst=1", "F0md=1", "F0Tg=3000"));
-    EXPECT_EQ(bench.run(bench.controller().restoreAuto()), std::nullopt);
-    EXPECT_EQ(bench.mac().fan(0).mode, simulation::FanMode::automatic);
+    ControllerHarness harness(oneFan("F0md"));
+    EXPECT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0md=1", "Ftst=1", "F0md=1", "F0Tg=3000"));
+    EXPECT_EQ(harness.run(harness.controller().restoreAuto()), std::nullopt);
+    EXPECT_EQ(harness.mac().fan(0).mode, simulation::FanMode::automatic);
 }
 
 TEST(ModeKey, whoseAbsenceFailsACommandWithBothNames) {
     auto machine = plainMachine(2);
     machine.fans[1].modeKey.reset();
-    ControllerBench bench(machine);
-    EXPECT_EQ(bench.run(bench.controller().setManual(1, 3000)),
+    ControllerHarness harness(machine);
+    EXPECT_EQ(harness.run(harness.controller().setManual(1, 3000)),
               ControlResult::failed("neither F1Md nor F1md exists on this machine"));
 }
 
 TEST(ModeKey, thatAppearsLaterIsFoundThen) {
-    ControllerBench bench(oneFan("F0Md"));
-    bench.mac().smc().add(simulation::Fault{.until = 1s,
-                                            .key = "F0Md",
-                                            .operation = simulation::Fault::Operation::information,
-                                            .result = simulation::SimulatedSMC::keyNotFound});
-    EXPECT_EQ(bench.run(bench.controller().setManual(0, 3000)),
+    ControllerHarness harness(oneFan("F0Md"));
+    harness.mac().smc().add(
+        simulation::Fault{.until = 1s,
+                          .key = "F0Md",
+                          .operation = simulation::Fault::Operation::information,
+                          .result = simulation::SimulatedSMC::keyNotFound});
+    EXPECT_EQ(harness.run(harness.controller().setManual(0, 3000)),
               ControlResult::failed("neither F0Md nor F0md exists on this machine"));
-    bench.advance(1s);
-    EXPECT_EQ(bench.run(bench.controller().setManual(0, 3000)), ControlResult::applied());
+    harness.advance(1s);
+    EXPECT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
 }
 
 /// How many of three fans are looked for when "FNum" reads `count`.
 std::size_t fansLookedFor(std::optional<smc::SMCValue> count) {
-    ScriptedBench bench(plainMachine(3));
-    bench.smc.readings["FNum"] = count;
-    (void)bench.run(bench.controller->restoreAllFansToAutomatic());
-    return bench.smc.reads.size() - 1;
+    ScriptedBench harness(plainMachine(3));
+    harness.smc.readings["FNum"] = count;
+    (void)harness.run(harness.controller->restoreAllFansToAutomatic());
+    return harness.smc.reads.size() - 1;
 }
 
 /// How many fans fullBlast() plans for, each of which the machine does not have.
 std::int64_t fansNamed(smc::SMCValue count) {
-    ScriptedBench bench(plainMachine(0));
-    bench.smc.readings["FNum"] = count;
-    const auto result = bench.run(bench.controller->fullBlast());
+    ScriptedBench harness(plainMachine(0));
+    harness.smc.readings["FNum"] = count;
+    const auto result = harness.run(harness.controller->fullBlast());
     for (std::int64_t fans = 1; fans <= 100; ++fans) {
         const auto last = fmt::format("neither F{0}Md nor F{0}md exists on this machine", fans - 1);
         if (result == ControlResult::failed(last)) return fans;
@@ -114,15 +115,15 @@ TEST(FanCount, belowZeroMeansNoFans) {
 }
 
 TEST(FanCount, isUnknownWhenItCannotBeReadOrIsNoNumber) {
-    ScriptedBench bench(plainMachine(1));
-    bench.smc.readings["FNum"] = std::nullopt;
-    EXPECT_EQ(bench.run(bench.controller->fullBlast()),
+    ScriptedBench harness(plainMachine(1));
+    harness.smc.readings["FNum"] = std::nullopt;
+    EXPECT_EQ(harness.run(harness.controller->fullBlast()),
               ControlResult::failed("could not read FNum"));
-    bench.smc.readings["FNum"] = smc::SMCValue::raw();
-    EXPECT_EQ(bench.run(bench.controller->fullBlast()),
+    harness.smc.readings["FNum"] = smc::SMCValue::raw();
+    EXPECT_EQ(harness.run(harness.controller->fullBlast()),
               ControlResult::failed("could not read FNum"));
-    EXPECT_EQ(bench.run(bench.controller->currentState()), ControlState::idle());
-    EXPECT_FALSE(bench.system.mac.forceTest());
+    EXPECT_EQ(harness.run(harness.controller->currentState()), ControlState::idle());
+    EXPECT_FALSE(harness.system.mac.forceTest());
 }
 
 TEST(FanCount, beyondTheTenThatKeysCanNameIsTen) {
@@ -142,24 +143,25 @@ TEST(FanCount, belowEveryNumberMeansNoFansToo) {
 }
 
 TEST(FanCount, thatIsNotANumberIsUnreadable) {
-    ScriptedBench bench(plainMachine(1));
-    bench.smc.readings["FNum"] = smc::SMCValue::floating(std::numeric_limits<double>::quiet_NaN());
-    EXPECT_EQ(bench.run(bench.controller->fullBlast()),
+    ScriptedBench harness(plainMachine(1));
+    harness.smc.readings["FNum"] =
+        smc::SMCValue::floating(std::numeric_limits<double>::quiet_NaN());
+    EXPECT_EQ(harness.run(harness.controller->fullBlast()),
               ControlResult::failed("could not read FNum"));
-    EXPECT_EQ(bench.run(bench.controller->restoreAllFansToAutomatic()),
+    EXPECT_EQ(harness.run(harness.controller->restoreAllFansToAutomatic()),
               "could not read FNum during startup recovery");
-    EXPECT_THAT(bench.smc.reads, ElementsAre("FNum", "FNum"));
+    EXPECT_THAT(harness.smc.reads, ElementsAre("FNum", "FNum"));
 }
 
 TEST(FanCount, ofElevenLetsStartUpRecoveryGiveTenFansBack) {
-    ScriptedBench bench(plainMachine(10));
-    bench.smc.readings["FNum"] = smc::SMCValue::uint(11);
+    ScriptedBench harness(plainMachine(10));
+    harness.smc.readings["FNum"] = smc::SMCValue::uint(11);
     for (std::size_t fan = 0; fan < 10; ++fan) {
-        (void)bench.run(bench.system.smc.writeUInt8(simulation::upperModeKey(fan), 1));
+        (void)harness.run(harness.system.smc.writeUInt8(simulation::upperModeKey(fan), 1));
     }
-    EXPECT_EQ(bench.run(bench.controller->restoreAllFansToAutomatic()), std::nullopt);
+    EXPECT_EQ(harness.run(harness.controller->restoreAllFansToAutomatic()), std::nullopt);
     for (std::size_t fan = 0; fan < 10; ++fan) {
-        EXPECT_EQ(bench.system.mac.fan(fan).mode, simulation::FanMode::automatic) << fan;
+        EXPECT_EQ(harness.system.mac.fan(fan).mode, simulation::FanMode::automatic) << fan;
     }
 }
 
@@ -167,19 +169,19 @@ TEST(FanCount, ofElevenLetsStartUpRecoveryGiveTenFansBack) {
 class FanWithoutAName : public testing::TestWithParam<std::int64_t> {};
 
 TEST_P(FanWithoutAName, isOneThatTheMachineDoesNotHave) {
-    ScriptedBench bench(plainMachine(1));
-    const auto result = bench.run(bench.controller->setManual(GetParam(), 3000));
+    ScriptedBench harness(plainMachine(1));
+    const auto result = harness.run(harness.controller->setManual(GetParam(), 3000));
     EXPECT_EQ(result, ControlResult::failed(fmt::format(
                           "neither F{0}Md nor F{0}md exists on this machine", GetParam())));
-    bench.system.runtime.advance(5s);  // the steps of its plan, too
-    EXPECT_THAT(bench.smc.reads, testing::IsEmpty());
+    harness.system.runtime.advance(5s);  // the steps of its plan, too
+    EXPECT_THAT(harness.smc.reads, testing::IsEmpty());
 }
 
 TEST_P(FanWithoutAName, doesNotKeepTheOthersFromBeingHeld) {
-    ControllerBench bench;
-    (void)bench.run(bench.controller().setManual(GetParam(), 3000));
-    EXPECT_FALSE(bench.run(bench.controller().setPercent(0, 50)).isApplied());
-    EXPECT_EQ(bench.mac().fan(0).mode, simulation::FanMode::forced);
+    ControllerHarness harness;
+    (void)harness.run(harness.controller().setManual(GetParam(), 3000));
+    EXPECT_FALSE(harness.run(harness.controller().setPercent(0, 50)).isApplied());
+    EXPECT_EQ(harness.mac().fan(0).mode, simulation::FanMode::forced);
 }
 
 INSTANTIATE_TEST_SUITE_P(BesidesTheTenThatHaveOne, FanWithoutAName,
@@ -187,9 +189,9 @@ INSTANTIATE_TEST_SUITE_P(BesidesTheTenThatHaveOne, FanWithoutAName,
                                          std::numeric_limits<std::int64_t>::min()));
 
 TEST(FanWithTheHighestNumber, isHeld) {
-    ControllerBench bench(plainMachine(10));
-    EXPECT_EQ(bench.run(bench.controller().setManual(9, 3000)), ControlResult::applied());
-    EXPECT_EQ(bench.mac().fan(9).mode, simulation::FanMode::forced);
+    ControllerHarness harness(plainMachine(10));
+    EXPECT_EQ(harness.run(harness.controller().setManual(9, 3000)), ControlResult::applied());
+    EXPECT_EQ(harness.mac().fan(9).mode, simulation::FanMode::forced);
 }
 
 }  // namespace

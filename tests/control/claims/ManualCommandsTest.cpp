@@ -2,7 +2,7 @@
 #include <cmath>
 #include <limits>
 
-#include "HoldBench.h"
+#include "HoldHarness.h"
 
 namespace airflow::control {
 namespace {
@@ -21,128 +21,128 @@ plan::FanControlPlan crowdedPlan() {
 }
 
 TEST(ManualCommands, setManualReplacesEveryEntryOfItsFanByOneAtTheEnd) {
-    ControllerBench bench(steadyMachine(), withoutJitter);
-    const auto controller = install<PlanKeeper>(bench);
-    EXPECT_EQ(bench.run(controller->applyPlan(crowdedPlan())), ControlResult::applied());
+    ControllerHarness harness(steadyMachine(), withoutJitter);
+    const auto controller = install<PlanKeeper>(harness);
+    EXPECT_EQ(harness.run(controller->applyPlan(crowdedPlan())), ControlResult::applied());
 
-    EXPECT_EQ(bench.run(controller->setManual(1, 2000)), ControlResult::applied());
+    EXPECT_EQ(harness.run(controller->setManual(1, 2000)), ControlResult::applied());
     auto expected = crowdedPlan();
     expected.fans = {{.fanID = 0, .mode = rpm(3000.0)}, {.fanID = 1, .mode = rpm(2000.0)}};
     EXPECT_EQ(controller->plans.back(), expected);
-    EXPECT_EQ(bench.mac().fan(1).target, 2000);
+    EXPECT_EQ(harness.mac().fan(1).target, 2000);
 }
 
 TEST(ManualCommands, setPercentReplacesEveryEntryOfItsFanByOneAtTheEnd) {
-    ControllerBench bench(steadyMachine(), withoutJitter);
-    const auto controller = install<PlanKeeper>(bench);
-    EXPECT_EQ(bench.run(controller->applyPlan(crowdedPlan())), ControlResult::applied());
+    ControllerHarness harness(steadyMachine(), withoutJitter);
+    const auto controller = install<PlanKeeper>(harness);
+    EXPECT_EQ(harness.run(controller->applyPlan(crowdedPlan())), ControlResult::applied());
 
-    EXPECT_EQ(bench.run(controller->setPercent(1, 25)), ControlResult::applied());
+    EXPECT_EQ(harness.run(controller->setPercent(1, 25)), ControlResult::applied());
     auto expected = crowdedPlan();
     expected.fans = {{.fanID = 0, .mode = rpm(3000.0)}, {.fanID = 1, .mode = percent(25.0)}};
     EXPECT_EQ(controller->plans.back(), expected);
-    EXPECT_EQ(bench.mac().fan(1).target, 2400);
+    EXPECT_EQ(harness.mac().fan(1).target, 2400);
 }
 
 TEST(ManualCommands, withoutAPlanTheFirstCommandIsTheWholePlan) {
-    ControllerBench bench(steadyMachine(), withoutJitter);
-    const auto controller = install<PlanKeeper>(bench);
-    (void)bench.run(controller->setManual(1, 2000));
+    ControllerHarness harness(steadyMachine(), withoutJitter);
+    const auto controller = install<PlanKeeper>(harness);
+    (void)harness.run(controller->setManual(1, 2000));
     EXPECT_EQ(controller->plans.back(), planOf({{1, rpm(2000.0)}}));
 }
 
 TEST(ManualCommands, aSpeedIsPassedOnUncheckedAndKeptWithinTheFansLimitsWhenHeld) {
-    ControllerBench bench(steadyMachine(), withoutJitter);
-    const auto controller = install<PlanKeeper>(bench);
+    ControllerHarness harness(steadyMachine(), withoutJitter);
+    const auto controller = install<PlanKeeper>(harness);
     for (const std::int64_t speed : {std::int64_t{-5}, std::int64_t{0}, std::int64_t{9000},
                                      std::numeric_limits<std::int64_t>::max()}) {
-        EXPECT_EQ(bench.run(controller->setManual(0, speed)), ControlResult::applied());
+        EXPECT_EQ(harness.run(controller->setManual(0, speed)), ControlResult::applied());
         EXPECT_EQ(controller->plans.back(), planOf({{0, rpm(static_cast<double>(speed))}}));
-        EXPECT_EQ(bench.mac().fan(0).target, speed > 0 ? 6000 : 1200);
+        EXPECT_EQ(harness.mac().fan(0).target, speed > 0 ? 6000 : 1200);
     }
 }
 
 TEST(ManualCommands, aPercentageIsPassedOnAsItIs) {
-    ControllerBench bench(steadyMachine(), withoutJitter);
-    const auto controller = install<PlanKeeper>(bench);
+    ControllerHarness harness(steadyMachine(), withoutJitter);
+    const auto controller = install<PlanKeeper>(harness);
     for (const double share : {12.5, -3.0, 250.0}) {
-        EXPECT_EQ(bench.run(controller->setPercent(0, share)), ControlResult::applied());
+        EXPECT_EQ(harness.run(controller->setPercent(0, share)), ControlResult::applied());
         EXPECT_EQ(controller->plans.back(), planOf({{0, percent(share)}}));
     }
-    EXPECT_EQ(bench.run(controller->setPercent(0, notANumber)), ControlResult::applied());
+    EXPECT_EQ(harness.run(controller->setPercent(0, notANumber)), ControlResult::applied());
     const auto& mode = controller->plans.back().fans.front().mode.mode;
     EXPECT_TRUE(std::isnan(std::get<plan::FixedPercent>(mode).percent));
 }
 
 TEST(ManualCommands, everyCommandGoesThroughAnApplyPlanThatInterceptsIt) {
-    ControllerBench bench(steadyMachine(), withoutJitter);
-    const auto controller = install<PlanKeeper>(bench);
+    ControllerHarness harness(steadyMachine(), withoutJitter);
+    const auto controller = install<PlanKeeper>(harness);
     controller->answer = ControlResult::rejected(7);
-    EXPECT_EQ(bench.run(controller->setManual(0, 2000)), ControlResult::rejected(7));
-    EXPECT_EQ(bench.run(controller->setPercent(1, 50)), ControlResult::rejected(7));
-    EXPECT_EQ(bench.run(controller->fullBlast()), ControlResult::rejected(7));
+    EXPECT_EQ(harness.run(controller->setManual(0, 2000)), ControlResult::rejected(7));
+    EXPECT_EQ(harness.run(controller->setPercent(1, 50)), ControlResult::rejected(7));
+    EXPECT_EQ(harness.run(controller->fullBlast()), ControlResult::rejected(7));
     EXPECT_EQ(controller->plans, (std::vector{planOf({{0, rpm(2000)}}), planOf({{1, percent(50)}}),
                                               planOf({{0, percent(100)}, {1, percent(100)}})}));
-    EXPECT_THAT(bench.writes, IsEmpty());
-    EXPECT_THAT(bench.published, IsEmpty());
+    EXPECT_THAT(harness.writes, IsEmpty());
+    EXPECT_THAT(harness.published, IsEmpty());
 }
 
 TEST(ManualCommands, fullBlastHoldsEveryFanAtItsMaximumAndKeepsRulesAndTuning) {
-    ControllerBench bench(steadyMachine(), withoutJitter);
-    const auto controller = install<PlanKeeper>(bench);
-    EXPECT_EQ(bench.run(controller->applyPlan(crowdedPlan())), ControlResult::applied());
+    ControllerHarness harness(steadyMachine(), withoutJitter);
+    const auto controller = install<PlanKeeper>(harness);
+    EXPECT_EQ(harness.run(controller->applyPlan(crowdedPlan())), ControlResult::applied());
 
-    EXPECT_EQ(bench.run(controller->fullBlast()), ControlResult::applied());
+    EXPECT_EQ(harness.run(controller->fullBlast()), ControlResult::applied());
     auto expected = crowdedPlan();
     expected.fans = {{.fanID = 0, .mode = percent(100.0)}, {.fanID = 1, .mode = percent(100.0)}};
     EXPECT_EQ(controller->plans.back(), expected);
-    EXPECT_EQ(bench.mac().fan(0).target, 6000);
-    EXPECT_EQ(bench.mac().fan(1).target, 6000);
+    EXPECT_EQ(harness.mac().fan(0).target, 6000);
+    EXPECT_EQ(harness.mac().fan(1).target, 6000);
 }
 
 TEST(ManualCommands, fullBlastIsPublishedAsSuch) {
-    ControllerBench bench(steadyMachine(), withoutJitter);
-    (void)bench.run(bench.controller().fullBlast());
+    ControllerHarness harness(steadyMachine(), withoutJitter);
+    (void)harness.run(harness.controller().fullBlast());
     const std::map<std::int64_t, ControlMode> modes{{0, ControlMode::fullBlast},
                                                     {1, ControlMode::fullBlast}};
-    EXPECT_EQ(bench.state().perFanMode, modes);
+    EXPECT_EQ(harness.state().perFanMode, modes);
 }
 
 TEST(ManualCommands, fullBlastOnAMachineWithoutFansIsAnEmptyPlan) {
-    ControllerBench bench(steadyMachine(0), withoutJitter);
-    const auto controller = install<PlanKeeper>(bench);
-    EXPECT_EQ(bench.run(controller->fullBlast()), ControlResult::applied());
+    ControllerHarness harness(steadyMachine(0), withoutJitter);
+    const auto controller = install<PlanKeeper>(harness);
+    EXPECT_EQ(harness.run(controller->fullBlast()), ControlResult::applied());
     EXPECT_EQ(controller->plans.back(), plan::FanControlPlan::allAutomatic());
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "Ftst=1", "Ftst=0"));
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "Ftst=1", "Ftst=0"));
 }
 
 TEST(ManualCommands, fullBlastWithoutAReadableCountOfFansFailsAndChangesNothing) {
-    ControllerBench bench(steadyMachine(), withoutJitter);
-    const auto controller = install<PlanKeeper>(bench);
-    (void)bench.run(controller->setManual(0, 3000));
-    forget(bench);
+    ControllerHarness harness(steadyMachine(), withoutJitter);
+    const auto controller = install<PlanKeeper>(harness);
+    (void)harness.run(controller->setManual(0, 3000));
+    forget(harness);
 
     auto unreadable = missing("FNum");
-    unreadable.until = bench.system.elapsed() + 10ms;
-    bench.mac().smc().add(unreadable);
-    EXPECT_EQ(bench.run(controller->fullBlast()), ControlResult::failed("could not read FNum"));
-    EXPECT_THAT(bench.writes, IsEmpty());
-    EXPECT_THAT(bench.published, IsEmpty());
+    unreadable.until = harness.system.elapsed() + 10ms;
+    harness.mac().smc().add(unreadable);
+    EXPECT_EQ(harness.run(controller->fullBlast()), ControlResult::failed("could not read FNum"));
+    EXPECT_THAT(harness.writes, IsEmpty());
+    EXPECT_THAT(harness.published, IsEmpty());
     EXPECT_EQ(controller->plans.size(), 1u);
-    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::forced);
+    EXPECT_EQ(harness.mac().fan(0).mode, FanMode::forced);
 
-    bench.advance(10ms);
-    (void)bench.run(controller->setManual(1, 4000));
+    harness.advance(10ms);
+    (void)harness.run(controller->setManual(1, 4000));
     EXPECT_EQ(controller->plans.back(), planOf({{0, rpm(3000)}, {1, rpm(4000)}}));
 }
 
 TEST(ManualCommands, aCountOfFansThatIsNoNumberIsUnreadable) {
-    ControllerBench bench(steadyMachine(), withoutJitter);
-    bench.mac().smc().add(Fault{
+    ControllerHarness harness(steadyMachine(), withoutJitter);
+    harness.mac().smc().add(Fault{
         .key = "FNum", .operation = Fault::Operation::information, .size = 1, .type = "ch8*"});
-    EXPECT_EQ(bench.run(bench.controller().fullBlast()),
+    EXPECT_EQ(harness.run(harness.controller().fullBlast()),
               ControlResult::failed("could not read FNum"));
-    EXPECT_THAT(bench.reads, ElementsAre("FNum"));
+    EXPECT_THAT(harness.reads, ElementsAre("FNum"));
 }
 
 struct Published {
@@ -154,10 +154,10 @@ struct Published {
 class PublishedMode : public testing::TestWithParam<Published> {};
 
 TEST_P(PublishedMode, followsFromThePlansModeWhenAFanIsClaimed) {
-    ControllerBench bench(steadyMachine(1), withoutJitter);
-    (void)bench.run(bench.controller().applyPlan(planOf({{0, GetParam().mode}})));
+    ControllerHarness harness(steadyMachine(1), withoutJitter);
+    (void)harness.run(harness.controller().applyPlan(planOf({{0, GetParam().mode}})));
     const std::map<std::int64_t, ControlMode> expected{{0, GetParam().expected}};
-    EXPECT_EQ(bench.state().perFanMode, expected);
+    EXPECT_EQ(harness.state().perFanMode, expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -171,99 +171,99 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& test) { return std::string(test.param.name); });
 
 TEST(ManualCommands, aFanThatIsHeldAlreadyIsPublishedInItsNewMode) {
-    ControllerBench bench(steadyMachine(), withoutJitter);
-    (void)bench.run(bench.controller().setManual(0, 3000));
-    (void)bench.run(bench.controller().fullBlast());
+    ControllerHarness harness(steadyMachine(), withoutJitter);
+    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().fullBlast());
     const std::map<std::int64_t, ControlMode> modes{{0, ControlMode::fullBlast},
                                                     {1, ControlMode::fullBlast}};
-    EXPECT_EQ(bench.state().perFanMode, modes);
-    EXPECT_EQ(bench.mac().fan(0).target, 6000);
-    (void)bench.run(bench.controller().setManual(0, 2000));
-    EXPECT_EQ(bench.state().perFanMode.at(0), ControlMode::manual);
-    EXPECT_EQ(bench.state().perFanMode.at(1), ControlMode::fullBlast);
+    EXPECT_EQ(harness.state().perFanMode, modes);
+    EXPECT_EQ(harness.mac().fan(0).target, 6000);
+    (void)harness.run(harness.controller().setManual(0, 2000));
+    EXPECT_EQ(harness.state().perFanMode.at(0), ControlMode::manual);
+    EXPECT_EQ(harness.state().perFanMode.at(1), ControlMode::fullBlast);
 }
 
 /// Fan 1 keeps the plan busy, so that the loop is the first to publish.
 TEST(ManualCommands, aFanThatIsHeldAlreadyIsPublishedInItsNewModeWhileAnotherIsStillClaimed) {
-    ControllerBench bench(steadyMachine(), withoutJitter);
-    (void)bench.run(bench.controller().setManual(0, 3000));
-    bench.mac().smc().add(refusal("F1Md", 1, 0x82));
-    forget(bench);
-    (void)bench.start(bench.controller().fullBlast());
-    bench.advance(1s);
-    bench.mac().setHIDTemperature(steadyLabel, 1000);  // not plausible: a tick without its step
-    bench.advance(1s);
-    ASSERT_EQ(bench.published.size(), 1U);
-    EXPECT_EQ(bench.published.back().perFanMode.at(0), ControlMode::fullBlast);
-    EXPECT_FALSE(bench.published.back().perFanMode.contains(1));
+    ControllerHarness harness(steadyMachine(), withoutJitter);
+    (void)harness.run(harness.controller().setManual(0, 3000));
+    harness.mac().smc().add(refusal("F1Md", 1, 0x82));
+    forget(harness);
+    (void)harness.start(harness.controller().fullBlast());
+    harness.advance(1s);
+    harness.mac().setHIDTemperature(steadyLabel, 1000);  // not plausible: a tick without its step
+    harness.advance(1s);
+    ASSERT_EQ(harness.published.size(), 1U);
+    EXPECT_EQ(harness.published.back().perFanMode.at(0), ControlMode::fullBlast);
+    EXPECT_FALSE(harness.published.back().perFanMode.contains(1));
 }
 
 TEST(Automatic, givesEveryFanBackAndClearsThePlan) {
-    ControllerBench bench(steadyMachine(), withoutJitter);
-    const auto controller = install<PlanKeeper>(bench);
-    (void)bench.run(controller->fullBlast());
-    forget(bench);
-    EXPECT_EQ(bench.run(controller->automatic()), ControlResult::applied());
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0"));
-    EXPECT_THAT(told(bench.published), ElementsAre("not holding"));
-    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
-    EXPECT_EQ(bench.mac().fan(1).mode, FanMode::automatic);
+    ControllerHarness harness(steadyMachine(), withoutJitter);
+    const auto controller = install<PlanKeeper>(harness);
+    (void)harness.run(controller->fullBlast());
+    forget(harness);
+    EXPECT_EQ(harness.run(controller->automatic()), ControlResult::applied());
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0"));
+    EXPECT_THAT(told(harness.published), ElementsAre("not holding"));
+    EXPECT_EQ(harness.mac().fan(0).mode, FanMode::automatic);
+    EXPECT_EQ(harness.mac().fan(1).mode, FanMode::automatic);
 
-    forget(bench);
-    bench.advance(60s);
-    EXPECT_THAT(bench.writes, IsEmpty());  // the hold loop has ended
-    (void)bench.run(controller->setManual(1, 2000));
+    forget(harness);
+    harness.advance(60s);
+    EXPECT_THAT(harness.writes, IsEmpty());  // the hold loop has ended
+    (void)harness.run(controller->setManual(1, 2000));
     EXPECT_EQ(controller->plans.back(), planOf({{1, rpm(2000)}}));
 }
 
 TEST(Automatic, forgetsWhatTheEvaluatorRemembered) {
-    ControllerBench bench(machineAt(10, 1), withoutJitter);
-    (void)bench.run(bench.controller().applyPlan(planOf({{0, degreesAsPercent()}})));
-    EXPECT_EQ(bench.mac().fan(0).target, 1680);
-    (void)bench.run(bench.controller().automatic());
-    bench.mac().setHIDTemperature(steadyLabel, 90);
-    (void)bench.run(bench.controller().applyPlan(planOf({{0, degreesAsPercent()}})));
-    EXPECT_EQ(bench.mac().fan(0).target, 5520);  // neither smoothed nor held back
+    ControllerHarness harness(machineAt(10, 1), withoutJitter);
+    (void)harness.run(harness.controller().applyPlan(planOf({{0, degreesAsPercent()}})));
+    EXPECT_EQ(harness.mac().fan(0).target, 1680);
+    (void)harness.run(harness.controller().automatic());
+    harness.mac().setHIDTemperature(steadyLabel, 90);
+    (void)harness.run(harness.controller().applyPlan(planOf({{0, degreesAsPercent()}})));
+    EXPECT_EQ(harness.mac().fan(0).target, 5520);  // neither smoothed nor held back
 }
 
 TEST(Automatic, tellsWhyAFanCouldNotBeGivenBack) {
-    ControllerBench bench(steadyMachine(), withoutJitter);
-    (void)bench.run(bench.controller().fullBlast());
-    bench.mac().smc().add(refusal("F0Md", 0));
-    forget(bench);
-    EXPECT_EQ(bench.run(bench.controller().automatic()),
+    ControllerHarness harness(steadyMachine(), withoutJitter);
+    (void)harness.run(harness.controller().fullBlast());
+    harness.mac().smc().add(refusal("F0Md", 0));
+    forget(harness);
+    EXPECT_EQ(harness.run(harness.controller().automatic()),
               ControlResult::failed("failed to restore Auto: F0Md=0 rejected (SMC 0x86)"));
-    EXPECT_THAT(told(bench.published),
+    EXPECT_THAT(told(harness.published),
                 ElementsAre("holding: failed to restore Auto: F0Md=0 rejected (SMC 0x86)"));
 }
 
 TEST(Automatic, isRefusedToAProcessThatIsNotRootWithoutAskingTheSMC) {
-    ControllerBench bench(steadyMachine(), withoutJitter);
-    (void)bench.run(bench.controller().setManual(0, 3000));
-    forget(bench);
-    bench.system.effectiveUserID = 501;
-    EXPECT_EQ(bench.run(bench.controller().automatic()), ControlResult::notPrivileged());
-    EXPECT_THAT(bench.writes, IsEmpty());
-    EXPECT_THAT(bench.reads, IsEmpty());
-    EXPECT_THAT(bench.published, IsEmpty());
-    bench.advance(3s);
-    EXPECT_TRUE(bench.state().isHolding);  // the hold loop goes on
+    ControllerHarness harness(steadyMachine(), withoutJitter);
+    (void)harness.run(harness.controller().setManual(0, 3000));
+    forget(harness);
+    harness.system.effectiveUserID = 501;
+    EXPECT_EQ(harness.run(harness.controller().automatic()), ControlResult::notPrivileged());
+    EXPECT_THAT(harness.writes, IsEmpty());
+    EXPECT_THAT(harness.reads, IsEmpty());
+    EXPECT_THAT(harness.published, IsEmpty());
+    harness.advance(3s);
+    EXPECT_TRUE(harness.state().isHolding);  // the hold loop goes on
 }
 
 TEST(Heartbeat, touchesNeitherTheSMCNorTheState) {
-    ControllerBench bench(steadyMachine(), withoutJitter);
-    bench.run(bench.controller().heartbeat());
-    EXPECT_THAT(bench.writes, IsEmpty());
-    EXPECT_THAT(bench.reads, IsEmpty());
-    EXPECT_THAT(bench.published, IsEmpty());
+    ControllerHarness harness(steadyMachine(), withoutJitter);
+    harness.run(harness.controller().heartbeat());
+    EXPECT_THAT(harness.writes, IsEmpty());
+    EXPECT_THAT(harness.reads, IsEmpty());
+    EXPECT_THAT(harness.published, IsEmpty());
 }
 
 TEST(ManualCommands, fullBlastKeepsTheRulesOfAPlanThatArrivesWhileItCountsTheFans) {
-    ControllerBench bench(steadyMachine(), withoutJitter);
-    const auto controller = install<PlanKeeper>(bench);
-    slowDown(bench, 5ms);
-    atRequest(bench, 1, [&] { (void)bench.start(controller->applyPlan(crowdedPlan())); });
-    (void)bench.run(controller->fullBlast());
+    ControllerHarness harness(steadyMachine(), withoutJitter);
+    const auto controller = install<PlanKeeper>(harness);
+    slowDown(harness, 5ms);
+    atRequest(harness, 1, [&] { (void)harness.start(controller->applyPlan(crowdedPlan())); });
+    (void)harness.run(controller->fullBlast());
     auto expected = crowdedPlan();
     expected.fans = {{.fanID = 0, .mode = percent(100.0)}, {.fanID = 1, .mode = percent(100.0)}};
     EXPECT_THAT(controller->plans, ElementsAre(crowdedPlan(), expected));

@@ -1,7 +1,7 @@
 // The last fan that keys can name is a fan like any other.
 #include <gmock/gmock.h>
 
-#include "ControllerBench.h"
+#include "ControllerHarness.h"
 #include "guard/SMCGate.h"
 
 namespace airflow::control {

@@ -1,6 +1,6 @@
 // An SMC that takes no forcing write any more: nobody is taken under control, whoever is held goes
 // back.
-#include "HoldBench.h"
+#include "HoldHarness.h"
 #include "ScriptedSMC.h"
 
 namespace airflow::control {
@@ -10,21 +10,21 @@ class WithheldForcing : public testing::Test {
 protected:
     /// As the end of a process does it: from now on the writes of 1 do not reach the SMC.
     void withhold() {
-        bench.smc.isForcingTaken = false;
+        harness.smc.isForcingTaken = false;
         for (const char* key : {"F0Md", "F1Md"}) {
-            bench.smc.answers[{key, 1}] = std::unexpected(smc::SMCError::withheld());
+            harness.smc.answers[{key, 1}] = std::unexpected(smc::SMCError::withheld());
         }
     }
-    [[nodiscard]] FanMode modeOf(std::size_t fan) { return bench.system.mac.fan(fan).mode; }
+    [[nodiscard]] FanMode modeOf(std::size_t fan) { return harness.system.mac.fan(fan).mode; }
     /// Starts an operation without waiting for it.
     std::shared_ptr<std::optional<ControlResult>> start(concurrency::Task<ControlResult> task) {
         const auto result = std::make_shared<std::optional<ControlResult>>();
-        bench.system.runtime.detach("operation", deliver(std::move(task), result));
+        harness.system.runtime.detach("operation", deliver(std::move(task), result));
         return result;
     }
 
-    ScriptedBench bench{steadyMachine()};
-    LocalFanController& controller = *bench.controller;
+    ScriptedBench harness{steadyMachine()};
+    LocalFanController& controller = *harness.controller;
 
 private:
     static concurrency::Task<void> deliver(concurrency::Task<ControlResult> task,
@@ -35,93 +35,95 @@ private:
 
 TEST_F(WithheldForcing, answersAPlanWith255AndPutsItNotInForce) {
     withhold();
-    EXPECT_EQ(bench.run(controller.setManual(0, 3000)), ControlResult::rejected(255));
-    EXPECT_THAT(bench.smc.reads, IsEmpty());
-    EXPECT_FALSE(bench.system.mac.forceTest());
-    bench.system.runtime.advance(60s);
-    EXPECT_THAT(bench.smc.reads, IsEmpty());
-    EXPECT_EQ(bench.run(controller.currentState()), ControlState::idle());
+    EXPECT_EQ(harness.run(controller.setManual(0, 3000)), ControlResult::rejected(255));
+    EXPECT_THAT(harness.smc.reads, IsEmpty());
+    EXPECT_FALSE(harness.system.mac.forceTest());
+    harness.system.runtime.advance(60s);
+    EXPECT_THAT(harness.smc.reads, IsEmpty());
+    EXPECT_EQ(harness.run(controller.currentState()), ControlState::idle());
 }
 
 TEST_F(WithheldForcing, answersFullBlastWith255) {
     withhold();
-    EXPECT_EQ(bench.run(controller.fullBlast()), ControlResult::rejected(255));
-    EXPECT_THAT(bench.smc.reads, ElementsAre("FNum"));
+    EXPECT_EQ(harness.run(controller.fullBlast()), ControlResult::rejected(255));
+    EXPECT_THAT(harness.smc.reads, ElementsAre("FNum"));
 }
 
 TEST_F(WithheldForcing, stillAnswersAProcessThatIsNotRootThatItIsNotPrivileged) {
     withhold();
-    const auto other = std::make_shared<LocalFanController>(
-        bench.system.runtime, bench.smc, bench.system.sensors, [] { return std::uint32_t{501}; });
-    EXPECT_EQ(bench.run(other->setManual(0, 3000)), ControlResult::notPrivileged());
+    const auto other = std::make_shared<LocalFanController>(harness.system.runtime, harness.smc,
+                                                            harness.system.sensors,
+                                                            [] { return std::uint32_t{501}; });
+    EXPECT_EQ(harness.run(other->setManual(0, 3000)), ControlResult::notPrivileged());
 }
 
 TEST_F(WithheldForcing, endsAClaimThatIsUnderWay) {
-    bench.smc.answers[{"F0Md", 1}] = std::uint8_t{0x82};
+    harness.smc.answers[{"F0Md", 1}] = std::uint8_t{0x82};
     const auto plan = start(controller.setManual(0, 3000));
-    bench.system.runtime.advance(1s);
+    harness.system.runtime.advance(1s);
     EXPECT_EQ(*plan, std::nullopt);
     withhold();
-    bench.system.runtime.advance(100ms);
+    harness.system.runtime.advance(100ms);
     EXPECT_EQ(*plan, ControlResult::rejected(255));
     EXPECT_EQ(modeOf(0), FanMode::automatic);
 }
 
 TEST_F(WithheldForcing, letsEveryHeldFanGoBack) {
-    EXPECT_EQ(bench.run(controller.fullBlast()), ControlResult::applied());
+    EXPECT_EQ(harness.run(controller.fullBlast()), ControlResult::applied());
     withhold();
-    EXPECT_EQ(bench.run(controller.restoreAuto()), std::nullopt);
+    EXPECT_EQ(harness.run(controller.restoreAuto()), std::nullopt);
     EXPECT_EQ(modeOf(0), FanMode::automatic);
     EXPECT_EQ(modeOf(1), FanMode::automatic);
 }
 
 TEST_F(WithheldForcing, letsTheWatchdogGiveAFanBackThatIsHeld) {
-    EXPECT_EQ(bench.run(controller.setManual(0, 3000)), ControlResult::applied());
+    EXPECT_EQ(harness.run(controller.setManual(0, 3000)), ControlResult::applied());
     withhold();
-    bench.system.runtime.advance(20s);
+    harness.system.runtime.advance(20s);
     EXPECT_EQ(modeOf(0), FanMode::automatic);
 }
 
 TEST_F(WithheldForcing, letsARetryGiveAFanBack) {
-    EXPECT_EQ(bench.run(controller.setManual(0, 3000)), ControlResult::applied());
-    bench.smc.answers[{"F0Md", 0}] = std::uint8_t{0x86};
-    EXPECT_NE(bench.run(controller.restoreAuto()), std::nullopt);
+    EXPECT_EQ(harness.run(controller.setManual(0, 3000)), ControlResult::applied());
+    harness.smc.answers[{"F0Md", 0}] = std::uint8_t{0x86};
+    EXPECT_NE(harness.run(controller.restoreAuto()), std::nullopt);
     withhold();
-    bench.smc.answers.erase({"F0Md", 0});
-    bench.system.runtime.advance(3s);
+    harness.smc.answers.erase({"F0Md", 0});
+    harness.system.runtime.advance(3s);
     EXPECT_EQ(modeOf(0), FanMode::automatic);
 }
 
 /// A signal during the start: what recovery had asked before is withheld, so that it misses a fan.
 TEST_F(WithheldForcing, atTheStartLetsTheExitFindTheFanThatRecoveryCouldNotRead) {
-    bench.system.mac.setMode(1, FanMode::forced);
+    harness.system.mac.setMode(1, FanMode::forced);
     withhold();
-    bench.smc.readings["F1Md"] = std::nullopt;
-    EXPECT_EQ(bench.run(controller.restoreAllFansToAutomatic()), std::nullopt);
+    harness.smc.readings["F1Md"] = std::nullopt;
+    EXPECT_EQ(harness.run(controller.restoreAllFansToAutomatic()), std::nullopt);
     EXPECT_EQ(modeOf(1), FanMode::forced);
-    bench.smc.readings.clear();
-    bench.run(controller.restoreAutoAtExit(false));
+    harness.smc.readings.clear();
+    harness.run(controller.restoreAutoAtExit(false));
     EXPECT_EQ(modeOf(1), FanMode::automatic);
 }
 
 TEST_F(WithheldForcing, showsNoTargetThatWasWithheldBesideIt) {
-    bench.smc.targetAnswer = std::unexpected(smc::SMCError::withheld());
-    EXPECT_EQ(bench.run(controller.setManual(0, 3000)), ControlResult::applied());
-    EXPECT_THAT(bench.run(controller.currentState()).targets, IsEmpty());
+    harness.smc.targetAnswer = std::unexpected(smc::SMCError::withheld());
+    EXPECT_EQ(harness.run(controller.setManual(0, 3000)), ControlResult::applied());
+    EXPECT_THAT(harness.run(controller.currentState()).targets, IsEmpty());
 }
 
 TEST_F(WithheldForcing, isNoReasonNotToShowATargetThatWasRefused) {
-    bench.smc.targetAnswer = std::uint8_t{0x86};
-    EXPECT_EQ(bench.run(controller.setManual(0, 3000)), ControlResult::applied());
-    EXPECT_THAT(bench.run(controller.currentState()).targets, ElementsAre(testing::Pair(0, 3000)));
+    harness.smc.targetAnswer = std::uint8_t{0x86};
+    EXPECT_EQ(harness.run(controller.setManual(0, 3000)), ControlResult::applied());
+    EXPECT_THAT(harness.run(controller.currentState()).targets,
+                ElementsAre(testing::Pair(0, 3000)));
 }
 
 TEST_F(WithheldForcing, isOverForAPlanThatComesWhenForcingIsTakenAgain) {
     withhold();
-    EXPECT_EQ(bench.run(controller.setManual(0, 3000)), ControlResult::rejected(255));
-    bench.smc.isForcingTaken = true;
-    bench.smc.answers.clear();
-    EXPECT_EQ(bench.run(controller.setManual(1, 3000)), ControlResult::applied());
+    EXPECT_EQ(harness.run(controller.setManual(0, 3000)), ControlResult::rejected(255));
+    harness.smc.isForcingTaken = true;
+    harness.smc.answers.clear();
+    EXPECT_EQ(harness.run(controller.setManual(1, 3000)), ControlResult::applied());
     EXPECT_EQ(modeOf(0), FanMode::automatic);  // the plan that was refused is forgotten
     EXPECT_EQ(modeOf(1), FanMode::forced);
 }

@@ -41,7 +41,7 @@ protected:
     }
 
     simulation::SimulatedRuntime runtime;
-    simulation::KeptLines output;
+    simulation::RecordedLines output;
     PreviewController controller;
     std::vector<ControlState> published;
 };

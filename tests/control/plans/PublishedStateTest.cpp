@@ -18,71 +18,71 @@ plan::FanCurve flatCurve(double percent) {
 }
 
 TEST(PublishedState, isIdleBeforeAnyCommandAndNothingHasBeenPublished) {
-    ControllerBench bench;
-    EXPECT_EQ(bench.state(), ControlState::idle());
-    EXPECT_TRUE(bench.published.empty());
+    ControllerHarness harness;
+    EXPECT_EQ(harness.state(), ControlState::idle());
+    EXPECT_TRUE(harness.published.empty());
 }
 
 TEST(PublishedState, namesTheModeAndTargetOfEveryHeldFan) {
-    ControllerBench bench(plainMachine(4));
+    ControllerHarness harness(plainMachine(4));
     const auto plan = planOf({{.fanID = 3, .mode = FanControlModePlan::curve(flatCurve(50))},
                               {.fanID = 0, .mode = FanControlModePlan::fixedRPM(2500)},
                               {.fanID = 1, .mode = FanControlModePlan::fixedPercent(100)},
                               {.fanID = 2, .mode = FanControlModePlan::automatic()}});
-    ASSERT_EQ(bench.run(bench.controller().applyPlan(plan)), ControlResult::applied());
-    EXPECT_EQ(bench.state(), (ControlState{.perFanMode = {{0, ControlMode::manual},
-                                                          {1, ControlMode::fullBlast},
-                                                          {3, ControlMode::curve}},
-                                           .targets = {{0, 2500}, {1, 6000}, {3, 3600}},
-                                           .isHolding = true,
-                                           .lastError = std::nullopt,
-                                           .stoppedFans = std::nullopt}));
+    ASSERT_EQ(harness.run(harness.controller().applyPlan(plan)), ControlResult::applied());
+    EXPECT_EQ(harness.state(), (ControlState{.perFanMode = {{0, ControlMode::manual},
+                                                            {1, ControlMode::fullBlast},
+                                                            {3, ControlMode::curve}},
+                                             .targets = {{0, 2500}, {1, 6000}, {3, 3600}},
+                                             .isHolding = true,
+                                             .lastError = std::nullopt,
+                                             .stoppedFans = std::nullopt}));
 }
 
 TEST(PublishedState, carriesAnErrorUntilTheNextPublicationWithoutOne) {
-    ControllerBench bench;
-    refuse(bench, "F0Md", 1, 0x86, 500ms);
-    (void)bench.run(bench.controller().setManual(0, 3000));
-    EXPECT_EQ(bench.state().lastError, "applyPlan: rejected(code: 134)");
-    bench.run(bench.controller().heartbeat());
-    EXPECT_EQ(bench.state().lastError, "applyPlan: rejected(code: 134)");
-    bench.advance(1500ms);
-    EXPECT_EQ(bench.state().lastError, std::nullopt);
+    ControllerHarness harness;
+    refuse(harness, "F0Md", 1, 0x86, 500ms);
+    (void)harness.run(harness.controller().setManual(0, 3000));
+    EXPECT_EQ(harness.state().lastError, "applyPlan: rejected(code: 134)");
+    harness.run(harness.controller().heartbeat());
+    EXPECT_EQ(harness.state().lastError, "applyPlan: rejected(code: 134)");
+    harness.advance(1500ms);
+    EXPECT_EQ(harness.state().lastError, std::nullopt);
 }
 
 TEST(PublishedState, listsStoppedFansAscendingAndNoListWithoutAny) {
-    ControllerBench bench;
+    ControllerHarness harness;
     const auto plan = planOf({{.fanID = 1, .mode = FanControlModePlan::fixedPercent(0)},
                               {.fanID = 0, .mode = FanControlModePlan::fixedPercent(0)}});
-    ASSERT_EQ(bench.run(bench.controller().applyPlan(plan)), ControlResult::applied());
-    bench.advance(9s);
-    EXPECT_EQ(bench.state().stoppedFans, std::nullopt);
-    bench.advance(2s);
-    EXPECT_EQ(bench.state().stoppedFans, (std::vector<std::int64_t>{0, 1}));
-    EXPECT_EQ(bench.state().targets, (std::map<std::int64_t, std::int64_t>{{0, 0}, {1, 0}}));
-    EXPECT_EQ(bench.mac().fan(0).target, 0);
-    EXPECT_EQ(bench.mac().fan(1).target, 0);
+    ASSERT_EQ(harness.run(harness.controller().applyPlan(plan)), ControlResult::applied());
+    harness.advance(9s);
+    EXPECT_EQ(harness.state().stoppedFans, std::nullopt);
+    harness.advance(2s);
+    EXPECT_EQ(harness.state().stoppedFans, (std::vector<std::int64_t>{0, 1}));
+    EXPECT_EQ(harness.state().targets, (std::map<std::int64_t, std::int64_t>{{0, 0}, {1, 0}}));
+    EXPECT_EQ(harness.mac().fan(0).target, 0);
+    EXPECT_EQ(harness.mac().fan(1).target, 0);
 }
 
 /// A release forgets modes and targets. Which fans are stopped is the control step's to tell.
 TEST(PublishedState, goesOnListingStoppedFansAfterAReleaseUntilTheNextControlStep) {
-    ControllerBench bench;
+    ControllerHarness harness;
     const auto plan = planOf({{.fanID = 0, .mode = FanControlModePlan::fixedPercent(0)}});
-    ASSERT_EQ(bench.run(bench.controller().applyPlan(plan)), ControlResult::applied());
-    bench.advance(11s);
-    ASSERT_EQ(bench.run(bench.controller().automatic()), ControlResult::applied());
+    ASSERT_EQ(harness.run(harness.controller().applyPlan(plan)), ControlResult::applied());
+    harness.advance(11s);
+    ASSERT_EQ(harness.run(harness.controller().automatic()), ControlResult::applied());
     const ControlState released{.perFanMode = {},
                                 .targets = {},
                                 .isHolding = false,
                                 .lastError = std::nullopt,
                                 .stoppedFans = std::vector<std::int64_t>{0}};
-    EXPECT_EQ(bench.published.back(), released);
-    EXPECT_EQ(bench.mac().fan(0).mode, simulation::FanMode::automatic);
-    bench.advance(3600s);
-    EXPECT_EQ(bench.state(), released);
+    EXPECT_EQ(harness.published.back(), released);
+    EXPECT_EQ(harness.mac().fan(0).mode, simulation::FanMode::automatic);
+    harness.advance(3600s);
+    EXPECT_EQ(harness.state(), released);
 
-    ASSERT_EQ(bench.run(bench.controller().setManual(0, 3000)), ControlResult::applied());
-    EXPECT_EQ(bench.state().stoppedFans, std::nullopt);
+    ASSERT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
+    EXPECT_EQ(harness.state().stoppedFans, std::nullopt);
 }
 
 struct RoundedTarget {
@@ -95,10 +95,10 @@ class TargetRounding : public testing::TestWithParam<RoundedTarget> {};
 TEST_P(TargetRounding, isToTheNearestWithHalvesAwayFromZero) {
     auto machine = plainMachine(1);
     machine.fans[0].minRPM = -10;
-    ControllerBench bench(machine);
+    ControllerHarness harness(machine);
     const auto plan = planOf({{.fanID = 0, .mode = FanControlModePlan::fixedRPM(GetParam().rpm)}});
-    ASSERT_EQ(bench.run(bench.controller().applyPlan(plan)), ControlResult::applied());
-    EXPECT_EQ(bench.state().targets.at(0), GetParam().published);
+    ASSERT_EQ(harness.run(harness.controller().applyPlan(plan)), ControlResult::applied());
+    EXPECT_EQ(harness.state().targets.at(0), GetParam().published);
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, TargetRounding,
@@ -111,34 +111,34 @@ INSTANTIATE_TEST_SUITE_P(Table, TargetRounding,
 TEST(PublishedState, keepsATargetAtTheEndOfTheRange) {
     auto machine = plainMachine(1);
     machine.fans[0].minRPM = -0x1p63;
-    ControllerBench bench(machine);
+    ControllerHarness harness(machine);
     const auto plan = planOf({{.fanID = 0, .mode = FanControlModePlan::fixedRPM(-1e300)}});
-    ASSERT_EQ(bench.run(bench.controller().applyPlan(plan)), ControlResult::applied());
-    EXPECT_EQ(bench.state().targets.at(0), std::numeric_limits<std::int64_t>::min());
+    ASSERT_EQ(harness.run(harness.controller().applyPlan(plan)), ControlResult::applied());
+    EXPECT_EQ(harness.state().targets.at(0), std::numeric_limits<std::int64_t>::min());
 }
 
 TEST(PublishedState, yieldsEveryPublicationEvenOneEqualToTheLast) {
-    ControllerBench bench;
-    ASSERT_EQ(bench.run(bench.controller().setManual(0, 3000)), ControlResult::applied());
-    ASSERT_EQ(bench.published.size(), 1U);
-    bench.advance(7s);  // four ticks, each a little longer than 1.5 s for the sensors
+    ControllerHarness harness;
+    ASSERT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
+    ASSERT_EQ(harness.published.size(), 1U);
+    harness.advance(7s);  // four ticks, each a little longer than 1.5 s for the sensors
     const ControlState held{.perFanMode = {{0, ControlMode::manual}},
                             .targets = {{0, 3000}},
                             .isHolding = true,
                             .lastError = std::nullopt,
                             .stoppedFans = std::nullopt};
-    EXPECT_THAT(bench.published, testing::ElementsAre(held, held, held, held, held));
+    EXPECT_THAT(harness.published, testing::ElementsAre(held, held, held, held, held));
 }
 
 TEST(PublishedState, namesTheReasonOfASafetyReleaseUntilAClientSendsTheFansToAuto) {
-    ControllerBench bench;
-    (void)bench.run(bench.controller().setManual(0, 3000));
-    bench.run(bench.controller().releaseForSafety(CeilingExceeded{97.0}));
-    EXPECT_EQ(bench.state().lastError, "thermal ceiling 97°C exceeded — released to Auto");
-    bench.advance(60s);
-    EXPECT_EQ(bench.state().lastError, "thermal ceiling 97°C exceeded — released to Auto");
-    EXPECT_EQ(bench.run(bench.controller().automatic()), ControlResult::applied());
-    EXPECT_EQ(bench.state(), ControlState::idle());
+    ControllerHarness harness;
+    (void)harness.run(harness.controller().setManual(0, 3000));
+    harness.run(harness.controller().releaseForSafety(CeilingExceeded{97.0}));
+    EXPECT_EQ(harness.state().lastError, "thermal ceiling 97°C exceeded — released to Auto");
+    harness.advance(60s);
+    EXPECT_EQ(harness.state().lastError, "thermal ceiling 97°C exceeded — released to Auto");
+    EXPECT_EQ(harness.run(harness.controller().automatic()), ControlResult::applied());
+    EXPECT_EQ(harness.state(), ControlState::idle());
 }
 
 TEST(PublishedState, waitsForAReaderThatComesLate) {
@@ -171,11 +171,11 @@ TEST(PublishedState, isNotDroppedHoweverSlowlyItIsRead) {
 }
 
 TEST(PublishedState, canBeReadWhileACommandWaitsForTheMachine) {
-    ControllerBench bench;
-    refuse(bench, "F0Md", 1, 0x82);
-    const auto result = bench.start(bench.controller().setManual(0, 3000));
-    bench.advance(5s);
-    EXPECT_EQ(bench.state(), ControlState::idle());
+    ControllerHarness harness;
+    refuse(harness, "F0Md", 1, 0x82);
+    const auto result = harness.start(harness.controller().setManual(0, 3000));
+    harness.advance(5s);
+    EXPECT_EQ(harness.state(), ControlState::idle());
     EXPECT_FALSE(result->has_value());
 }
 

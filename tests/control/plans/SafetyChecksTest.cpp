@@ -1,5 +1,5 @@
 // The three checks that give every fan back: heat, missing temperatures, a lost heartbeat.
-#include "HoldBench.h"
+#include "HoldHarness.h"
 
 namespace airflow::control {
 namespace {
@@ -10,13 +10,13 @@ const std::string firstMissing = "holding: temperature data unavailable (1/2)";
 
 class SafetyChecks : public testing::Test {
 protected:
-    void hold() { (void)bench.run(bench.controller().setManual(0, 3000)); }
-    void loseTemperatures() { bench.mac().setHID(std::nullopt); }
-    void findTemperatures() { bench.mac().setHID(simulation::Temperatures{{"CPU", 50.0}}); }
+    void hold() { (void)harness.run(harness.controller().setManual(0, 3000)); }
+    void loseTemperatures() { harness.mac().setHID(std::nullopt); }
+    void findTemperatures() { harness.mac().setHID(simulation::Temperatures{{"CPU", 50.0}}); }
     /// Up to the next tick's end.
-    void tick() { bench.advance(1600ms); }
-    bool isForced() { return bench.mac().fan(0).mode == FanMode::forced; }
-    ControllerBench bench{plainMachine(1)};
+    void tick() { harness.advance(1600ms); }
+    bool isForced() { return harness.mac().fan(0).mode == FanMode::forced; }
+    ControllerHarness harness{plainMachine(1)};
 };
 
 struct Heat {
@@ -28,15 +28,15 @@ struct Heat {
 class ThermalCeiling : public testing::TestWithParam<Heat> {};
 
 TEST_P(ThermalCeiling, releasesAt95DegreesAndTellsThemWithoutFraction) {
-    ControllerBench bench(machineAt(50.0), withoutJitter);
-    (void)bench.run(bench.controller().fullBlast());
-    bench.mac().setHIDTemperature(steadyLabel, GetParam().celsius);
-    forget(bench);
-    bench.advance(1600ms);
+    ControllerHarness harness(machineAt(50.0), withoutJitter);
+    (void)harness.run(harness.controller().fullBlast());
+    harness.mac().setHIDTemperature(steadyLabel, GetParam().celsius);
+    forget(harness);
+    harness.advance(1600ms);
     const FanMode expected = GetParam().isReleased ? FanMode::automatic : FanMode::forced;
-    EXPECT_EQ(bench.mac().fan(0).mode, expected);
-    EXPECT_EQ(bench.mac().fan(1).mode, expected);
-    EXPECT_EQ(told(bench.published).back(), GetParam().message);
+    EXPECT_EQ(harness.mac().fan(0).mode, expected);
+    EXPECT_EQ(harness.mac().fan(1).mode, expected);
+    EXPECT_EQ(told(harness.published).back(), GetParam().message);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -51,7 +51,7 @@ TEST_F(SafetyChecks, theHottestOfSeveralTemperaturesCounts) {
     auto machine = steadyMachine(1);
     machine.hid =
         simulation::Temperatures{{"NAND CH0 temp", 60.0}, {steadyLabel, 96.5}, {"SSD temp", 40.0}};
-    ControllerBench hot(machine, withoutJitter);
+    ControllerHarness hot(machine, withoutJitter);
     (void)hot.run(hot.controller().setManual(0, 3000));
     EXPECT_EQ(hot.mac().fan(0).mode, FanMode::forced);  // only the loop checks
     hot.advance(1600ms);
@@ -59,52 +59,52 @@ TEST_F(SafetyChecks, theHottestOfSeveralTemperaturesCounts) {
 }
 
 TEST_F(SafetyChecks, aReleaseForHeatClearsThePlanAndEndsTheLoop) {
-    const auto controller = install<PlanKeeper>(bench);
+    const auto controller = install<PlanKeeper>(harness);
     hold();
-    bench.mac().setHIDTemperature("CPU", 96.5);
-    forget(bench);
+    harness.mac().setHIDTemperature("CPU", 96.5);
+    forget(harness);
     tick();
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0", "Ftst=0"));
-    EXPECT_THAT(told(bench.published),
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=0", "Ftst=0"));
+    EXPECT_THAT(told(harness.published),
                 ElementsAre("not holding",
                             "not holding: thermal ceiling 96°C exceeded — released to Auto"));
-    forget(bench);
-    bench.advance(60s);
-    EXPECT_THAT(bench.reads, IsEmpty());
-    (void)bench.run(controller->setManual(1, 2000));
+    forget(harness);
+    harness.advance(60s);
+    EXPECT_THAT(harness.reads, IsEmpty());
+    (void)harness.run(controller->setManual(1, 2000));
     EXPECT_EQ(controller->plans.back(), planOf({{1, rpm(2000)}}));
 }
 
 TEST(SafetyRelease, forgetsWhatTheEvaluatorRemembered) {
-    ControllerBench bench(steadyMachine(1), withoutJitter);
-    (void)bench.run(bench.controller().applyPlan(planOf({{0, degreesAsPercent()}})));
-    EXPECT_EQ(bench.mac().fan(0).target, 3600);
-    bench.mac().setHIDTemperature(steadyLabel, 96);
-    bench.advance(1600ms);
-    bench.mac().setHIDTemperature(steadyLabel, 10);
-    (void)bench.run(bench.controller().applyPlan(planOf({{0, degreesAsPercent()}})));
-    EXPECT_EQ(bench.mac().fan(0).target, 1680);
+    ControllerHarness harness(steadyMachine(1), withoutJitter);
+    (void)harness.run(harness.controller().applyPlan(planOf({{0, degreesAsPercent()}})));
+    EXPECT_EQ(harness.mac().fan(0).target, 3600);
+    harness.mac().setHIDTemperature(steadyLabel, 96);
+    harness.advance(1600ms);
+    harness.mac().setHIDTemperature(steadyLabel, 10);
+    (void)harness.run(harness.controller().applyPlan(planOf({{0, degreesAsPercent()}})));
+    EXPECT_EQ(harness.mac().fan(0).target, 1680);
 }
 
 TEST_F(SafetyChecks, theFirstSnapshotWithoutTemperaturesIsToleratedTheSecondIsNot) {
     hold();
     loseTemperatures();
-    forget(bench);
+    forget(harness);
     tick();
-    EXPECT_THAT(told(bench.published), ElementsAre(firstMissing));
-    EXPECT_THAT(bench.writes, IsEmpty());  // no control step on this tick
+    EXPECT_THAT(told(harness.published), ElementsAre(firstMissing));
+    EXPECT_THAT(harness.writes, IsEmpty());  // no control step on this tick
     EXPECT_TRUE(isForced());
     tick();
-    EXPECT_THAT(told(bench.published), ElementsAre(firstMissing, "not holding", noTemperatures));
+    EXPECT_THAT(told(harness.published), ElementsAre(firstMissing, "not holding", noTemperatures));
     EXPECT_FALSE(isForced());
-    forget(bench);
-    bench.advance(60s);
-    EXPECT_THAT(bench.reads, IsEmpty());
+    forget(harness);
+    harness.advance(60s);
+    EXPECT_THAT(harness.reads, IsEmpty());
 }
 
 TEST_F(SafetyChecks, temperaturesThatComeAndGoNeverRelease) {
     hold();
-    forget(bench);
+    forget(harness);
     loseTemperatures();
     tick();
     findTemperatures();
@@ -113,7 +113,7 @@ TEST_F(SafetyChecks, temperaturesThatComeAndGoNeverRelease) {
     tick();
     findTemperatures();
     tick();
-    EXPECT_THAT(told(bench.published),
+    EXPECT_THAT(told(harness.published),
                 ElementsAre(firstMissing, "holding", firstMissing, "holding"));
     EXPECT_TRUE(isForced());
 }
@@ -123,44 +123,44 @@ TEST_F(SafetyChecks, aNewPlanDoesNotForgetThatTemperaturesWereMissing) {
     loseTemperatures();
     tick();
     hold();
-    forget(bench);
+    forget(harness);
     tick();
-    EXPECT_THAT(told(bench.published), ElementsAre("not holding", noTemperatures));
+    EXPECT_THAT(told(harness.published), ElementsAre("not holding", noTemperatures));
 
     hold();  // not even after the release that followed: the first tick of its loop releases
     EXPECT_TRUE(isForced());
-    forget(bench);
+    forget(harness);
     tick();
-    EXPECT_THAT(told(bench.published), ElementsAre("not holding", noTemperatures));
+    EXPECT_THAT(told(harness.published), ElementsAre("not holding", noTemperatures));
     EXPECT_FALSE(isForced());
 }
 
 TEST_F(SafetyChecks, aTickWithoutTemperaturesDoesNotLookAtTheHeartbeat) {
     hold();
-    bench.system.runtime.jumpDate(concurrency::Seconds(100));
+    harness.system.runtime.jumpDate(concurrency::Seconds(100));
     loseTemperatures();
-    forget(bench);
+    forget(harness);
     tick();
-    EXPECT_THAT(told(bench.published), ElementsAre(firstMissing));
+    EXPECT_THAT(told(harness.published), ElementsAre(firstMissing));
     tick();
-    EXPECT_EQ(told(bench.published).back(), noTemperatures);  // it comes first
+    EXPECT_EQ(told(harness.published).back(), noTemperatures);  // it comes first
 }
 
 TEST_F(SafetyChecks, heatComesBeforeALostHeartbeat) {
     hold();
-    bench.system.runtime.jumpDate(concurrency::Seconds(100));
-    bench.mac().setHIDTemperature("CPU", 99.5);
+    harness.system.runtime.jumpDate(concurrency::Seconds(100));
+    harness.mac().setHIDTemperature("CPU", 99.5);
     tick();
-    EXPECT_EQ(bench.state().lastError, "thermal ceiling 99°C exceeded — released to Auto");
+    EXPECT_EQ(harness.state().lastError, "thermal ceiling 99°C exceeded — released to Auto");
 }
 
 TEST_F(SafetyChecks, aLostHeartbeatComesBeforeTheControlStep) {
     hold();
-    bench.system.runtime.jumpDate(concurrency::Seconds(100));
-    forget(bench);
+    harness.system.runtime.jumpDate(concurrency::Seconds(100));
+    forget(harness);
     tick();
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0", "Ftst=0"));
-    EXPECT_THAT(told(bench.published), ElementsAre("not holding", noHeartbeat));
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=0", "Ftst=0"));
+    EXPECT_THAT(told(harness.published), ElementsAre("not holding", noHeartbeat));
 }
 
 class HeartbeatLimit : public testing::TestWithParam<std::pair<double, bool>> {};
@@ -170,22 +170,22 @@ TEST_P(HeartbeatLimit, isExceededStrictlyAbove15Seconds) {
     auto machine = plainMachine(1);
     machine.hid.reset();
     machine.smc = {{"TCMb", 50.0}};
-    ControllerBench bench(machine, withoutJitter);
+    ControllerHarness harness(machine, withoutJitter);
     const auto [seconds, isReleased] = GetParam();
     const concurrency::Date start = std::chrono::sys_days(std::chrono::January / 2 / 2026);
-    (void)bench.run(bench.controller().setManual(0, 3000));
-    bench.system.runtime.setDate(start);
-    bench.run(bench.controller().heartbeat());
+    (void)harness.run(harness.controller().setManual(0, 3000));
+    harness.system.runtime.setDate(start);
+    harness.run(harness.controller().heartbeat());
     auto readings = std::make_shared<int>(0);
-    watch(bench, [&, readings](const simulation::SMCAccess& access) {
+    watch(harness, [&, readings](const simulation::SMCAccess& access) {
         if (access.key != "TCMb" || ++*readings != 2) return;
-        bench.system.runtime.setDate(start + concurrency::Seconds(seconds));
+        harness.system.runtime.setDate(start + concurrency::Seconds(seconds));
     });
-    forget(bench);
-    bench.advance(1600ms);
+    forget(harness);
+    harness.advance(1600ms);
     EXPECT_EQ(*readings, 2);
-    EXPECT_EQ(told(bench.published).back(), isReleased ? noHeartbeat : "holding");
-    EXPECT_EQ(bench.mac().fan(0).mode, isReleased ? FanMode::automatic : FanMode::forced);
+    EXPECT_EQ(told(harness.published).back(), isReleased ? noHeartbeat : "holding");
+    EXPECT_EQ(harness.mac().fan(0).mode, isReleased ? FanMode::automatic : FanMode::forced);
 }
 
 INSTANTIATE_TEST_SUITE_P(AroundIt, HeartbeatLimit,
@@ -196,86 +196,86 @@ INSTANTIATE_TEST_SUITE_P(AroundIt, HeartbeatLimit,
 TEST_F(SafetyChecks, aHeartbeatInTimeKeepsTheHold) {
     hold();
     for (int beat = 0; beat < 10; ++beat) {
-        bench.advance(13s);
-        bench.run(bench.controller().heartbeat());
+        harness.advance(13s);
+        harness.run(harness.controller().heartbeat());
     }
     EXPECT_TRUE(isForced());
-    bench.advance(15s);
+    harness.advance(15s);
     EXPECT_TRUE(isForced());
-    bench.advance(2s);
-    EXPECT_EQ(told(bench.published).back(), noHeartbeat);
+    harness.advance(2s);
+    EXPECT_EQ(told(harness.published).back(), noHeartbeat);
 }
 
 TEST_F(SafetyChecks, aWallClockThatJumpsAheadReleasesOnTheNextTick) {
     hold();
-    bench.system.runtime.jumpDate(concurrency::Seconds(3600));
+    harness.system.runtime.jumpDate(concurrency::Seconds(3600));
     tick();
-    EXPECT_EQ(told(bench.published).back(), noHeartbeat);
+    EXPECT_EQ(told(harness.published).back(), noHeartbeat);
     EXPECT_FALSE(isForced());
 }
 
 TEST_F(SafetyChecks, aWallClockThatJumpsBackPutsTheReleaseOff) {
     hold();
-    bench.system.runtime.jumpDate(concurrency::Seconds(-60));
-    bench.advance(74s);
+    harness.system.runtime.jumpDate(concurrency::Seconds(-60));
+    harness.advance(74s);
     EXPECT_TRUE(isForced());  // nobody was heard for 74 s, as no clock but the monotonic one knows
-    bench.advance(3s);
+    harness.advance(3s);
     EXPECT_FALSE(isForced());
 }
 
 TEST_F(SafetyChecks, aHeartbeatInTheDistantPastIsNone) {
-    bench.system.runtime.setDate(concurrency::distantPast);
+    harness.system.runtime.setDate(concurrency::distantPast);
     hold();
-    bench.system.runtime.setDate(std::chrono::sys_days(std::chrono::January / 2 / 2026));
-    bench.advance(60s);
+    harness.system.runtime.setDate(std::chrono::sys_days(std::chrono::January / 2 / 2026));
+    harness.advance(60s);
     EXPECT_TRUE(isForced());
-    bench.run(bench.controller().heartbeat());
-    bench.advance(17s);
+    harness.run(harness.controller().heartbeat());
+    harness.advance(17s);
     EXPECT_FALSE(isForced());
 }
 
 TEST_F(SafetyChecks, aReleaseThatFailsIsToldInsteadOfItsReasonAndTriedAgain) {
     hold();
-    bench.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 3s));
-    bench.mac().setHIDTemperature("CPU", 99.5);
-    forget(bench);
+    harness.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 3s));
+    harness.mac().setHIDTemperature("CPU", 99.5);
+    forget(harness);
     tick();
     const std::string text = "holding: failed to restore Auto: F0Md=0 rejected (SMC 0x86)";
-    EXPECT_THAT(told(bench.published), ElementsAre(text, text));
-    bench.advance(5s);
+    EXPECT_THAT(told(harness.published), ElementsAre(text, text));
+    harness.advance(5s);
     EXPECT_FALSE(isForced());
-    EXPECT_FALSE(bench.state().isHolding);
+    EXPECT_FALSE(harness.state().isHolding);
 }
 
 TEST_F(SafetyChecks, aReleaseThatFailsToLowerForceTestHoldsNothing) {
     hold();
-    bench.mac().smc().add(refusal("Ftst", 0, 0x86, 0s, 3s));
-    bench.mac().setHIDTemperature("CPU", 99.5);
-    forget(bench);
+    harness.mac().smc().add(refusal("Ftst", 0, 0x86, 0s, 3s));
+    harness.mac().setHIDTemperature("CPU", 99.5);
+    forget(harness);
     tick();
     const std::string text = "not holding: failed to restore Auto: Ftst=0 rejected (SMC 0x86)";
-    EXPECT_THAT(told(bench.published), ElementsAre(text, text));
+    EXPECT_THAT(told(harness.published), ElementsAre(text, text));
     EXPECT_FALSE(isForced());
 }
 
 /// What holds then is the plan's to tell.
 TEST(SafetyRelease, duringWhichAPlanComesDoesNotTellOfItself) {
-    ControllerBench bench(steadyMachine(1), withoutJitter);
-    (void)bench.run(bench.controller().setManual(0, 3000));
-    slowDown(bench, 5ms);
-    bench.mac().setHIDTemperature(steadyLabel, 99);
-    forget(bench);
+    ControllerHarness harness(steadyMachine(1), withoutJitter);
+    (void)harness.run(harness.controller().setManual(0, 3000));
+    slowDown(harness, 5ms);
+    harness.mac().setHIDTemperature(steadyLabel, 99);
+    forget(harness);
     std::shared_ptr<std::optional<ControlResult>> plan;
-    atWrite(bench, "F0Md", 0, 1,
-            [&] { plan = bench.start(bench.controller().setManual(0, 4000)); });
-    bench.advance(1800ms);
+    atWrite(harness, "F0Md", 0, 1,
+            [&] { plan = harness.start(harness.controller().setManual(0, 4000)); });
+    harness.advance(1800ms);
     ASSERT_NE(plan, nullptr);
     EXPECT_EQ(*plan, ControlResult::applied());
-    EXPECT_THAT(told(bench.published), ElementsAre("holding"));
-    bench.advance(2s);
-    EXPECT_EQ(told(bench.published).back(),
+    EXPECT_THAT(told(harness.published), ElementsAre("holding"));
+    harness.advance(2s);
+    EXPECT_EQ(told(harness.published).back(),
               "not holding: thermal ceiling 99°C exceeded — released to Auto");
-    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
+    EXPECT_EQ(harness.mac().fan(0).mode, FanMode::automatic);
 }
 
 }  // namespace

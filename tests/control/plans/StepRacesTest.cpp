@@ -1,6 +1,6 @@
 // Control steps: the moment that they are told, and what they give and publish when something else
 // came while they were under way.
-#include "HoldBench.h"
+#include "HoldHarness.h"
 
 namespace airflow::control {
 namespace {
@@ -29,21 +29,21 @@ protected:
         return start + duration_cast<concurrency::Seconds>(duration);
     }
 
-    ControllerBench bench{steadyMachine(1), withoutJitter};
-    std::shared_ptr<DateKeeper> controller = install<DateKeeper>(bench);
-    concurrency::Date start = bench.system.runtime.date();
+    ControllerHarness harness{steadyMachine(1), withoutJitter};
+    std::shared_ptr<DateKeeper> controller = install<DateKeeper>(harness);
+    concurrency::Date start = harness.system.runtime.date();
 };
 
 TEST_F(StepDate, ofAPlansStepIsTheEndOfItsClaimsNotThatOfTheSnapshot) {
-    bench.mac().smc().add(refusal("F0Md", 1, 0x82, 0s, 450ms));
-    (void)bench.run(controller->setManual(0, 3000));
-    EXPECT_EQ(bench.system.runtime.date(), after(580ms));
+    harness.mac().smc().add(refusal("F0Md", 1, 0x82, 0s, 450ms));
+    (void)harness.run(controller->setManual(0, 3000));
+    EXPECT_EQ(harness.system.runtime.date(), after(580ms));
     EXPECT_THAT(controller->dates, ElementsAre(after(500ms)));
 }
 
 TEST_F(StepDate, ofATickIsTheEndOfItsSnapshot) {
-    (void)bench.run(controller->setManual(0, 3000));
-    bench.advance(3500ms);
+    (void)harness.run(controller->setManual(0, 3000));
+    harness.advance(3500ms);
     EXPECT_THAT(controller->dates, ElementsAre(start, after(1580ms), after(3160ms)));
 }
 
@@ -52,31 +52,31 @@ TEST_F(StepDate, ofATickIsTheEndOfItsSnapshot) {
 class StepSupersededAtItsLastFan : public testing::Test {
 protected:
     StepSupersededAtItsLastFan() {
-        (void)bench.run(bench.controller().setManual(0, 3000));
-        bench.mac().smc().add(misreading("F0Md", 3));
-        atWrite(bench, "F0Tg", 3000, 1,
-                [this] { released = bench.start(bench.controller().automatic()); });
-        forget(bench);
+        (void)harness.run(harness.controller().setManual(0, 3000));
+        harness.mac().smc().add(misreading("F0Md", 3));
+        atWrite(harness, "F0Tg", 3000, 1,
+                [this] { released = harness.start(harness.controller().automatic()); });
+        forget(harness);
     }
 
-    ControllerBench bench{steadyMachine(1), withoutJitter};
+    ControllerHarness harness{steadyMachine(1), withoutJitter};
     std::shared_ptr<std::optional<ControlResult>> released;
 };
 
 TEST_F(StepSupersededAtItsLastFan, reportsNothing) {
-    const auto snapshot = bench.run(bench.system.sensors.snapshot());
-    EXPECT_EQ(bench.run(bench.controller().assertPlanOnce(planOf({{0, rpm(3000)}}), snapshot,
-                                                          bench.system.runtime.date())),
+    const auto snapshot = harness.run(harness.system.sensors.snapshot());
+    EXPECT_EQ(harness.run(harness.controller().assertPlanOnce(planOf({{0, rpm(3000)}}), snapshot,
+                                                              harness.system.runtime.date())),
               Fans{});
-    bench.settle();
+    harness.settle();
     EXPECT_EQ(*released, ControlResult::applied());
 }
 
 TEST_F(StepSupersededAtItsLastFan, ofATickTellsNothing) {
-    bench.advance(2s);
+    harness.advance(2s);
     EXPECT_EQ(*released, ControlResult::applied());
-    EXPECT_THAT(told(bench.published), ElementsAre("not holding"));
-    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
+    EXPECT_THAT(told(harness.published), ElementsAre("not holding"));
+    EXPECT_EQ(harness.mac().fan(0).mode, FanMode::automatic);
 }
 
 /// An SMC that lets others in while a reading takes its time.
@@ -106,73 +106,73 @@ private:
 };
 
 TEST(StepRaces, aTickWhoseLastFanWasReleasedBeforeItWasReadTellsNothing) {
-    ControllerBench bench(steadyMachine(1), withoutJitter);
-    auto& system = bench.system;
+    ControllerHarness harness(steadyMachine(1), withoutJitter);
+    auto& system = harness.system;
     LateReadings smc(system.runtime, system.smc);
     system.controller = std::make_shared<LocalFanController>(system.runtime, smc, system.sensors,
                                                              [] { return std::uint32_t{0}; });
-    (void)bench.run(bench.controller().setManual(0, 3000));
-    bench.mac().smc().add(misreading("F0Md", 3));
+    (void)harness.run(harness.controller().setManual(0, 3000));
+    harness.mac().smc().add(misreading("F0Md", 3));
     std::shared_ptr<std::optional<ControlResult>> released;
-    atWrite(bench, "F0Tg", 3000, 1,
-            [&] { released = bench.start(bench.controller().automatic()); });
-    forget(bench);
-    bench.advance(2s);
+    atWrite(harness, "F0Tg", 3000, 1,
+            [&] { released = harness.start(harness.controller().automatic()); });
+    forget(harness);
+    harness.advance(2s);
     EXPECT_EQ(*released, ControlResult::applied());
-    EXPECT_THAT(bench.writes,
+    EXPECT_THAT(harness.writes,
                 ElementsAre("Ftst=1", "F0Md=1", "F0Tg=3000", "Ftst=1", "F0Md=0", "Ftst=0"));
-    EXPECT_THAT(told(bench.published), ElementsAre("not holding"));
+    EXPECT_THAT(told(harness.published), ElementsAre("not holding"));
 }
 
 /// The tick claims from 1.98 s on, the second plan from 2.5 s on; the SMC takes the fan at 3 s. The
 /// plan has it first, and the tick 80 ms later.
 TEST(StepRaces, aFanThatATickClaimsIsPublishedAsTheNewerPlanHasIt) {
-    ControllerBench bench(steadyMachine(1), withoutJitter);
-    bench.mac().smc().add(refusal("F0Md", 1, 0x86, 0s, 1200ms));
-    bench.mac().smc().add(refusal("F0Md", 1, 0x82, 1200ms, 3s));
-    EXPECT_EQ(bench.run(bench.controller().setPercent(0, 100)), ControlResult::rejected(134));
-    bench.advance(2500ms - bench.system.elapsed());
-    EXPECT_EQ(bench.run(bench.controller().setManual(0, 3000)), ControlResult::applied());
-    bench.advance(4s - bench.system.elapsed());
-    EXPECT_EQ(bench.state().perFanMode.at(0), ControlMode::manual);
-    bench.advance(2s);
-    EXPECT_EQ(bench.mac().fan(0).target, 3000);
+    ControllerHarness harness(steadyMachine(1), withoutJitter);
+    harness.mac().smc().add(refusal("F0Md", 1, 0x86, 0s, 1200ms));
+    harness.mac().smc().add(refusal("F0Md", 1, 0x82, 1200ms, 3s));
+    EXPECT_EQ(harness.run(harness.controller().setPercent(0, 100)), ControlResult::rejected(134));
+    harness.advance(2500ms - harness.system.elapsed());
+    EXPECT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
+    harness.advance(4s - harness.system.elapsed());
+    EXPECT_EQ(harness.state().perFanMode.at(0), ControlMode::manual);
+    harness.advance(2s);
+    EXPECT_EQ(harness.mac().fan(0).target, 3000);
 }
 
 /// A step that gives every fan back, while a newer plan arrives with the first one's release.
 class StepThatGivesBack : public testing::Test {
 protected:
     void stepUnder(plan::FanControlPlan newerPlan) {
-        (void)bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(3500)}})));
-        const auto snapshot = bench.run(bench.system.sensors.snapshot());
-        slowDown(bench, 5ms);
-        forget(bench);
+        (void)harness.run(harness.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(3500)}})));
+        const auto snapshot = harness.run(harness.system.sensors.snapshot());
+        slowDown(harness, 5ms);
+        forget(harness);
         std::shared_ptr<std::optional<ControlResult>> newer;
-        atWrite(bench, "F0Md", 0, 1, [&, newerPlan = std::move(newerPlan)] {
-            newer = bench.start(bench.controller().applyPlan(newerPlan));
+        atWrite(harness, "F0Md", 0, 1, [&, newerPlan = std::move(newerPlan)] {
+            newer = harness.start(harness.controller().applyPlan(newerPlan));
         });
-        (void)bench.run(
-            bench.controller().assertPlanOnce(planOf({}), snapshot, bench.system.runtime.date()));
-        bench.advance(1s);
+        (void)harness.run(harness.controller().assertPlanOnce(planOf({}), snapshot,
+                                                              harness.system.runtime.date()));
+        harness.advance(1s);
         EXPECT_EQ(*newer, ControlResult::applied());
     }
 
-    ControllerBench bench{steadyMachine(), withoutJitter};
+    ControllerHarness harness{steadyMachine(), withoutJitter};
 };
 
 TEST_F(StepThatGivesBack, leavesForceTestRaisedForANewerPlan) {
     stepUnder(planOf({{0, rpm(4000)}}));
-    EXPECT_THAT(bench.writes, testing::Not(testing::Contains("Ftst=0")));
-    EXPECT_TRUE(bench.mac().forceTest());
-    EXPECT_EQ(bench.mac().fan(0).target, 4000);
-    EXPECT_EQ(bench.mac().fan(1).mode, FanMode::automatic);
+    EXPECT_THAT(harness.writes, testing::Not(testing::Contains("Ftst=0")));
+    EXPECT_TRUE(harness.mac().forceTest());
+    EXPECT_EQ(harness.mac().fan(0).target, 4000);
+    EXPECT_EQ(harness.mac().fan(1).mode, FanMode::automatic);
 }
 
 TEST_F(StepThatGivesBack, leavesAFanAloneThatANewerPlanManages) {
     stepUnder(planOf({{0, rpm(4000)}, {1, rpm(4500)}}));
-    EXPECT_THAT(bench.writes, testing::Not(testing::Contains("F1Md=0")));
-    EXPECT_EQ(bench.mac().fan(0).target, 4000);
-    EXPECT_EQ(bench.mac().fan(1).target, 4500);
+    EXPECT_THAT(harness.writes, testing::Not(testing::Contains("F1Md=0")));
+    EXPECT_EQ(harness.mac().fan(0).target, 4000);
+    EXPECT_EQ(harness.mac().fan(1).target, 4500);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // A release comes while a control step waits for its temperatures: the step lowers force-test once
 // more when it finds nothing to hold, and leaves it alone when a fan has still to go back.
-#include "HoldBench.h"
+#include "HoldHarness.h"
 
 namespace airflow::control {
 namespace {
@@ -8,83 +8,83 @@ namespace {
 /// A snapshot takes 80 ms; the first tick begins at 1.58 s.
 class IdleForceTest : public testing::Test {
 protected:
-    void advanceTo(concurrency::Duration time) { bench.advance(time - bench.system.elapsed()); }
+    void advanceTo(concurrency::Duration time) { harness.advance(time - harness.system.elapsed()); }
     /// In the middle of the first tick's snapshot.
     void holdAndAutomatic() {
-        (void)bench.run(bench.controller().setManual(0, 3000));
+        (void)harness.run(harness.controller().setManual(0, 3000));
         advanceTo(1540ms);
-        forget(bench);
-        (void)bench.run(bench.controller().automatic());
+        forget(harness);
+        (void)harness.run(harness.controller().automatic());
     }
 
-    ControllerBench bench{steadyMachine(1), withoutJitter};
+    ControllerHarness harness{steadyMachine(1), withoutJitter};
 };
 
 TEST_F(IdleForceTest, isLoweredOnceMoreWhenTheSnapshotOfATickIsOver) {
     holdAndAutomatic();
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0", "Ftst=0"));
-    forget(bench);
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=0", "Ftst=0"));
+    forget(harness);
     advanceTo(10s);
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=0"));
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=0"));
 }
 
 TEST_F(IdleForceTest, isLoweredOnceMoreWhenTheSnapshotOfAPlanIsOver) {
-    const auto plan = bench.start(bench.controller().setManual(0, 3000));
+    const auto plan = harness.start(harness.controller().setManual(0, 3000));
     advanceTo(40ms);
     ASSERT_EQ(*plan, std::nullopt);
-    forget(bench);
-    (void)bench.run(bench.controller().automatic());
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0", "Ftst=0"));
-    forget(bench);
+    forget(harness);
+    (void)harness.run(harness.controller().automatic());
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=0", "Ftst=0"));
+    forget(harness);
     advanceTo(10s);
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=0"));
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=0"));
 }
 
 TEST_F(IdleForceTest, isNotLoweredByATickWhileAFanHasStillToGoBack) {
-    bench.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 3s));
+    harness.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 3s));
     holdAndAutomatic();
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0 (0x86)"));
-    forget(bench);
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=0 (0x86)"));
+    forget(harness);
     advanceTo(3s);
-    EXPECT_THAT(bench.writes, IsEmpty());
-    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::forced);
+    EXPECT_THAT(harness.writes, IsEmpty());
+    EXPECT_EQ(harness.mac().fan(0).mode, FanMode::forced);
 }
 
 TEST_F(IdleForceTest, isNotLoweredByTheSnapshotOfAPlanWhileAFanHasStillToGoBack) {
-    bench.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 1500ms));
-    const auto plan = bench.start(bench.controller().setManual(0, 3000));
+    harness.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 1500ms));
+    const auto plan = harness.start(harness.controller().setManual(0, 3000));
     advanceTo(40ms);
     ASSERT_EQ(*plan, std::nullopt);
-    forget(bench);
-    (void)bench.run(bench.controller().automatic());
+    forget(harness);
+    (void)harness.run(harness.controller().automatic());
     advanceTo(1s);
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0 (0x86)"));
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=0 (0x86)"));
 }
 
 /// The SMC is busy, so the plan has no fan yet.
 TEST_F(IdleForceTest, isNotLoweredUnderAPlanThatCameBehindTheRelease) {
-    bench.mac().smc().add(refusal("F0Md", 1, 0x82, 1540ms, 3s));
+    harness.mac().smc().add(refusal("F0Md", 1, 0x82, 1540ms, 3s));
     holdAndAutomatic();
-    const auto plan = bench.start(bench.controller().setManual(0, 4000));
-    forget(bench);
+    const auto plan = harness.start(harness.controller().setManual(0, 4000));
+    forget(harness);
     advanceTo(2s);
     ASSERT_EQ(*plan, std::nullopt);
-    EXPECT_THAT(bench.writes, testing::Contains("Ftst=1"));
-    EXPECT_THAT(bench.writes, testing::Not(testing::Contains("Ftst=0")));
+    EXPECT_THAT(harness.writes, testing::Contains("Ftst=1"));
+    EXPECT_THAT(harness.writes, testing::Not(testing::Contains("Ftst=0")));
 }
 
 /// Nothing is held any more, and two fans have still to be asked that only the start has found.
 TEST(IdleForceTestOfManyFans, isNotLoweredByATickInTheMiddleOfTheRelease) {
-    ControllerBench bench(steadyMachine(3), withoutJitter);
-    (void)bench.run(bench.controller().restoreAllFansToAutomatic());
-    (void)bench.run(bench.controller().setManual(0, 3000));
-    bench.mac().smc().add({.key = "F1Md", .value = 0, .latency = 200ms});
-    bench.advance(1540ms - bench.system.elapsed());
-    forget(bench);
-    const auto released = bench.start(bench.controller().automatic());
-    bench.advance(8s);
+    ControllerHarness harness(steadyMachine(3), withoutJitter);
+    (void)harness.run(harness.controller().restoreAllFansToAutomatic());
+    (void)harness.run(harness.controller().setManual(0, 3000));
+    harness.mac().smc().add({.key = "F1Md", .value = 0, .latency = 200ms});
+    harness.advance(1540ms - harness.system.elapsed());
+    forget(harness);
+    const auto released = harness.start(harness.controller().automatic());
+    harness.advance(8s);
     EXPECT_EQ(*released, ControlResult::applied());
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0", "F1Md=0", "F2Md=0", "Ftst=0"));
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=0", "F1Md=0", "F2Md=0", "Ftst=0"));
 }
 
 }  // namespace

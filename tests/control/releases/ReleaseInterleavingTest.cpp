@@ -10,9 +10,9 @@ constexpr std::uint8_t refused = 0x86;
 constexpr auto answerTime = 10ms;
 
 /// Every request takes 10 ms from here on, so that a test can arrive in the middle of each.
-void slowDown(ControllerBench& bench, concurrency::Duration from) {
+void slowDown(ControllerHarness& harness, concurrency::Duration from) {
     for (const auto operation : {Fault::Operation::write, Fault::Operation::read}) {
-        bench.mac().smc().add(Fault{.from = from, .operation = operation, .latency = answerTime});
+        harness.mac().smc().add(Fault{.from = from, .operation = operation, .latency = answerTime});
     }
 }
 
@@ -24,28 +24,28 @@ plan::FanControlPlan bothFans() {
 }
 
 /// A client that lives: a heartbeat every second.
-void liveOn(ControllerBench& bench, int seconds) {
+void liveOn(ControllerHarness& harness, int seconds) {
     for (int i = 0; i < seconds; ++i) {
-        bench.run(bench.controller().heartbeat());
-        bench.advance(1s);
+        harness.run(harness.controller().heartbeat());
+        harness.advance(1s);
     }
 }
 
-void expectBothHeld(ControllerBench& bench) {
-    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::forced);
-    EXPECT_EQ(bench.mac().fan(1).mode, FanMode::forced);
-    EXPECT_EQ(bench.mac().fan(0).target, 3000);
-    EXPECT_EQ(bench.mac().fan(1).target, 4000);
-    EXPECT_TRUE(bench.state().isHolding);
-    EXPECT_EQ(bench.state().lastError, std::nullopt);
-    EXPECT_TRUE(bench.mac().forceTest());
+void expectBothHeld(ControllerHarness& harness) {
+    EXPECT_EQ(harness.mac().fan(0).mode, FanMode::forced);
+    EXPECT_EQ(harness.mac().fan(1).mode, FanMode::forced);
+    EXPECT_EQ(harness.mac().fan(0).target, 3000);
+    EXPECT_EQ(harness.mac().fan(1).target, 4000);
+    EXPECT_TRUE(harness.state().isHolding);
+    EXPECT_EQ(harness.state().lastError, std::nullopt);
+    EXPECT_TRUE(harness.mac().forceTest());
 }
 
-void expectBothAutomatic(ControllerBench& bench) {
-    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
-    EXPECT_EQ(bench.mac().fan(1).mode, FanMode::automatic);
-    EXPECT_FALSE(bench.state().isHolding);
-    EXPECT_FALSE(bench.mac().forceTest());
+void expectBothAutomatic(ControllerHarness& harness) {
+    EXPECT_EQ(harness.mac().fan(0).mode, FanMode::automatic);
+    EXPECT_EQ(harness.mac().fan(1).mode, FanMode::automatic);
+    EXPECT_FALSE(harness.state().isHolding);
+    EXPECT_FALSE(harness.mac().forceTest());
 }
 
 /// Arrivals in the middle of the first, second, third and fourth write, and behind them.
@@ -67,41 +67,41 @@ protected:
 };
 
 TEST_P(DuringARelease, aPlanEndsTheRetryAtItsNextFan) {
-    ControllerBench bench(plainMachine(), options());
-    const AccessLog log(bench);
-    (void)bench.run(bench.controller().applyPlan(bothFans()));
-    refuse(bench, "F0Md", 0, refused, 1s);
-    refuse(bench, "F1Md", 0, refused, 1s);
-    slowDown(bench, 1s);
-    (void)bench.run(bench.controller().automatic());
-    bench.advance(2s + arrival());
+    ControllerHarness harness(plainMachine(), options());
+    const AccessLog log(harness);
+    (void)harness.run(harness.controller().applyPlan(bothFans()));
+    refuse(harness, "F0Md", 0, refused, 1s);
+    refuse(harness, "F1Md", 0, refused, 1s);
+    slowDown(harness, 1s);
+    (void)harness.run(harness.controller().automatic());
+    harness.advance(2s + arrival());
     const std::int64_t start = log.now();
-    bench.published.clear();
-    const auto result = bench.start(bench.controller().applyPlan(bothFans()));
-    bench.advance(1s);
+    harness.published.clear();
+    const auto result = harness.start(harness.controller().applyPlan(bothFans()));
+    harness.advance(1s);
     EXPECT_EQ(*result, ControlResult::applied());
     EXPECT_EQ(zerosSince(log, start), 0U);
-    EXPECT_EQ(bench.published.size(), 1U);  // by the plan; the retry has nothing to say any more
-    liveOn(bench, 5);
-    expectBothHeld(bench);
-    EXPECT_EQ(bench.system.runtime.pending().find("release retry"), std::string::npos);
+    EXPECT_EQ(harness.published.size(), 1U);  // by the plan; the retry has nothing to say any more
+    liveOn(harness, 5);
+    expectBothHeld(harness);
+    EXPECT_EQ(harness.system.runtime.pending().find("release retry"), std::string::npos);
 }
 
 TEST_P(DuringARelease, aPlanEndsTheRetryOfTheWholeAndIsHeldInTheEnd) {
-    ControllerBench bench(plainMachine(), options());
-    const AccessLog log(bench);
-    (void)bench.run(bench.controller().applyPlan(bothFans()));
-    refuse(bench, "Ftst", 0, refused, 1s);
-    slowDown(bench, 1s);
-    (void)bench.run(bench.controller().automatic());
-    bench.advance(2s + arrival());
+    ControllerHarness harness(plainMachine(), options());
+    const AccessLog log(harness);
+    (void)harness.run(harness.controller().applyPlan(bothFans()));
+    refuse(harness, "Ftst", 0, refused, 1s);
+    slowDown(harness, 1s);
+    (void)harness.run(harness.controller().automatic());
+    harness.advance(2s + arrival());
     const std::int64_t start = log.now();
-    (void)bench.start(bench.controller().applyPlan(bothFans()));
-    bench.advance(1s);
+    (void)harness.start(harness.controller().applyPlan(bothFans()));
+    harness.advance(1s);
     EXPECT_EQ(zerosSince(log, start), 0U);
-    liveOn(bench, 5);
-    expectBothHeld(bench);
-    EXPECT_EQ(bench.system.runtime.pending().find("release retry"), std::string::npos);
+    liveOn(harness, 5);
+    expectBothHeld(harness);
+    EXPECT_EQ(harness.system.runtime.pending().find("release retry"), std::string::npos);
 }
 
 INSTANTIATE_TEST_SUITE_P(EverySuspension, DuringARelease,
@@ -109,17 +109,17 @@ INSTANTIATE_TEST_SUITE_P(EverySuspension, DuringARelease,
                                           testing::Values(0U, 1U, 2U, 3U)));
 
 TEST_P(DuringARelease, aPlanIsHeldInTheEnd) {
-    ControllerBench bench(plainMachine(), options());
-    (void)bench.run(bench.controller().applyPlan(bothFans()));
-    slowDown(bench, 0s);
-    const auto released = bench.start(bench.controller().automatic());
-    bench.advance(arrival());
-    const auto applied = bench.start(bench.controller().applyPlan(bothFans()));
-    bench.advance(1s);
+    ControllerHarness harness(plainMachine(), options());
+    (void)harness.run(harness.controller().applyPlan(bothFans()));
+    slowDown(harness, 0s);
+    const auto released = harness.start(harness.controller().automatic());
+    harness.advance(arrival());
+    const auto applied = harness.start(harness.controller().applyPlan(bothFans()));
+    harness.advance(1s);
     EXPECT_EQ(*released, ControlResult::applied());
     EXPECT_EQ(*applied, ControlResult::applied());
-    liveOn(bench, 5);
-    expectBothHeld(bench);
+    liveOn(harness, 5);
+    expectBothHeld(harness);
 }
 
 /// A release that comes anywhere into the work of a plan wins: nobody watches any more.
@@ -129,11 +129,11 @@ protected:
         return {.seed = GetParam()};
     }
     /// Applies a plan, releases `arrival` later, and lets things settle.
-    static void releaseInto(ControllerBench& bench, concurrency::Duration arrival) {
-        const auto applied = bench.start(bench.controller().applyPlan(bothFans()));
-        bench.advance(arrival);
-        const auto released = bench.start(bench.controller().restoreAuto());
-        bench.advance(20s);
+    static void releaseInto(ControllerHarness& harness, concurrency::Duration arrival) {
+        const auto applied = harness.start(harness.controller().applyPlan(bothFans()));
+        harness.advance(arrival);
+        const auto released = harness.start(harness.controller().restoreAuto());
+        harness.advance(20s);
         ASSERT_TRUE(applied->has_value());
         ASSERT_TRUE(released->has_value());
         EXPECT_EQ(**released, std::nullopt);
@@ -143,10 +143,10 @@ protected:
 TEST_P(AnywhereInAPlan, aReleaseLeavesNoFanForced) {
     for (auto arrival = 0ms; arrival <= 300ms; arrival += 5ms) {
         SCOPED_TRACE(arrival.count());
-        ControllerBench bench(plainMachine(), options());
-        slowDown(bench, 0s);
-        releaseInto(bench, arrival);
-        expectBothAutomatic(bench);
+        ControllerHarness harness(plainMachine(), options());
+        slowDown(harness, 0s);
+        releaseInto(harness, arrival);
+        expectBothAutomatic(harness);
     }
 }
 
@@ -154,14 +154,14 @@ TEST_P(AnywhereInAPlan, aReleaseLeavesNoFanForced) {
 TEST_P(AnywhereInAPlan, theCeilingEndsTheClaimOfTheStep) {
     auto machine = plainMachine();
     machine.hid = simulation::Temperatures{{"CPU", 99.0}};
-    ControllerBench bench(machine, options());
-    refuse(bench, "F0Md", 1, refused, 450ms);
-    refuse(bench, "F0Md", 1, simulation::SimulatedMac::busy, 3s);
-    const auto applied = bench.start(bench.controller().setManual(0, 3000));
-    bench.advance(60s);
+    ControllerHarness harness(machine, options());
+    refuse(harness, "F0Md", 1, refused, 450ms);
+    refuse(harness, "F0Md", 1, simulation::SimulatedMac::busy, 3s);
+    const auto applied = harness.start(harness.controller().setManual(0, 3000));
+    harness.advance(60s);
     EXPECT_EQ(*applied, ControlResult::rejected(134));
-    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
-    EXPECT_THAT(*bench.state().lastError, testing::StartsWith("thermal ceiling 9"));
+    EXPECT_EQ(harness.mac().fan(0).mode, FanMode::automatic);
+    EXPECT_THAT(*harness.state().lastError, testing::StartsWith("thermal ceiling 9"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, AnywhereInAPlan, testing::Values(0U, 1U, 2U, 3U, 4U));

@@ -1,6 +1,6 @@
 // Releases that arrive while the controller claims, holds or gives back, at each request in turn
 // and under several schedules. Whether anybody still watches is asked of the machine.
-#include "HoldBench.h"
+#include "HoldHarness.h"
 
 namespace airflow::control {
 namespace {
@@ -44,46 +44,46 @@ simulation::MachineDescription busyMachine() {
     return machine;
 }
 
-void expectAllGivenBack(ControllerBench& bench) {
-    for (std::size_t fan = 0; fan < bench.mac().fanCount(); ++fan) {
-        EXPECT_EQ(bench.mac().fan(fan).mode, FanMode::automatic) << "fan " << fan;
+void expectAllGivenBack(ControllerHarness& harness) {
+    for (std::size_t fan = 0; fan < harness.mac().fanCount(); ++fan) {
+        EXPECT_EQ(harness.mac().fan(fan).mode, FanMode::automatic) << "fan " << fan;
     }
-    EXPECT_FALSE(bench.published.back().isHolding);
+    EXPECT_FALSE(harness.published.back().isHolding);
 }
 
 /// Nobody asks the SMC for anything, however long one waits.
-void expectNobodyWatches(ControllerBench& bench) {
-    forget(bench);
-    bench.advance(120s);
-    EXPECT_THAT(bench.reads, IsEmpty());
-    EXPECT_THAT(bench.writes, IsEmpty());
+void expectNobodyWatches(ControllerHarness& harness) {
+    forget(harness);
+    harness.advance(120s);
+    EXPECT_THAT(harness.reads, IsEmpty());
+    EXPECT_THAT(harness.writes, IsEmpty());
 }
 
 /// The first thing that a snapshot reads: the claims of a plan are over by then.
-bool hasTakenItsSnapshot(const ControllerBench& bench) {
-    return std::ranges::find(bench.reads, "FNum") != bench.reads.end();
+bool hasTakenItsSnapshot(const ControllerHarness& harness) {
+    return std::ranges::find(harness.reads, "FNum") != harness.reads.end();
 }
 
 TEST_P(ReleaseRaces, automaticDuringAPlanGivesEveryFanBack) {
     std::size_t request = 1;
     for (;; ++request) {
         SCOPED_TRACE(fmt::format("at request {}", request));
-        ControllerBench bench(busyMachine(), options());
-        slowDown(bench, 5ms);
+        ControllerHarness harness(busyMachine(), options());
+        slowDown(harness, 5ms);
         Answer released;
         bool isClaiming = false;
-        atRequest(bench, request, [&] {
-            released = bench.start(bench.controller().automatic());
-            isClaiming = !hasTakenItsSnapshot(bench);
+        atRequest(harness, request, [&] {
+            released = harness.start(harness.controller().automatic());
+            isClaiming = !hasTakenItsSnapshot(harness);
         });
         const auto plan =
-            bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
+            harness.run(harness.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
         EXPECT_EQ(plan, isClaiming ? ControlResult::rejected(255) : ControlResult::applied());
         if (!released) break;
-        bench.advance(1s);  // the release ends, too
+        harness.advance(1s);  // the release ends, too
         EXPECT_EQ(*released, ControlResult::applied());
-        expectAllGivenBack(bench);
-        expectNobodyWatches(bench);
+        expectAllGivenBack(harness);
+        expectNobodyWatches(harness);
     }
     EXPECT_GT(request, 20u);
 }
@@ -92,23 +92,23 @@ TEST_P(ReleaseRaces, restoreAutoDuringAPlanThatGivesBackGivesEveryFanBack) {
     std::size_t request = 1;
     for (;; ++request) {
         SCOPED_TRACE(fmt::format("at request {}", request));
-        ControllerBench bench(busyMachine(), options());
-        (void)bench.run(bench.controller().setManual(0, 3000));
-        forget(bench);
-        slowDown(bench, 5ms);
+        ControllerHarness harness(busyMachine(), options());
+        (void)harness.run(harness.controller().setManual(0, 3000));
+        forget(harness);
+        slowDown(harness, 5ms);
         Failure failure;
         bool isClaiming = false;
-        atRequest(bench, request, [&] {
-            failure = bench.start(bench.controller().restoreAuto());
-            isClaiming = !hasTakenItsSnapshot(bench);
+        atRequest(harness, request, [&] {
+            failure = harness.start(harness.controller().restoreAuto());
+            isClaiming = !hasTakenItsSnapshot(harness);
         });
-        const auto plan = bench.run(bench.controller().applyPlan(planOf({{1, rpm(4000)}})));
+        const auto plan = harness.run(harness.controller().applyPlan(planOf({{1, rpm(4000)}})));
         EXPECT_EQ(plan, isClaiming ? ControlResult::rejected(255) : ControlResult::applied());
         if (!failure) break;
-        bench.advance(5s);  // a retry of what the plan gave back ends, too
+        harness.advance(5s);  // a retry of what the plan gave back ends, too
         EXPECT_EQ(**failure, std::nullopt);
-        expectAllGivenBack(bench);
-        expectNobodyWatches(bench);
+        expectAllGivenBack(harness);
+        expectNobodyWatches(harness);
     }
     EXPECT_GT(request, 15u);
 }
@@ -117,22 +117,22 @@ void expectTheLastWordDuringATick(const Release& release,
                                   simulation::SimulatedSystem::Options options) {
     for (std::size_t request = 1; request <= 20; ++request) {
         SCOPED_TRACE(fmt::format("{} at request {}", release.name, request));
-        ControllerBench bench(steadyMachine(), options);
-        (void)bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
-        slowDown(bench, 5ms);
-        bench.advance(1s);
-        forget(bench);
+        ControllerHarness harness(steadyMachine(), options);
+        (void)harness.run(harness.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
+        slowDown(harness, 5ms);
+        harness.advance(1s);
+        forget(harness);
         Answer released;
-        atRequest(bench, request,
-                  [&] { released = bench.start(release.perform(bench.controller())); });
-        bench.advance(3s);
+        atRequest(harness, request,
+                  [&] { released = harness.start(release.perform(harness.controller())); });
+        harness.advance(3s);
         EXPECT_EQ(*released, ControlResult::applied());
         for (const char* fan : {"F0Md", "F1Md"}) {
-            const auto givenBack = std::ranges::find(bench.writes, fmt::format("{}=0", fan));
-            EXPECT_EQ(std::count(givenBack, bench.writes.end(), fmt::format("{}=1", fan)), 0);
+            const auto givenBack = std::ranges::find(harness.writes, fmt::format("{}=0", fan));
+            EXPECT_EQ(std::count(givenBack, harness.writes.end(), fmt::format("{}=1", fan)), 0);
         }
-        expectAllGivenBack(bench);
-        expectNobodyWatches(bench);
+        expectAllGivenBack(harness);
+        expectNobodyWatches(harness);
     }
 }
 
@@ -145,20 +145,20 @@ void expectAllGivenBackDuringAPendingRelease(const Release& release,
     std::size_t request = 1;
     for (;; ++request) {
         SCOPED_TRACE(fmt::format("{} at request {}", release.name, request));
-        ControllerBench bench(steadyMachine(), options);
-        (void)bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
-        bench.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 1s));
-        bench.mac().smc().add(refusal("F1Md", 0, 0x86, 0s, 1s));
-        slowDown(bench, 5ms);
-        (void)bench.run(bench.controller().automatic());
+        ControllerHarness harness(steadyMachine(), options);
+        (void)harness.run(harness.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
+        harness.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 1s));
+        harness.mac().smc().add(refusal("F1Md", 0, 0x86, 0s, 1s));
+        slowDown(harness, 5ms);
+        (void)harness.run(harness.controller().automatic());
         Answer released;
-        atRequest(bench, request,
-                  [&] { released = bench.start(release.perform(bench.controller())); });
-        bench.advance(8s);
+        atRequest(harness, request,
+                  [&] { released = harness.start(release.perform(harness.controller())); });
+        harness.advance(8s);
         if (!released) break;
         EXPECT_EQ(*released, ControlResult::applied());
-        expectAllGivenBack(bench);
-        expectNobodyWatches(bench);
+        expectAllGivenBack(harness);
+        expectNobodyWatches(harness);
     }
     EXPECT_EQ(request, 4u);
 }
@@ -173,41 +173,41 @@ TEST_P(ReleaseRaces, aReleaseDuringAPendingOneGivesEveryFanBack) {
 TEST(ReleaseDuringAClaim, endsItWithoutWaitingForForceTest) {
     auto machine = steadyMachine(1);
     machine.forceTestDelay = 250ms;
-    ControllerBench bench(machine, withoutJitter);
-    const Answer plan = bench.start(bench.controller().setManual(0, 3000));
-    bench.advance(150ms);
-    EXPECT_EQ(bench.run(bench.controller().automatic()), ControlResult::applied());
-    forget(bench);
-    bench.advance(1s);
+    ControllerHarness harness(machine, withoutJitter);
+    const Answer plan = harness.start(harness.controller().setManual(0, 3000));
+    harness.advance(150ms);
+    EXPECT_EQ(harness.run(harness.controller().automatic()), ControlResult::applied());
+    forget(harness);
+    harness.advance(1s);
     EXPECT_EQ(*plan, ControlResult::rejected(255));
-    EXPECT_THAT(bench.writes, IsEmpty());
-    EXPECT_THAT(bench.published, IsEmpty());
-    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
+    EXPECT_THAT(harness.writes, IsEmpty());
+    EXPECT_THAT(harness.published, IsEmpty());
+    EXPECT_EQ(harness.mac().fan(0).mode, FanMode::automatic);
 }
 
 /// A step with a plan, called by itself, that a release supersedes when it writes this.
 class SupersededStep : public testing::TestWithParam<Release> {
 protected:
     std::vector<std::int64_t> step(const std::vector<std::pair<std::int64_t, Mode>>& fans) {
-        auto snapshot = bench.run(bench.system.sensors.snapshot());
-        forget(bench);
-        auto reverted = bench.run(bench.controller().assertPlanOnce(
-            planOf(fans), std::move(snapshot), bench.system.runtime.date()));
-        bench.advance(1s);  // the release ends, too
+        auto snapshot = harness.run(harness.system.sensors.snapshot());
+        forget(harness);
+        auto reverted = harness.run(harness.controller().assertPlanOnce(
+            planOf(fans), std::move(snapshot), harness.system.runtime.date()));
+        harness.advance(1s);  // the release ends, too
         return reverted;
     }
     void supersedeAt(const std::string& key, double value, std::size_t count = 1) {
-        slowDown(bench, 5ms);
-        atWrite(bench, key, value, count,
-                [this] { released = bench.start(GetParam().perform(bench.controller())); });
+        slowDown(harness, 5ms);
+        atWrite(harness, key, value, count,
+                [this] { released = harness.start(GetParam().perform(harness.controller())); });
     }
 
     void expectReleased() {
         EXPECT_EQ(*released, ControlResult::applied());
-        expectAllGivenBack(bench);
+        expectAllGivenBack(harness);
     }
 
-    ControllerBench bench{steadyMachine(), withoutJitter};
+    ControllerHarness harness{steadyMachine(), withoutJitter};
     Answer released;
 };
 
@@ -218,25 +218,25 @@ TEST_P(SupersededStep, whileItReleasesStopsBeforeTheNextFan) {
     (void)step({{0, rpm(3000)}, {1, rpm(4000)}});
     supersedeAt("F0Md", 0);
     (void)step({});
-    EXPECT_THAT(bench.writes, ElementsAre("F0Md=0", "Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0"));
+    EXPECT_THAT(harness.writes, ElementsAre("F0Md=0", "Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0"));
     expectReleased();
 }
 
 TEST_P(SupersededStep, whileItClaimsGivesItsFanBackAndStops) {
     supersedeAt("F0Md", 1);
     (void)step({{0, rpm(3000)}, {1, rpm(4000)}});
-    EXPECT_THAT(bench.writes,
+    EXPECT_THAT(harness.writes,
                 ElementsAre("Ftst=1", "F0Md=1", "Ftst=1", "F0Md=0", "F0Md=0", "Ftst=0"));
     expectReleased();
 }
 
 TEST_P(SupersededStep, whileItHoldsStopsBeforeTheNextFanAndReportsNothing) {
     (void)step({{0, rpm(3000)}, {1, rpm(4000)}});
-    bench.mac().smc().add(misreading("F0Md", 3));
+    harness.mac().smc().add(misreading("F0Md", 3));
     supersedeAt("F0Md", 1);
     EXPECT_THAT(step({{0, rpm(3000)}, {1, rpm(4000)}}), IsEmpty());
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=1", "Ftst=1", "F0Tg=3000", "F0Md=0",
-                                          "F1Md=0", "Ftst=0"));
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=1", "Ftst=1", "F0Tg=3000", "F0Md=0",
+                                            "F1Md=0", "Ftst=0"));
     expectReleased();
 }
 
@@ -244,7 +244,7 @@ TEST_P(SupersededStep, whileItRaisesForceTestDoesNothingMore) {
     (void)step({{0, rpm(3000)}, {1, rpm(4000)}});
     supersedeAt("Ftst", 1);
     EXPECT_THAT(step({{0, rpm(3000)}, {1, rpm(4000)}}), IsEmpty());
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0"));
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0"));
     expectReleased();
 }
 
@@ -252,7 +252,7 @@ TEST_P(SupersededStep, afterItsLastFanEndsAsIfNothingHadHappened) {
     (void)step({{0, rpm(3000)}});
     supersedeAt("F0Tg", 3000);
     EXPECT_THAT(step({{0, rpm(3000)}}), IsEmpty());
-    EXPECT_THAT(bench.writes,
+    EXPECT_THAT(harness.writes,
                 ElementsAre("Ftst=1", "F0Md=1", "F0Tg=3000", "Ftst=1", "F0Md=0", "Ftst=0"));
     expectReleased();
 }

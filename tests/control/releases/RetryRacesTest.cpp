@@ -1,6 +1,6 @@
 // What a retry does when, while it sleeps or waits for the SMC, something else has changed what
 // there is to give back.
-#include "HoldBench.h"
+#include "HoldHarness.h"
 
 namespace airflow::control {
 namespace {
@@ -17,40 +17,40 @@ Texts timesWritten(const Texts& writes, const std::string& write) {
 /// The retry knows of fan 0 only when it wakes. Without its going on, fan 1, which only the release
 /// failed to give back, would stay forced with nobody trying.
 TEST(RetryRaces, aRetryThatWakesDuringAReleaseLeavesItAloneAndGoesOnForWhatThatLeavesForced) {
-    ControllerBench bench(steadyMachine(), withoutJitter);
-    (void)bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
-    const auto start = bench.system.elapsed();
-    bench.mac().smc().add(refusal("F0Md", 0, refused, {}, start + 1s));
-    (void)bench.run(bench.controller().applyPlan(planOf({{1, rpm(4000)}})));
+    ControllerHarness harness(steadyMachine(), withoutJitter);
+    (void)harness.run(harness.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
+    const auto start = harness.system.elapsed();
+    harness.mac().smc().add(refusal("F0Md", 0, refused, {}, start + 1s));
+    (void)harness.run(harness.controller().applyPlan(planOf({{1, rpm(4000)}})));
     auto refusalOfFan1 = refusal("F1Md", 0, refused, {}, start + 4s);
     refusalOfFan1.latency = 10ms;
-    bench.mac().smc().add(refusalOfFan1);
-    bench.advance(start + 1985ms - bench.system.elapsed());
-    slowDown(bench, 10ms);
-    forget(bench);
-    const auto restored = bench.start(bench.controller().restoreAuto());
-    bench.advance(100ms);
+    harness.mac().smc().add(refusalOfFan1);
+    harness.advance(start + 1985ms - harness.system.elapsed());
+    slowDown(harness, 10ms);
+    forget(harness);
+    const auto restored = harness.start(harness.controller().restoreAuto());
+    harness.advance(100ms);
     EXPECT_EQ(*restored, "failed to restore Auto: F1Md=0 rejected (SMC 0x86)");
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0", "F1Md=0 (0x86)"));
-    EXPECT_EQ(bench.state().lastError, "failed to restore Auto: F1Md=0 rejected (SMC 0x86)");
-    EXPECT_TRUE(bench.state().isHolding);
-    EXPECT_EQ(bench.mac().fan(1).mode, FanMode::forced);
-    bench.advance(4s);
-    EXPECT_EQ(bench.mac().fan(1).mode, FanMode::automatic);
-    EXPECT_FALSE(bench.state().isHolding);
-    EXPECT_EQ(bench.state().lastError, std::nullopt);
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=0", "F1Md=0 (0x86)"));
+    EXPECT_EQ(harness.state().lastError, "failed to restore Auto: F1Md=0 rejected (SMC 0x86)");
+    EXPECT_TRUE(harness.state().isHolding);
+    EXPECT_EQ(harness.mac().fan(1).mode, FanMode::forced);
+    harness.advance(4s);
+    EXPECT_EQ(harness.mac().fan(1).mode, FanMode::automatic);
+    EXPECT_FALSE(harness.state().isHolding);
+    EXPECT_EQ(harness.state().lastError, std::nullopt);
 }
 
 TEST(RetryRaces, withNothingLeftARetryThatSucceedsEndsAndSaysSo) {
-    ControllerBench bench(steadyMachine(), withoutJitter);
-    (void)bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
-    bench.mac().smc().add(refusal("F0Md", 0, refused, {}, bench.system.elapsed() + 1s));
-    (void)bench.run(bench.controller().applyPlan(planOf({{1, rpm(4000)}})));
-    EXPECT_NE(bench.system.runtime.pending().find("release retry"), std::string::npos);
-    bench.advance(2100ms);
-    EXPECT_EQ(bench.system.runtime.pending().find("release retry"), std::string::npos);
-    EXPECT_EQ(bench.state().lastError, std::nullopt);
-    EXPECT_TRUE(bench.state().isHolding);
+    ControllerHarness harness(steadyMachine(), withoutJitter);
+    (void)harness.run(harness.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
+    harness.mac().smc().add(refusal("F0Md", 0, refused, {}, harness.system.elapsed() + 1s));
+    (void)harness.run(harness.controller().applyPlan(planOf({{1, rpm(4000)}})));
+    EXPECT_NE(harness.system.runtime.pending().find("release retry"), std::string::npos);
+    harness.advance(2100ms);
+    EXPECT_EQ(harness.system.runtime.pending().find("release retry"), std::string::npos);
+    EXPECT_EQ(harness.state().lastError, std::nullopt);
+    EXPECT_TRUE(harness.state().isHolding);
 }
 
 /// A retry that wakes to a newer plan would otherwise end the hold that the plan has just begun.
@@ -58,40 +58,40 @@ class SupersededRetry : public testing::TestWithParam<std::uint64_t> {
 protected:
     /// A retry sleeps because `refusal` was in the way of a release; then a plan holds fan 0.
     void supersede(const Fault& refusal) {
-        (void)bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}})));
-        bench.mac().smc().add(refusal);
-        (void)bench.run(bench.controller().automatic());
-        forget(bench);
-        EXPECT_EQ(bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}}))),
+        (void)harness.run(harness.controller().applyPlan(planOf({{0, rpm(3000)}})));
+        harness.mac().smc().add(refusal);
+        (void)harness.run(harness.controller().automatic());
+        forget(harness);
+        EXPECT_EQ(harness.run(harness.controller().applyPlan(planOf({{0, rpm(3000)}}))),
                   ControlResult::applied());
-        bench.settle();
+        harness.settle();
     }
     void expectHeldByTheLoop() {
-        forget(bench);
-        bench.advance(1600ms);
-        EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=1", "F0Tg=3000"));
-        EXPECT_EQ(bench.mac().fan(0).mode, FanMode::forced);
-        EXPECT_EQ(bench.system.runtime.pending().find("release retry"), std::string::npos);
+        forget(harness);
+        harness.advance(1600ms);
+        EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=1", "F0Tg=3000"));
+        EXPECT_EQ(harness.mac().fan(0).mode, FanMode::forced);
+        EXPECT_EQ(harness.system.runtime.pending().find("release retry"), std::string::npos);
     }
 
-    ControllerBench bench{steadyMachine(1), {.seed = GetParam(), .jitter = 0}};
+    ControllerHarness harness{steadyMachine(1), {.seed = GetParam(), .jitter = 0}};
 };
 
 TEST_P(SupersededRetry, ofTheWholeWritesNothing) {
     supersede(refusal("Ftst", 0, refused));
-    EXPECT_THAT(timesWritten(bench.writes, "F0Md=0"), IsEmpty());
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=1", "Ftst=1", "F0Md=1", "F0Tg=3000"));
+    EXPECT_THAT(timesWritten(harness.writes, "F0Md=0"), IsEmpty());
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=1", "Ftst=1", "F0Md=1", "F0Tg=3000"));
     expectHeldByTheLoop();
 }
 
 TEST_P(SupersededRetry, ofPendingFansWritesNothing) {
     supersede(refusal("F0Md", 0, refused));
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "Ftst=1", "F0Md=1", "F0Tg=3000"));
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "Ftst=1", "F0Md=1", "F0Tg=3000"));
     expectHeldByTheLoop();
 }
 
 TEST_P(SupersededRetry, ofAFanThatStaysPendingLeavesItToTheNewOne) {
-    ControllerBench two(steadyMachine(), {.seed = GetParam(), .jitter = 0});
+    ControllerHarness two(steadyMachine(), {.seed = GetParam(), .jitter = 0});
     (void)two.run(two.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
     two.mac().smc().add(refusal("F0Md", 0, refused));
     (void)two.run(two.controller().applyPlan(planOf({{1, rpm(4000)}})));
@@ -105,20 +105,20 @@ TEST_P(SupersededRetry, ofAFanThatStaysPendingLeavesItToTheNewOne) {
 INSTANTIATE_TEST_SUITE_P(Seeds, SupersededRetry, testing::Values(0U, 1U, 2U, 3U, 4U));
 
 TEST(RetryRaces, aPlanOfAProcessThatIsNotRootLeavesTheRetryAlone) {
-    ControllerBench bench(steadyMachine(1), withoutJitter);
-    (void)bench.run(bench.controller().setManual(0, 3000));
-    const auto start = bench.system.elapsed();
-    bench.mac().smc().add(refusal("F0Md", 0, refused, {}, start + 3s));
-    (void)bench.run(bench.controller().automatic());
-    bench.system.effectiveUserID = 501;
-    forget(bench);
-    EXPECT_EQ(bench.run(bench.controller().setManual(0, 4000)), ControlResult::notPrivileged());
-    EXPECT_THAT(bench.writes, IsEmpty());
-    bench.advance(5s);
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0 (0x86)", "Ftst=1", "F0Md=0"));
-    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
-    EXPECT_EQ(bench.state().lastError, std::nullopt);
-    EXPECT_EQ(bench.system.runtime.pending().find("release retry"), std::string::npos);
+    ControllerHarness harness(steadyMachine(1), withoutJitter);
+    (void)harness.run(harness.controller().setManual(0, 3000));
+    const auto start = harness.system.elapsed();
+    harness.mac().smc().add(refusal("F0Md", 0, refused, {}, start + 3s));
+    (void)harness.run(harness.controller().automatic());
+    harness.system.effectiveUserID = 501;
+    forget(harness);
+    EXPECT_EQ(harness.run(harness.controller().setManual(0, 4000)), ControlResult::notPrivileged());
+    EXPECT_THAT(harness.writes, IsEmpty());
+    harness.advance(5s);
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=0 (0x86)", "Ftst=1", "F0Md=0"));
+    EXPECT_EQ(harness.mac().fan(0).mode, FanMode::automatic);
+    EXPECT_EQ(harness.state().lastError, std::nullopt);
+    EXPECT_EQ(harness.system.runtime.pending().find("release retry"), std::string::npos);
 }
 
 }  // namespace

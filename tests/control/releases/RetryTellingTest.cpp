@@ -1,7 +1,7 @@
 // What a retry tells when it has given the last pending fan back: that a fan refuses is over, but
 // whatever else is shown is not the retry's to take away. A release that is under way is left
 // alone.
-#include "HoldBench.h"
+#include "HoldHarness.h"
 
 namespace airflow::control {
 namespace {
@@ -12,22 +12,22 @@ const std::string forceTestStays =
 
 class RetryTelling : public testing::Test {
 protected:
-    void advanceTo(concurrency::Duration time) { bench.advance(time - bench.system.elapsed()); }
+    void advanceTo(concurrency::Duration time) { harness.advance(time - harness.system.elapsed()); }
     /// Fan 0, which a plan has dropped at this time, refuses to go back until another, and is
     /// asked again two seconds after the plan.
     void dropFan0(concurrency::Duration time, concurrency::Duration until) {
-        (void)bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
-        bench.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, until));
+        (void)harness.run(harness.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
+        harness.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, until));
         advanceTo(time);
-        (void)bench.run(bench.controller().applyPlan(planOf({{1, rpm(4000)}})));
+        (void)harness.run(harness.controller().applyPlan(planOf({{1, rpm(4000)}})));
     }
     /// Each write takes 10 ms from now on.
-    void slowDownWrites() { bench.mac().smc().add(Fault{.latency = 10ms}); }
+    void slowDownWrites() { harness.mac().smc().add(Fault{.latency = 10ms}); }
     [[nodiscard]] bool isRetrying() const {
-        return bench.system.runtime.pending().find("release retry") != std::string::npos;
+        return harness.system.runtime.pending().find("release retry") != std::string::npos;
     }
 
-    ControllerBench bench{steadyMachine(), withoutJitter};
+    ControllerHarness harness{steadyMachine(), withoutJitter};
 };
 
 /// The retry wakes while the release asks for the fans. It goes on for the sake of force-test.
@@ -36,20 +36,20 @@ TEST_F(RetryTelling, aRefusalOfForceTestThatARestoreToldMeanwhileIsShownUntilItI
     advanceTo(2975ms);
     auto forceTest = refusal("Ftst", 0, 0x86, 0s, 6s);
     forceTest.latency = 10ms;
-    bench.mac().smc().add(forceTest);
+    harness.mac().smc().add(forceTest);
     slowDownWrites();
-    forget(bench);
-    const auto restored = bench.start(bench.controller().restoreAuto());
-    bench.advance(100ms);
+    forget(harness);
+    const auto restored = harness.start(harness.controller().restoreAuto());
+    harness.advance(100ms);
     EXPECT_EQ(*restored, "failed to restore Auto: Ftst=0 rejected (SMC 0x86)");
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0 (0x86)"));
-    EXPECT_THAT(told(bench.published), ElementsAre(forceTestStays));
-    forget(bench);
-    bench.advance(60s);
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0 (0x86)",  //
-                                          "Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0"));
-    EXPECT_THAT(told(bench.published), ElementsAre(forceTestStays, "not holding"));
-    EXPECT_FALSE(bench.mac().forceTest());
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0 (0x86)"));
+    EXPECT_THAT(told(harness.published), ElementsAre(forceTestStays));
+    forget(harness);
+    harness.advance(60s);
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0 (0x86)",  //
+                                            "Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0"));
+    EXPECT_THAT(told(harness.published), ElementsAre(forceTestStays, "not holding"));
+    EXPECT_FALSE(harness.mac().forceTest());
     EXPECT_FALSE(isRetrying());
 }
 
@@ -57,130 +57,132 @@ TEST_F(RetryTelling, aRefusalOfForceTestThatARestoreToldMeanwhileIsShownUntilItI
 TEST_F(RetryTelling, theReasonOfASafetyReleaseDuringWhichTheRetryWakesIsShown) {
     dropFan0(1185ms, 2s);
     advanceTo(3s);
-    bench.system.runtime.jumpDate(concurrency::Seconds(100));
+    harness.system.runtime.jumpDate(concurrency::Seconds(100));
     slowDownWrites();
-    forget(bench);
-    bench.advance(300ms);
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0"));
+    forget(harness);
+    harness.advance(300ms);
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0"));
     EXPECT_THAT(
-        told(bench.published),
+        told(harness.published),
         ElementsAre("not holding", "not holding: no heartbeat for >15s — released to Auto"));
 }
 
 /// The retry wakes at 2 s for the sake of force-test, and finds everything given back.
 TEST_F(RetryTelling, theReasonOfASafetyReleaseWhileTheRetrySleepsIsShown) {
-    (void)bench.run(bench.controller().setManual(0, 3000));
-    bench.mac().smc().add(refusal("Ftst", 0, 0x86, 0s, 1s));
-    (void)bench.run(bench.controller().automatic());
-    EXPECT_EQ(told(bench.published).back(), forceTestStays);
+    (void)harness.run(harness.controller().setManual(0, 3000));
+    harness.mac().smc().add(refusal("Ftst", 0, 0x86, 0s, 1s));
+    (void)harness.run(harness.controller().automatic());
+    EXPECT_EQ(told(harness.published).back(), forceTestStays);
     advanceTo(1500ms);
-    bench.run(bench.controller().releaseForSafety(HeartbeatLost{}));
-    forget(bench);
-    bench.advance(60s);
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0", "Ftst=0"));
-    EXPECT_THAT(told(bench.published),
+    harness.run(harness.controller().releaseForSafety(HeartbeatLost{}));
+    forget(harness);
+    harness.advance(60s);
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=0", "Ftst=0"));
+    EXPECT_THAT(told(harness.published),
                 ElementsAre("not holding: no heartbeat for >15s — released to Auto"));
     EXPECT_FALSE(isRetrying());
 }
 
 /// The retry wakes at 3.3 s, between the end of the plan and the next tick. Nothing is held then.
 TEST_F(RetryTelling, thatAPlanCouldNotClaimAFanGoesOnBeingShownUntilTheNextTick) {
-    (void)bench.run(bench.controller().setManual(0, 3000));
-    bench.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 2500ms));
-    bench.mac().smc().add(refusal("F1Md", 1));
+    (void)harness.run(harness.controller().setManual(0, 3000));
+    harness.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 2500ms));
+    harness.mac().smc().add(refusal("F1Md", 1));
     advanceTo(1300ms);
-    forget(bench);
-    EXPECT_EQ(bench.run(bench.controller().applyPlan(planOf({{1, rpm(4000)}}))),
+    forget(harness);
+    EXPECT_EQ(harness.run(harness.controller().applyPlan(planOf({{1, rpm(4000)}}))),
               ControlResult::rejected(134));
-    EXPECT_THAT(told(bench.published),
+    EXPECT_THAT(told(harness.published),
                 ElementsAre(fan0Refuses, "holding", "holding: applyPlan: rejected(code: 134)"));
-    forget(bench);
+    forget(harness);
     advanceTo(3400ms);
-    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
+    EXPECT_EQ(harness.mac().fan(0).mode, FanMode::automatic);
     EXPECT_FALSE(isRetrying());
-    EXPECT_THAT(told(bench.published), ElementsAre("not holding: applyPlan: rejected(code: 134)"));
+    EXPECT_THAT(told(harness.published),
+                ElementsAre("not holding: applyPlan: rejected(code: 134)"));
     advanceTo(4500ms);
-    EXPECT_EQ(told(bench.published).back(), "not holding");
+    EXPECT_EQ(told(harness.published).back(), "not holding");
 }
 
 /// The tick at 3.08 s finds fan 1 taken back, and its "not holding" is for that tick, whatever is
 /// claimed. The retry wakes at 3.3 s.
 TEST_F(RetryTelling, thatTheFirmwareTookAFanBackGoesOnBeingShownUntilTheNextTick) {
     dropFan0(1300ms, 2500ms);
-    bench.mac().smc().add(misreading("F1Md", 3, 3s, 4s));
+    harness.mac().smc().add(misreading("F1Md", 3, 3s, 4s));
     advanceTo(3s);
-    forget(bench);
+    forget(harness);
     advanceTo(3400ms);
     EXPECT_FALSE(isRetrying());
     const std::string fan1Reverted = "not holding: reclaimed: fan(s) [1] reverted to mode 3";
-    EXPECT_THAT(told(bench.published), ElementsAre(fan1Reverted, fan1Reverted));
+    EXPECT_THAT(told(harness.published), ElementsAre(fan1Reverted, fan1Reverted));
     advanceTo(5s);
-    EXPECT_EQ(told(bench.published).back(), "holding");
+    EXPECT_EQ(told(harness.published).back(), "holding");
 }
 
 /// A plan that manages nothing has its loop end with the last fan, and that loop tells no more.
 TEST_F(RetryTelling, thatTheLastFanIsHeldIsTakenBackThoughAnotherFailureIsShown) {
-    (void)bench.run(bench.controller().setManual(0, 3000));
-    bench.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 2500ms));
+    (void)harness.run(harness.controller().setManual(0, 3000));
+    harness.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 2500ms));
     advanceTo(1300ms);
-    (void)bench.run(bench.controller().applyPlan({}));
+    (void)harness.run(harness.controller().applyPlan({}));
     advanceTo(3s);
-    forget(bench);
-    bench.mac().setHIDTemperature(steadyLabel, 1000);  // not plausible
+    forget(harness);
+    harness.mac().setHIDTemperature(steadyLabel, 1000);  // not plausible
     advanceTo(3250ms);
-    EXPECT_THAT(told(bench.published), ElementsAre("holding: temperature data unavailable (1/2)"));
-    forget(bench);
-    bench.advance(60s);
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0"));
-    EXPECT_THAT(told(bench.published),
+    EXPECT_THAT(told(harness.published),
+                ElementsAre("holding: temperature data unavailable (1/2)"));
+    forget(harness);
+    harness.advance(60s);
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=0"));
+    EXPECT_THAT(told(harness.published),
                 ElementsAre("not holding: temperature data unavailable (1/2)"));
 }
 
 TEST_F(RetryTelling, thatAFanRefusesIsTakenBackOnceItWentBack) {
-    (void)bench.run(bench.controller().setManual(0, 3000));
-    bench.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 1s));
-    (void)bench.run(bench.controller().automatic());
-    EXPECT_EQ(told(bench.published).back(), fan0Refuses);
-    forget(bench);
-    bench.advance(3s);
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0"));
-    EXPECT_THAT(told(bench.published), ElementsAre("not holding"));
+    (void)harness.run(harness.controller().setManual(0, 3000));
+    harness.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 1s));
+    (void)harness.run(harness.controller().automatic());
+    EXPECT_EQ(told(harness.published).back(), fan0Refuses);
+    forget(harness);
+    harness.advance(3s);
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=0"));
+    EXPECT_THAT(told(harness.published), ElementsAre("not holding"));
 }
 
 /// Fan 0 goes back at 2 s, and fan 1 at 6 s.
 TEST_F(RetryTelling, aFanThatWentBackIsShownNoLongerThoughAnotherOneRefuses) {
-    (void)bench.run(bench.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
-    bench.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 1s));
-    bench.mac().smc().add(refusal("F1Md", 0, 0x86, 0s, 5s));
-    (void)bench.run(bench.controller().automatic());
+    (void)harness.run(harness.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(4000)}})));
+    harness.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 1s));
+    harness.mac().smc().add(refusal("F1Md", 0, 0x86, 0s, 5s));
+    (void)harness.run(harness.controller().automatic());
     advanceTo(3s);
-    EXPECT_EQ(bench.mac().fan(0).mode, FanMode::automatic);
-    EXPECT_THAT(bench.state().perFanMode, ElementsAre(testing::Key(1)));
-    EXPECT_THAT(bench.state().targets, ElementsAre(testing::Pair(1, 4000)));
-    EXPECT_TRUE(bench.state().isHolding);
+    EXPECT_EQ(harness.mac().fan(0).mode, FanMode::automatic);
+    EXPECT_THAT(harness.state().perFanMode, ElementsAre(testing::Key(1)));
+    EXPECT_THAT(harness.state().targets, ElementsAre(testing::Pair(1, 4000)));
+    EXPECT_TRUE(harness.state().isHolding);
     advanceTo(7s);
-    EXPECT_EQ(bench.state(), ControlState::idle());
+    EXPECT_EQ(harness.state(), ControlState::idle());
 }
 
 /// The retry wakes while the restore asks for the same fan, and has its way two seconds later.
 TEST_F(RetryTelling, whatARestoreToldOfTheFanMeanwhileIsTakenBackOnceTheFanWentBack) {
     dropFan0(1s, 3s);
     advanceTo(2975ms);
-    bench.mac().smc().removeFaults();
+    harness.mac().smc().removeFaults();
     auto fan0 = refusal("F0Md", 0, 0x86, 0s, 3s);
     fan0.latency = 10ms;
-    bench.mac().smc().add(fan0);
+    harness.mac().smc().add(fan0);
     slowDownWrites();
-    forget(bench);
-    const auto restored = bench.start(bench.controller().restoreAuto());
-    bench.advance(100ms);
+    forget(harness);
+    const auto restored = harness.start(harness.controller().restoreAuto());
+    harness.advance(100ms);
     EXPECT_EQ(*restored, "failed to restore Auto: F0Md=0 rejected (SMC 0x86)");
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0 (0x86)", "F1Md=0"));
-    EXPECT_THAT(told(bench.published), ElementsAre(fan0Refuses));
-    forget(bench);
-    bench.advance(2s);
-    EXPECT_THAT(bench.writes, ElementsAre("Ftst=1", "F0Md=0"));
-    EXPECT_THAT(told(bench.published), ElementsAre("not holding"));
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=0 (0x86)", "F1Md=0"));
+    EXPECT_THAT(told(harness.published), ElementsAre(fan0Refuses));
+    forget(harness);
+    harness.advance(2s);
+    EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=0"));
+    EXPECT_THAT(told(harness.published), ElementsAre("not holding"));
     EXPECT_FALSE(isRetrying());
 }
 

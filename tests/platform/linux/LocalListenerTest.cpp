@@ -274,13 +274,13 @@ TEST(LocalListener, clientsThatComeBeforeItListensAreServedThen) {
 }
 
 TEST(LocalListener, aStrangersCommandsAreNotCarriedOutAndItsEndRestoresAuto) {
-    bool isStranger = false;
-    ServedDaemon served([&isStranger](const Peer&) { return !isStranger; });
+    bool isUntrusted = false;
+    ServedDaemon served([&isUntrusted](const Peer&) { return !isUntrusted; });
     served.start();
     LineClient known(served.path);
     EXPECT_EQ(known.ask(R"({"id":1,"method":"setManualRPM","fan":0,"rpm":3000})"),
               "{\"id\":1,\"code\":0}\n");
-    isStranger = true;
+    isUntrusted = true;
     LineClient stranger(served.path);
     (void)stranger.send("{\"id\":1,\"method\":\"setManualRPM\",\"fan\":1,\"rpm\":3000}\n");
     EXPECT_EQ(stranger.receive(),

@@ -233,7 +233,7 @@ TEST_P(HIDLeaks, aSensorReaderGivesEverythingBack) {
     SimulatedMac mac(GetParam(), [&runtime] { return runtime.now().time_since_epoch(); });
     smc::SMCConnection connection(runtime, mac.smc());
     sensors::SMCConnectionReading smc(connection);
-    KeptLines log;
+    RecordedLines log;
     const HIDFunctions functions(mac.hidFunctions());
     std::optional<HIDBridge> bridge(std::in_place, functions, mac.hid(), runtime);
     std::optional<sensors::SensorReader> reader(std::in_place, runtime, smc, *bridge, log);

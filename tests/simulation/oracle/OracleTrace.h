@@ -108,8 +108,8 @@ protected:
     void lie(Duration at, std::size_t fan = 0) { write(at, upperModeKey(fan), 0); }
 
     // Clients
-    void connect(Duration at, const std::string& client = onlyClient, bool isStranger = false) {
-        if (connected.insert(client).second) oracle().connected(at, client, isStranger);
+    void connect(Duration at, const std::string& client = onlyClient, bool isUntrusted = false) {
+        if (connected.insert(client).second) oracle().connected(at, client, isUntrusted);
     }
     /// A client that is not connected connects first.
     std::uint64_t call(Duration at, Call call) {

@@ -52,8 +52,8 @@ public:
     void listening(Duration time) override { oracle.listening(time); }
     void exitBegan(Duration time) override { oracle.exitBegan(time); }
     void ended(const ProcessEnd& end) override { oracle.ended(end); }
-    void connected(Duration time, std::string_view client, bool isStranger) override {
-        oracle.connected(time, client, isStranger);
+    void connected(Duration time, std::string_view client, bool isUntrusted) override {
+        oracle.connected(time, client, isUntrusted);
     }
     void disconnected(Duration time, std::string_view client) override {
         oracle.disconnected(time, client);

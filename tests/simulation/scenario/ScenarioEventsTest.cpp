@@ -84,10 +84,10 @@ TEST(ScenarioEvents, aClientConnectsAndDisconnects) {
     EXPECT_EQ(opened.at, 1500ms);
     EXPECT_EQ(opened.kind, ConnectionChange::Kind::connect);
     EXPECT_EQ(opened.client, "b");
-    EXPECT_FALSE(opened.isStranger);
-    EXPECT_TRUE(eventOf<ConnectionChange>(R"({"at":1,"connect":"b","stranger":true})").isStranger);
+    EXPECT_FALSE(opened.isUntrusted);
+    EXPECT_TRUE(eventOf<ConnectionChange>(R"({"at":1,"connect":"b","stranger":true})").isUntrusted);
     EXPECT_FALSE(
-        eventOf<ConnectionChange>(R"({"at":1,"connect":"b","stranger":false})").isStranger);
+        eventOf<ConnectionChange>(R"({"at":1,"connect":"b","stranger":false})").isUntrusted);
     const auto ended = eventOf<ConnectionChange>(R"({"at":2,"disconnect":"b"})");
     EXPECT_EQ(ended.kind, ConnectionChange::Kind::disconnect);
     EXPECT_EQ(ended.client, "b");

@@ -1,4 +1,4 @@
-// FanWatchBench: what a watch is told, and time that passes meanwhile.
+// FanWatchHarness: what a watch is told, and time that passes meanwhile.
 #pragma once
 
 #include <gmock/gmock.h>

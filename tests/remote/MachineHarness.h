@@ -46,8 +46,8 @@ bool eventually(Condition holds) {
     return true;
 }
 
-struct MachineBench {
-    explicit MachineBench(const std::string& preset = "laptop")
+struct MachineHarness {
+    explicit MachineHarness(const std::string& preset = "laptop")
         : mac(*simulation::machinePreset(preset), [this] { return now; }),
           served{.smc = mac.smc(),
                  .hid = mac.hidFunctions(),

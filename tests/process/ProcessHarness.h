@@ -1,5 +1,5 @@
-// ProcessBench: a machine, a daemon and clients, each at its own end of a real socket, in a folder
-// of their own. The truth about the fans is asked of the machine.
+// ProcessHarness: a machine, a daemon and clients, each at its own end of a real socket, in a
+// folder of their own. The truth about the fans is asked of the machine.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -50,7 +50,7 @@ private:
     std::string received;
 };
 
-class ProcessBench : public testing::Test {
+class ProcessHarness : public testing::Test {
 protected:
     /// Returns when it can be reached.
     void startMachine(const std::string& preset = "laptop");

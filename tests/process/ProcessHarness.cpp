@@ -1,4 +1,4 @@
-#include "ProcessBench.h"
+#include "ProcessHarness.h"
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -46,25 +46,25 @@ std::string RawClient::ask(const std::string& message) {
     return receive().value_or("no answer");
 }
 
-void ProcessBench::startMachine(const std::string& preset) {
+void ProcessHarness::startMachine(const std::string& preset) {
     machine = std::make_unique<Child>(std::vector<std::string>{
         "machine", "--machine", preset, "--machine-socket", machineSocket()});
     ASSERT_TRUE(machine->out.readLine());
 }
 
-void ProcessBench::spawnHelper(const std::vector<std::string>& options, StandardError error) {
+void ProcessHarness::spawnHelper(const std::vector<std::string>& options, StandardError error) {
     std::vector<std::string> words{"helper", "--machine-socket", machineSocket(), "--helper-socket",
                                    helperSocket()};
     words.insert(words.end(), options.begin(), options.end());
     helper = std::make_unique<Child>(std::move(words), error);
 }
 
-void ProcessBench::startHelper(const std::vector<std::string>& options) {
+void ProcessHarness::startHelper(const std::vector<std::string>& options) {
     spawnHelper(options);
     ASSERT_EQ(helper->err.readLine(), listening);
 }
 
-tool::ToolRun ProcessBench::askMachine(std::vector<std::string> words) const {
+tool::ToolRun ProcessHarness::askMachine(std::vector<std::string> words) const {
     words.insert(words.begin(), "machine");
     words.insert(words.end(), {"--machine-socket", machineSocket()});
     auto run = tool::runTool(std::move(words));
@@ -72,7 +72,7 @@ tool::ToolRun ProcessBench::askMachine(std::vector<std::string> words) const {
     return run;
 }
 
-remote::MachineStatus ProcessBench::status() const {
+remote::MachineStatus ProcessHarness::status() const {
     const auto run = askMachine({"status", "--format", "json"});
     const auto decoded =
         json::decode<remote::MachineStatus>(run.out.substr(0, run.out.find_last_not_of('\n') + 1));
@@ -80,27 +80,27 @@ remote::MachineStatus ProcessBench::status() const {
     return decoded.value_or(remote::MachineStatus{});
 }
 
-std::vector<std::int64_t> ProcessBench::modes() const {
+std::vector<std::int64_t> ProcessHarness::modes() const {
     std::vector<std::int64_t> modes;
     for (const auto& fan : status().fans) modes.push_back(fan.mode);
     return modes;
 }
 
-std::int64_t ProcessBench::writesOf(const std::string& key) const {
+std::int64_t ProcessHarness::writesOf(const std::string& key) const {
     const auto writes = status().writes;
     const auto found = writes.find(key);
     return found == writes.end() ? 0 : found->second;
 }
 
-void ProcessBench::lay(const std::string& fault) const {
+void ProcessHarness::lay(const std::string& fault) const {
     (void)askMachine({"fault", fault});
 }
 
-void ProcessBench::clearFaults() const {
+void ProcessHarness::clearFaults() const {
     (void)askMachine({"clear"});
 }
 
-bool ProcessBench::eventually(const std::function<bool()>& claim) {
+bool ProcessHarness::eventually(const std::function<bool()>& claim) {
     const auto limit = std::chrono::steady_clock::now() + 5s;
     while (!claim()) {
         if (std::chrono::steady_clock::now() > limit) return false;

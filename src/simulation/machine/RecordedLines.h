@@ -1,4 +1,4 @@
-// KeptLines: a standard error that a test can read.
+// RecordedLines: a standard error that a test can read.
 #pragma once
 
 #include <functional>
@@ -11,7 +11,7 @@
 namespace airflow::simulation {
 
 /// Keeps the lines that are written to it, and tells a listener, if there is one.
-class KeptLines final : public sensors::LogSink {
+class RecordedLines final : public sensors::LogSink {
 public:
     void write(std::string_view line) override {
         lines.emplace_back(line);

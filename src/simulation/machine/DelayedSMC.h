@@ -1,4 +1,4 @@
-// LatentSMC: gives the answers of the simulated SMC the time they take.
+// DelayedSMC: gives the answers of the simulated SMC the time they take.
 #pragma once
 
 #include "concurrency/Actor.h"
@@ -14,12 +14,12 @@ namespace airflow::simulation {
 /// takes long blocks the connection's thread on a Mac; here it blocks that executor, so whoever
 /// comes next is not even asked before the answer is there. What a request does to the machine is
 /// done at its beginning.
-class LatentSMC final : public concurrency::Actor,
-                        public smc::SMCWriting,
-                        public sensors::SMCReading {
+class DelayedSMC final : public concurrency::Actor,
+                         public smc::SMCWriting,
+                         public sensors::SMCReading {
 public:
-    LatentSMC(concurrency::Runtime& runtime, smc::SMCConnection& connection,
-              SimulatedSMC& simulated);
+    DelayedSMC(concurrency::Runtime& runtime, smc::SMCConnection& connection,
+               SimulatedSMC& simulated);
 
     concurrency::Task<WriteResult> writeUInt8(std::string key, std::uint8_t value) override;
     concurrency::Task<WriteResult> writeFloat(std::string key, double value) override;

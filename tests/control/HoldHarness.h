@@ -1,4 +1,4 @@
-// HoldBench: plans in one line each, requests in order, and operations that arrive at the worst
+// HoldHarness: plans in one line each, requests in order, and operations that arrive at the worst
 // moment, for the tests of plans and of the hold loop.
 #pragma once
 
@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "ControllerBench.h"
+#include "ControllerHarness.h"
 
 namespace airflow::control {
 
@@ -90,9 +90,9 @@ inline Fault missing(const std::string& key) {
 }
 
 /// Every request takes this long.
-inline void slowDown(ControllerBench& bench, concurrency::Duration latency) {
+inline void slowDown(ControllerHarness& harness, concurrency::Duration latency) {
     for (const auto operation : {Fault::Operation::read, Fault::Operation::write}) {
-        bench.mac().smc().add(Fault{.operation = operation, .latency = latency});
+        harness.mac().smc().add(Fault{.operation = operation, .latency = latency});
     }
 }
 
@@ -108,16 +108,16 @@ inline Texts told(const std::vector<ControlState>& states) {
 }
 
 /// Forgets what reached the SMC and what was published up to now.
-inline void forget(ControllerBench& bench) {
-    bench.writes.clear();
-    bench.reads.clear();
-    bench.published.clear();
+inline void forget(ControllerHarness& harness) {
+    harness.writes.clear();
+    harness.reads.clear();
+    harness.published.clear();
 }
 
 /// Calls `action` with every read and write of a value that reaches the SMC from now on.
-inline void watch(ControllerBench& bench,
+inline void watch(ControllerHarness& harness,
                   std::function<void(const simulation::SMCAccess&)> action) {
-    auto& observer = bench.mac().smc().observer;
+    auto& observer = harness.mac().smc().observer;
     observer = [before = observer,
                 action = std::move(action)](const simulation::SMCAccess& access) {
         before(access);
@@ -129,9 +129,9 @@ inline void watch(ControllerBench& bench,
 }
 
 /// Reads and writes in their one order, from now on: "F0Md" and "F0Md=1".
-inline std::shared_ptr<Texts> watchRequests(ControllerBench& bench) {
+inline std::shared_ptr<Texts> watchRequests(ControllerHarness& harness) {
     const auto requests = std::make_shared<Texts>();
-    watch(bench, [requests](const simulation::SMCAccess& access) {
+    watch(harness, [requests](const simulation::SMCAccess& access) {
         const bool isWrite = access.operation == Fault::Operation::write;
         requests->push_back(isWrite ? fmt::format("{}={}", access.key, access.value) : access.key);
     });
@@ -139,28 +139,28 @@ inline std::shared_ptr<Texts> watchRequests(ControllerBench& bench) {
 }
 
 /// Calls `arrive` once, while the SMC has the `count`-th request from now on in hand.
-inline void atRequest(ControllerBench& bench, std::size_t count, std::function<void()> arrive) {
+inline void atRequest(ControllerHarness& harness, std::size_t count, std::function<void()> arrive) {
     const auto left = std::make_shared<std::size_t>(count);
-    watch(bench, [left, arrive = std::move(arrive)](const simulation::SMCAccess&) {
+    watch(harness, [left, arrive = std::move(arrive)](const simulation::SMCAccess&) {
         if (*left > 0 && --*left == 0) arrive();
     });
 }
 
 /// The same, counting only writes of this value to this key.
-inline void atWrite(ControllerBench& bench, const std::string& key, double value, std::size_t count,
-                    std::function<void()> arrive) {
+inline void atWrite(ControllerHarness& harness, const std::string& key, double value,
+                    std::size_t count, std::function<void()> arrive) {
     const auto left = std::make_shared<std::size_t>(count);
-    watch(bench, [=](const simulation::SMCAccess& access) {
+    watch(harness, [=](const simulation::SMCAccess& access) {
         const bool fits = access.operation == Fault::Operation::write && access.key == key &&
                           access.value == value;
         if (fits && *left > 0 && --*left == 0) arrive();
     });
 }
 
-/// Puts a controller of another type, made with the bench's parts, in place of the bench's own.
+/// Puts a controller of another type, made with the harness's parts, in place of its own.
 template <typename Controller>
-std::shared_ptr<Controller> install(ControllerBench& bench) {
-    auto& system = bench.system;
+std::shared_ptr<Controller> install(ControllerHarness& harness) {
+    auto& system = harness.system;
     auto controller = std::make_shared<Controller>(system.runtime, system.smc, system.sensors,
                                                    [&system] { return system.effectiveUserID; });
     system.controller = controller;

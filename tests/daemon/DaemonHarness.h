@@ -1,4 +1,4 @@
-// DaemonBench: a machine with a daemon on it, and a journal of what becomes of both.
+// DaemonHarness: a machine with a daemon on it, and a journal of what becomes of both.
 #pragma once
 
 #include <fmt/format.h>
@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "simulation/daemon/SimulatedDaemon.h"
-#include "simulation/machine/KeptLines.h"
+#include "simulation/machine/RecordedLines.h"
 #include "simulation/machine/SimulatedMac.h"
 
 namespace airflow::daemon {
@@ -31,12 +31,12 @@ inline constexpr const char* processExit =
 inline constexpr const char* sigtermLine = "[com.brisquell.helper] SIGTERM: restoring Auto...\n";
 inline constexpr const char* sigintLine = "[com.brisquell.helper] SIGINT: restoring Auto...\n";
 
-class DaemonBench {
+class DaemonHarness {
 public:
     using Connection = std::shared_ptr<simulation::SimulatedConnection>;
 
-    explicit DaemonBench(std::uint64_t seed = 0, const std::string& machine = "laptop",
-                         std::uint32_t userID = 0)
+    explicit DaemonHarness(std::uint64_t seed = 0, const std::string& machine = "laptop",
+                           std::uint32_t userID = 0)
         : mac(*simulation::machinePreset(machine), [this] { return now(); }, {.jitter = 0}) {
         mac.smc().observer = [this](const simulation::SMCAccess& access) { note(access); };
         standardError.listener = [this](std::string_view line) {
@@ -44,8 +44,8 @@ public:
         };
         newProcess(seed, userID);
     }
-    DaemonBench(const DaemonBench&) = delete;
-    DaemonBench& operator=(const DaemonBench&) = delete;
+    DaemonHarness(const DaemonHarness&) = delete;
+    DaemonHarness& operator=(const DaemonHarness&) = delete;
 
     [[nodiscard]] Duration now() const {
         return daemon ? daemon->runtime.now().time_since_epoch() : machineTime;
@@ -101,7 +101,7 @@ public:
     }
 
     std::vector<std::string> journal;  ///< reads and writes of the SMC, and lines of the log
-    simulation::KeptLines standardError;
+    simulation::RecordedLines standardError;
     simulation::SimulatedMac mac;
     std::unique_ptr<simulation::SimulatedDaemon> daemon;
 

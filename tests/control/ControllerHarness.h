@@ -1,4 +1,4 @@
-// ControllerBench: the real controller over a simulated Mac, in virtual time.
+// ControllerHarness: the real controller over a simulated Mac, in virtual time.
 //
 // The truth is asked of `mac`. What reached the SMC is in `writes`, in order; what was published
 // is in `published`.
@@ -27,10 +27,10 @@ inline simulation::MachineDescription plainMachine(std::size_t fans = 2) {
     return machine;
 }
 
-class ControllerBench {
+class ControllerHarness {
 public:
-    explicit ControllerBench(simulation::MachineDescription machine = plainMachine(),
-                             simulation::SimulatedSystem::Options options = {})
+    explicit ControllerHarness(simulation::MachineDescription machine = plainMachine(),
+                               simulation::SimulatedSystem::Options options = {})
         : system(std::move(machine), options) {
         system.mac.smc().observer = [this](const simulation::SMCAccess& access) { note(access); };
         system.runtime.detach("states", collect(*this));
@@ -63,7 +63,7 @@ public:
 
 private:
     void note(const simulation::SMCAccess& access);
-    static concurrency::Task<void> collect(ControllerBench& bench);
+    static concurrency::Task<void> collect(ControllerHarness& harness);
     template <typename T>
     static concurrency::Task<void> deliver(concurrency::Task<T> task,
                                            std::shared_ptr<std::optional<T>> result) {
@@ -71,7 +71,7 @@ private:
     }
 };
 
-inline void ControllerBench::note(const simulation::SMCAccess& access) {
+inline void ControllerHarness::note(const simulation::SMCAccess& access) {
     using Operation = simulation::Fault::Operation;
     if (access.operation == Operation::read) reads.push_back(access.key);
     if (access.operation != Operation::write) return;
@@ -83,11 +83,11 @@ inline void ControllerBench::note(const simulation::SMCAccess& access) {
     writes.push_back(std::move(write));
 }
 
-inline concurrency::Task<void> ControllerBench::collect(ControllerBench& bench) {
+inline concurrency::Task<void> ControllerHarness::collect(ControllerHarness& harness) {
     for (;;) {
-        auto state = co_await bench.controller().stateStream().next();
+        auto state = co_await harness.controller().stateStream().next();
         if (!state) co_return;
-        bench.published.push_back(std::move(*state));
+        harness.published.push_back(std::move(*state));
     }
 }
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "simulation/machine/LatentSMC.h"
+#include "simulation/machine/DelayedSMC.h"
 #include "simulation/runtime/SimulatedRuntime.h"
 
 namespace airflow::simulation {
@@ -17,9 +17,9 @@ using testing::StartsWith;
 using testing::UnorderedElementsAre;
 using Operation = Fault::Operation;
 
-class LatentSMCTest : public testing::TestWithParam<std::uint64_t> {
+class DelayedSMCTest : public testing::TestWithParam<std::uint64_t> {
 protected:
-    LatentSMCTest() {
+    DelayedSMCTest() {
         for (const char* name : {"F0Md", "TC0a", "TC0b"}) {
             simulated.addNumber(
                 name, "ui8 ", [] { return 7.0; }, [](double) { return std::uint8_t{0}; });
@@ -32,22 +32,22 @@ protected:
         };
         EXPECT_TRUE(runtime.run(connection.open()));
     }
-    ~LatentSMCTest() override { runtime.abandon(); }
+    ~DelayedSMCTest() override { runtime.abandon(); }
 
     void note(const std::string& event, Duration time) {
         events.push_back(std::to_string(time / 1ms) + " ms: " + event);
     }
     void noteNow(const std::string& event) { note(event, runtime.now().time_since_epoch()); }
 
-    static Task<void> writeMode(LatentSMCTest& test) {
+    static Task<void> writeMode(DelayedSMCTest& test) {
         (void)co_await test.smc.writeUInt8("F0Md", 1);
         test.noteNow("F0Md answered");
     }
-    static Task<void> writeTarget(LatentSMCTest& test) {
+    static Task<void> writeTarget(DelayedSMCTest& test) {
         (void)co_await test.smc.writeFloat("F0Tg", 2500);
         test.noteNow("F0Tg answered");
     }
-    static Task<void> writePastIt(LatentSMCTest& test) {
+    static Task<void> writePastIt(DelayedSMCTest& test) {
         (void)co_await test.connection.writeFloat("F0Tg", 2500);
         test.noteNow("F0Tg answered");
     }
@@ -55,11 +55,11 @@ protected:
     SimulatedRuntime runtime{GetParam()};
     SimulatedSMC simulated{[this] { return runtime.now().time_since_epoch(); }};
     smc::SMCConnection connection{runtime, simulated};
-    LatentSMC smc{runtime, connection, simulated};
+    DelayedSMC smc{runtime, connection, simulated};
     std::vector<std::string> events;
 };
 
-TEST_P(LatentSMCTest, withoutFaultsNothingTakesTime) {
+TEST_P(DelayedSMCTest, withoutFaultsNothingTakesTime) {
     runtime.run(writeMode(*this));
     const auto value = runtime.run(smc.tryReadValue("F0Tg"));
     EXPECT_EQ(value, smc::SMCValue::floating(1.5));
@@ -68,13 +68,13 @@ TEST_P(LatentSMCTest, withoutFaultsNothingTakesTime) {
     EXPECT_EQ(runtime.now().time_since_epoch(), 0ms);
 }
 
-TEST_P(LatentSMCTest, aSlowAnswerComesLateButWhatItDoesIsDoneAtOnce) {
+TEST_P(DelayedSMCTest, aSlowAnswerComesLateButWhatItDoesIsDoneAtOnce) {
     simulated.add({.key = "F0Md", .operation = Operation::write, .latency = 2s});
     runtime.run(writeMode(*this));
     EXPECT_THAT(events, ElementsAre("0 ms: F0Md written", "2000 ms: F0Md answered"));
 }
 
-TEST_P(LatentSMCTest, whoComesNextIsNotServedBeforeTheAnswer) {
+TEST_P(DelayedSMCTest, whoComesNextIsNotServedBeforeTheAnswer) {
     simulated.add({.key = "F0Md", .operation = Operation::write, .latency = 2s});
     runtime.detach("mode", writeMode(*this));
     runtime.advance(1ms);
@@ -84,7 +84,7 @@ TEST_P(LatentSMCTest, whoComesNextIsNotServedBeforeTheAnswer) {
                                              "2000 ms: F0Tg written", "2000 ms: F0Tg answered"));
 }
 
-TEST_P(LatentSMCTest, whoAskedAtTheSameMomentWaitsToo) {
+TEST_P(DelayedSMCTest, whoAskedAtTheSameMomentWaitsToo) {
     simulated.add({.operation = Operation::write, .latency = 2s});
     runtime.detach("mode", writeMode(*this));
     runtime.detach("target", writeTarget(*this));
@@ -93,7 +93,7 @@ TEST_P(LatentSMCTest, whoAskedAtTheSameMomentWaitsToo) {
                                     StartsWith("2000 ms:"), StartsWith("4000 ms:")));
 }
 
-TEST_P(LatentSMCTest, theConnectionItselfIsBlockedMeanwhile) {
+TEST_P(DelayedSMCTest, theConnectionItselfIsBlockedMeanwhile) {
     simulated.add({.key = "F0Md", .operation = Operation::write, .latency = 2s});
     runtime.detach("mode", writeMode(*this));
     runtime.advance(1ms);
@@ -104,7 +104,7 @@ TEST_P(LatentSMCTest, theConnectionItselfIsBlockedMeanwhile) {
     EXPECT_EQ(events.size(), 4u);
 }
 
-TEST_P(LatentSMCTest, allRequestsOfAnOperationTakeTheirTime) {
+TEST_P(DelayedSMCTest, allRequestsOfAnOperationTakeTheirTime) {
     simulated.add({.key = "F0Tg", .operation = Operation::read, .latency = 30ms});
     simulated.add({.key = "F0Tg", .operation = Operation::information, .latency = 4ms});
     (void)runtime.run(smc.tryReadValue("F0Tg"));
@@ -114,7 +114,7 @@ TEST_P(LatentSMCTest, allRequestsOfAnOperationTakeTheirTime) {
     EXPECT_EQ(runtime.now().time_since_epoch(), 39ms);  // five keys
 }
 
-TEST_P(LatentSMCTest, aRefusalTakesTimeAsWell) {
+TEST_P(DelayedSMCTest, aRefusalTakesTimeAsWell) {
     simulated.add({.key = "F0Tg", .kernelReturn = -1, .latency = 1s});
     const auto result = runtime.run(smc.writeFloat("F0Tg", 1));
     EXPECT_EQ(result.error().description(),
@@ -122,7 +122,7 @@ TEST_P(LatentSMCTest, aRefusalTakesTimeAsWell) {
     EXPECT_EQ(runtime.now().time_since_epoch(), 1s);
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, LatentSMCTest, testing::Range(std::uint64_t{0}, std::uint64_t{8}));
+INSTANTIATE_TEST_SUITE_P(Seeds, DelayedSMCTest, testing::Range(std::uint64_t{0}, std::uint64_t{8}));
 
 }  // namespace
 }  // namespace airflow::simulation
