@@ -160,6 +160,9 @@ TEST(MalformedText, withALoneSurrogateIsRefused) {
         {R"("\uD800\u0041")", {1, 13}, inValue + high},
         {R"("\uDC00")", {1, 7}, inValue + low},
         {R"("\uDFFF\uD800")", {1, 7}, inValue + low},
+        {R"("\uD7FF\uDC00")", {1, 13}, inValue + low},
+        {R"({"\uDC00":1})", {1, 8}, inKey + low + "; expected string literal"},
+        {R"([1,"a\\\"\uDC00\x"])", {1, 15}, inValue + low},
     });
 }
 
@@ -212,6 +215,16 @@ TEST(MalformedText, withAByteOrderMarkIsRefused) {
     });
     Document document;
     EXPECT_FALSE(document.parse("\xEF\xBB").has_value());
+}
+
+TEST(MalformedText, withPartOfAByteOrderMarkIsRefusedWhereTheMarkEnds) {
+    const std::string invalid = inValue + "invalid BOM; must be 0xEF 0xBB 0xBF if given";
+    expectRefusals({
+        {"\xEF", {1, 2}, invalid},
+        {"\xEF{}", {1, 2}, invalid},
+        {"\xEF\xBB", {1, 3}, invalid},
+        {"\xEF\xBB{}", {1, 3}, invalid},
+    });
 }
 
 TEST(MalformedText, withANulByteIsRefused) {
