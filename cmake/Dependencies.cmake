@@ -2,7 +2,11 @@
 # as root, loads no library that is not the system's; and they are seen through a folder that holds
 # nothing else, so that no other header of the machine that builds can be found by mistake.
 if(NOT APPLE)
-  find_package(nlohmann_json 3.11 REQUIRED)
+  find_package(RapidJSON 1.1 REQUIRED)
+  if(NOT TARGET RapidJSON::RapidJSON)  # its package says only where the headers are
+    add_library(RapidJSON::RapidJSON INTERFACE IMPORTED)
+    target_include_directories(RapidJSON::RapidJSON INTERFACE ${RAPIDJSON_INCLUDE_DIRS})
+  endif()
   find_package(CLI11 2.1 REQUIRED)
   find_package(fmt 9 REQUIRED)
   if(AIRFLOW_LIBCXX)
@@ -24,7 +28,7 @@ function(airflow_headers target folder header)
   add_library(${target} INTERFACE IMPORTED GLOBAL)
   target_include_directories(${target} INTERFACE "${headers}")
 endfunction()
-airflow_headers(nlohmann_json::nlohmann_json nlohmann json.hpp)
+airflow_headers(RapidJSON::RapidJSON rapidjson reader.h)
 airflow_headers(fmt::fmt fmt format.h)
 target_compile_definitions(fmt::fmt INTERFACE FMT_HEADER_ONLY)
 airflow_headers(CLI11::CLI11 CLI CLI.hpp)

@@ -3,13 +3,34 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
-#include <optional>
+#include <charconv>
+#include <cmath>
+#include <system_error>
 #include <utility>
+
+#include "json/Number.h"
+#include "json/Token.h"
+#include "json/Unicode.h"
+
+// What the library asserts about itself is no reason to stop a daemon. Its stack adds to a null
+// pointer before it has memory, which only a sanitizer minds.
+#define RAPIDJSON_ASSERT(condition) static_cast<void>(0)
+#pragma clang attribute push(__attribute__((no_sanitize("pointer-overflow"))), apply_to = function)
+#include <rapidjson/memorystream.h>
+#include <rapidjson/reader.h>
+#pragma clang attribute pop
 
 namespace airflow::json {
 
 namespace {
+
+using rapidjson::MemoryStream;
+using rapidjson::ParseErrorCode;
+using rapidjson::SizeType;
+
+constexpr unsigned flags = rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag;
+
+constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
 
 Position positionOf(std::string_view text, std::size_t offset) {
     const std::string_view before = text.substr(0, std::min(offset, text.size()));
@@ -24,130 +45,143 @@ DecodingError malformed(std::string_view text, std::size_t offset, std::string d
             .position = positionOf(text, offset)};
 }
 
-/// The parser's own reason, without its prefix, its position (we give our own) and its quotation
-/// of `token`, which may be long, need not be UTF-8 and may imitate anything.
-std::string reasonOf(std::string_view message, std::string_view token) {
-    if (const auto prefix = message.find(": "); prefix != std::string_view::npos) {
-        message.remove_prefix(prefix + 2);
+/// What the text should have gone on with.
+struct Expectation {
+    std::string_view where;
+    std::string_view what;
+    bool isOfValue = false;
+};
+
+Expectation expectationOf(ParseErrorCode code, bool expectsKey) {
+    switch (code) {
+        case rapidjson::kParseErrorDocumentRootNotSingular: return {"value", "end of input"};
+        case rapidjson::kParseErrorObjectMissColon: return {"object separator", "':'"};
+        case rapidjson::kParseErrorObjectMissCommaOrCurlyBracket: return {"object", "'}'"};
+        case rapidjson::kParseErrorArrayMissCommaOrSquareBracket: return {"array", "']'"};
+        default: break;
     }
-    constexpr std::string_view quotation = "; last read: '";
-    const auto quoted = message.find(quotation);
-    if (quoted == std::string_view::npos) return std::string(message);
-    const auto behind = quoted + quotation.size() + token.size() + 1;
-    return std::string(message.substr(0, quoted)).append(message.substr(behind));
+    if (expectsKey) return {"object key", "string literal"};
+    return {"value", "'[', '{', or a literal", true};
 }
 
-/// How many bytes before the parser's place the error stands: at the start of a token that is
-/// complete but unexpected, at the last byte read of any other. The end of the text counts as one.
-std::size_t lengthOfUnexpected(std::string_view reason, std::string_view token) {
-    // The parser keeps the token of numbers and strings alone.
-    if (reason.contains("unexpected number literal")) return token.size();
-    if (reason.contains("unexpected string literal")) return token.size();
-    if (reason.contains("unexpected true literal")) return std::string_view("true").size();
-    if (reason.contains("unexpected false literal")) return std::string_view("false").size();
-    if (reason.contains("unexpected null literal")) return std::string_view("null").size();
-    return 1;
+/// Where the token starts that the library refused, or left to be refused, at `offset`.
+std::size_t startOfToken(std::string_view text, ParseErrorCode code, std::size_t offset) {
+    switch (code) {
+        case rapidjson::kParseErrorStringEscapeInvalid:
+        case rapidjson::kParseErrorStringInvalidEncoding:
+        case rapidjson::kParseErrorStringMissQuotationMark:
+        case rapidjson::kParseErrorStringUnicodeEscapeInvalidHex:
+        case rapidjson::kParseErrorStringUnicodeSurrogateInvalid:
+        case rapidjson::kParseErrorTermination: return startOfString(text, offset);
+        case rapidjson::kParseErrorValueInvalid: return startOfValue(text, offset);
+        default: return offset;
+    }
 }
 
-/// Where the bracket stands that opens one level more than `depth`.
-std::size_t offsetBeyondDepth(std::string_view text, std::size_t depth) {
-    std::size_t open = 0;
-    bool quoted = false;
-    for (std::size_t offset = 0; offset < text.size(); ++offset) {
-        const char character = text[offset];
-        if (quoted && character == '\\')
-            ++offset;
-        else if (character == '"')
-            quoted = !quoted;
-        else if (quoted)
-            continue;
-        else if (character == '{' || character == '[') {
-            if (open++ == depth) return offset;
-        } else if (character == '}' || character == ']')
-            --open;
+DecodingError syntaxError(std::string_view text, std::size_t start, const Expectation& expected) {
+    const auto fault = faultInToken(text, start);
+    std::string description =
+        fmt::format("syntax error while parsing {} - {}", expected.where,
+                    fault ? fault->reason : "unexpected " + nameOfToken(text, start));
+    // A malformed value is still a value.
+    if (!fault || !expected.isOfValue) description.append("; expected ").append(expected.what);
+    return malformed(text, fault ? fault->offset : start, std::move(description));
+}
+
+/// Whether a string that the library unescaped holds a low surrogate without a high one: the
+/// library lets that pass, as three bytes that are no character.
+bool holdsSurrogate(std::string_view value) {
+    for (auto at = value.find('\xED'); at != std::string_view::npos;
+         at = value.find('\xED', at + 1)) {
+        if (!firstCharacter(value.substr(at)).isWellFormed) return true;
     }
-    return text.size();
+    return false;
+}
+
+template <typename Integer>
+bool converts(std::string_view token, Integer& value) {
+    return std::from_chars(token.data(), token.data() + token.size(), value).ec == std::errc{};
 }
 
 }  // namespace
 
-/// Receives the parser's events and appends nodes. Its members have the names that the parser
-/// calls.
+/// Receives the library's events and appends nodes. The members with upper-case names are those
+/// that the library calls; what they return says whether to go on.
 class DocumentBuilder {
 public:
-    using number_integer_t = nlohmann::json::number_integer_t;
-    using number_unsigned_t = nlohmann::json::number_unsigned_t;
-    using number_float_t = nlohmann::json::number_float_t;
-    using string_t = nlohmann::json::string_t;
-    using binary_t = nlohmann::json::binary_t;
     using Kind = Document::Kind;
 
     DocumentBuilder(Document& document, const Limits& limits)
         : document(document), limits(limits) {}
 
-    bool null() {
+    bool Null() {
         append(Kind::null);
         return true;
     }
-    bool boolean(bool value) {
+    bool Bool(bool value) {
         append(Kind::boolean).boolean = value;
         return true;
     }
-    bool number_integer(number_integer_t value) {
-        // The parser calls this for numbers with a minus sign: a zero was "-0".
-        if (value == 0)
-            append(Kind::real).real = -0.0;
-        else
-            append(Kind::integer).integer = value;
-        return true;
-    }
-    bool number_unsigned(number_unsigned_t value) {
-        append(Kind::natural).natural = value;
-        return true;
-    }
-    bool number_float(number_float_t value, const string_t& token) {
-        const bool isInteger = token.find_first_of(".eE") == string_t::npos;
-        append(isInteger ? Kind::huge : Kind::real).real = value;
-        return true;
-    }
-    bool string(const string_t& value) {
+    bool String(const char* characters, SizeType length, bool) {
+        const std::string_view value(characters, length);
+        if (holdsSurrogate(value)) return false;
         Document::Node& node = append(Kind::text);
         node.textStart = document.texts.size();
         node.textLength = value.size();
         document.texts += value;
         return true;
     }
-    bool binary(const binary_t&) { return false; }  // JSON texts have none
-    bool key(const string_t& value) {
+    bool Key(const char* characters, SizeType length, bool) {
+        const std::string_view value(characters, length);
+        if (holdsSurrogate(value)) return false;
+        hasKey = true;
         keyStart = document.texts.size();
         keyLength = value.size();
         document.texts += value;
         return true;
     }
-    bool start_object(std::size_t) { return begin(Kind::object); }
-    bool start_array(std::size_t) { return begin(Kind::array); }
-    bool end_object() { return end(); }
-    bool end_array() { return end(); }
-    bool parse_error(std::size_t bytesRead, const std::string& token,
-                     const nlohmann::detail::exception& exception) {
-        const bool outOfRange = exception.id == 406;
-        reason = outOfRange ? "number out of range of a 64-bit float"
-                            : reasonOf(exception.what(), token);
-        errorOffset = bytesRead - (outOfRange ? token.size() : lengthOfUnexpected(reason, token));
-        return false;
+    bool StartObject() { return begin(Kind::object); }
+    bool StartArray() { return begin(Kind::array); }
+    bool EndObject(SizeType) { return end(); }
+    bool EndArray(SizeType) { return end(); }
+
+    /// Appends a well-formed number, unless it is out of range.
+    bool number(std::string_view token, bool isInteger) {
+        if (isInteger && integer(token)) return true;
+        digits = token;
+        const double real = nearestDouble(digits);
+        if (!std::isfinite(real)) return false;
+        append(isInteger && real != 0 ? Kind::huge : Kind::real).real = real;
+        return true;
     }
 
-    std::size_t errorOffset = 0;
-    std::string reason;
-    bool tooDeep = false;
+    /// Whether a key has to come next, or the end of an object.
+    bool expectsKey() const {
+        return !open.empty() && document.nodes[open.back()].kind == Kind::object && !hasKey;
+    }
+    bool isTooDeep() const { return tooDeep; }
 
 private:
+    /// Appends an integer that is exact in 64 bits. Minus zero is not.
+    bool integer(std::string_view token) {
+        if (token.starts_with('-')) {
+            std::int64_t value = 0;
+            if (!converts(token, value) || value == 0) return false;
+            append(Kind::integer).integer = value;
+            return true;
+        }
+        std::uint64_t value = 0;
+        if (!converts(token, value)) return false;
+        append(Kind::natural).natural = value;
+        return true;
+    }
     Document::Node& append(Kind kind) {
         Document::Node& node = document.nodes.emplace_back();
         node.kind = kind;
         node.end = document.nodes.size();
         node.keyStart = keyStart;
         node.keyLength = std::exchange(keyLength, 0);
+        hasKey = false;
         return node;
     }
     bool begin(Kind kind) {
@@ -168,9 +202,55 @@ private:
     Document& document;
     const Limits& limits;
     std::vector<std::size_t> open;  ///< the arrays and objects around the next value
+    bool hasKey = false;            ///< of the next value, which may be empty
     std::size_t keyStart = 0;
     std::size_t keyLength = 0;
+    bool tooDeep = false;
+    std::string digits;  ///< of one number, kept for its memory
 };
+
+}  // namespace airflow::json
+
+/// Takes the place of the library's own way with numbers, which refuses zeros with large exponents
+/// and some integers that doubles reach, and is not exact to the last digit.
+template <>
+template <>
+void rapidjson::Reader::ParseNumber<airflow::json::flags, rapidjson::MemoryStream,
+                                    airflow::json::DocumentBuilder>(
+    MemoryStream& stream, airflow::json::DocumentBuilder& builder) {
+    const std::string_view rest(stream.src_, stream.end_);
+    const auto number = airflow::json::firstNumber(rest);
+    if (!number.reason.empty()) return SetParseError(kParseErrorValueInvalid, stream.Tell());
+    if (!builder.number(rest.substr(0, number.length), number.isInteger)) {
+        return SetParseError(kParseErrorNumberTooBig, stream.Tell());
+    }
+    stream.src_ += number.length;
+}
+
+namespace airflow::json {
+
+namespace {
+
+std::expected<void, DecodingError> read(std::string_view text, DocumentBuilder& builder,
+                                        const Limits& limits) {
+    MemoryStream stream(text.data(), text.size());
+    rapidjson::Reader reader;
+    const auto result = reader.Parse<flags>(stream, builder);
+    if (!result.IsError()) return {};
+    if (builder.isTooDeep()) {
+        return std::unexpected(malformed(
+            text, result.Offset(), fmt::format("nested more than {} levels deep", limits.depth)));
+    }
+    if (result.Code() == rapidjson::kParseErrorNumberTooBig) {
+        return std::unexpected(
+            malformed(text, result.Offset(), "number out of range of a 64-bit float"));
+    }
+    const std::size_t start = startOfToken(text, result.Code(), result.Offset());
+    return std::unexpected(
+        syntaxError(text, start, expectationOf(result.Code(), builder.expectsKey())));
+}
+
+}  // namespace
 
 std::expected<void, DecodingError> Document::parse(std::string_view text, const Limits& limits) {
     nodes.clear();
@@ -181,26 +261,29 @@ std::expected<void, DecodingError> Document::parse(std::string_view text, const 
             .description = fmt::format("the document has more than {} bytes", limits.bytes),
             .position = {}});
     }
-    if (text.starts_with("\xEF\xBB\xBF")) {
+    if (text.starts_with(byteOrderMark)) {
         return std::unexpected(malformed(text, 0, "a byte-order mark is not allowed"));
     }
     if (text.find_first_not_of(" \t\r\n") == std::string_view::npos) {
         return std::unexpected(malformed(text, 0, "the document is empty"));
     }
-    // The parser would take a NUL for the end of the text and never see what stands behind it.
+    // The library would take a NUL for the end of the text and never see what stands behind it.
     if (const auto nul = text.find('\0'); nul != std::string_view::npos) {
         return std::unexpected(malformed(text, nul, "a NUL byte is not allowed"));
     }
-    DocumentBuilder builder(*this, limits);
-    if (nlohmann::json::sax_parse(text.begin(), text.end(), &builder)) return {};
-    nodes.clear();
-    texts.clear();
-    if (builder.tooDeep) {
-        return std::unexpected(
-            malformed(text, offsetBeyondDepth(text, limits.depth),
-                      fmt::format("nested more than {} levels deep", limits.depth)));
+    if (text.starts_with(byteOrderMark.front())) {
+        const std::size_t wrong = text.starts_with(byteOrderMark.substr(0, 2)) ? 2 : 1;
+        return std::unexpected(malformed(text, wrong,
+                                         "syntax error while parsing value - invalid BOM; must be "
+                                         "0xEF 0xBB 0xBF if given"));
     }
-    return std::unexpected(malformed(text, builder.errorOffset, std::move(builder.reason)));
+    DocumentBuilder builder(*this, limits);
+    auto result = read(text, builder, limits);
+    if (!result) {
+        nodes.clear();
+        texts.clear();
+    }
+    return result;
 }
 
 }  // namespace airflow::json

@@ -6,7 +6,8 @@
 #include <charconv>
 #include <cmath>
 #include <iterator>
-#include <nlohmann/json.hpp>
+
+#include "json/Unicode.h"
 
 namespace airflow::json {
 
@@ -17,6 +18,25 @@ bool needsNoEscape(std::string_view text) {
     return std::ranges::all_of(text, [](char character) {
         return character >= ' ' && character <= '~' && character != '"' && character != '\\';
     });
+}
+
+void appendEscaped(std::string& text, char character) {
+    switch (character) {
+        case '"': text += "\\\""; return;
+        case '\\': text += "\\\\"; return;
+        case '\b': text += "\\b"; return;
+        case '\f': text += "\\f"; return;
+        case '\n': text += "\\n"; return;
+        case '\r': text += "\\r"; return;
+        case '\t': text += "\\t"; return;
+        default: break;
+    }
+    const auto byte = static_cast<unsigned char>(character);
+    if (byte < ' ') {
+        fmt::format_to(std::back_inserter(text), "\\u{:04x}", byte);
+    } else {
+        text += character;
+    }
 }
 
 }  // namespace
@@ -50,11 +70,13 @@ void Writer::write(std::string_view value) {
         text.append("\"").append(value).append("\"");
         return;
     }
-    try {
-        text += nlohmann::json(value).dump();
-    } catch (const nlohmann::json::type_error&) {
+    if (!isUTF8(value)) {
         fail("A text that is not UTF-8 has no JSON form.");
+        return;
     }
+    text += '"';
+    for (const char character : value) appendEscaped(text, character);
+    text += '"';
 }
 
 void Writer::emptyCase(std::string_view name) {

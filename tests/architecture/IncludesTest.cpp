@@ -113,6 +113,17 @@ TEST(Includes, followTheArrowsBetweenModules) {
     EXPECT_EQ(wrongIncludes(AIRFLOW_SOURCES), std::vector<std::string>{});
 }
 
+TEST(Includes, ofTheLibraryThatReadsJSONAreInTheModuleForItAlone) {
+    std::set<std::string> modules;
+    for (const fs::path& relative : sourceFiles(AIRFLOW_SOURCES)) {
+        std::ifstream file(fs::path(AIRFLOW_SOURCES) / relative);
+        for (std::string line; std::getline(file, line);) {
+            if (line.starts_with("#include <rapidjson/")) modules.insert(moduleOf(relative));
+        }
+    }
+    EXPECT_EQ(modules, std::set<std::string>{"json"});
+}
+
 TEST(Includes, ofEveryFileBelongToAModule) {
     for (const fs::path& file : sourceFiles(AIRFLOW_SOURCES)) {
         EXPECT_NE(moduleOf(file), "") << file;

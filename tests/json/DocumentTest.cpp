@@ -122,6 +122,33 @@ TEST(Document, numbersTooSmallForADoubleAreZero) {
     EXPECT_TRUE(std::signbit(realOf("-1e-400")));
 }
 
+TEST(Document, numbersThatOnlySeemTooLargeAreRead) {
+    EXPECT_EQ(realOf("0e999"), 0.0);
+    EXPECT_EQ(realOf("0.0e99999999999999999999"), 0.0);
+    EXPECT_EQ(realOf("1" + std::string(400, '0') + "e-200"), 1e200);
+    EXPECT_EQ(realOf("0." + std::string(400, '0') + "1e401"), 1.0);
+    // One more than the largest double, and nearer to it than to what would be the next.
+    const std::string largest =
+        "179769313486231570814527423731704356798070567525844996598917476803"
+        "157260780028538760589558632766878171540458953514382464234321326889"
+        "464182768467546703537516986049910576551282076245490090389328944075"
+        "868508455133942304583236903222948165808559332123347764797926204144"
+        "72316873817718091929988125040402618412485836";
+    const Document document = parsed(largest + "9");
+    EXPECT_EQ(document.node(0).kind, Kind::huge);
+    EXPECT_EQ(document.node(0).real, std::numeric_limits<double>::max());
+}
+
+TEST(Document, theDoubleIsTheNearestOneHoweverManyDigitsDecide) {
+    // Half-way between 1 and the next double, and a digit far behind that is more.
+    const std::string half = "1.00000000000000011102230246251565404236316680908203125";
+    EXPECT_EQ(realOf(half), 1.0);
+    EXPECT_EQ(realOf(half + std::string(800, '0') + "1"), 1.0000000000000002);
+    EXPECT_EQ(realOf("0.1234567890123456789012345678901234567890"), 0.12345678901234568);
+    EXPECT_EQ(realOf("9007199254740993.0"), 9007199254740992.0);
+    EXPECT_EQ(realOf("2.2250738585072011e-308"), 2.2250738585072011e-308);
+}
+
 TEST(Document, minusZeroKeepsItsSignHoweverWritten) {
     EXPECT_TRUE(std::signbit(realOf("-0")));
     EXPECT_TRUE(std::signbit(realOf("-0.0")));
@@ -136,6 +163,12 @@ TEST(Document, escapesStandForTheirCharacters) {
     EXPECT_EQ(textOf(R"("a\u0000b")"), std::string("a\0b", 3));
     EXPECT_EQ(textOf("\"\x7F\""), "\x7F");
     EXPECT_EQ(textOf("\"\xEF\xBB\xBF\""), "\xEF\xBB\xBF");
+}
+
+TEST(Document, theCharactersNextToTheSurrogatesAreRead) {
+    EXPECT_EQ(textOf("\"\xED\x9F\xBF\xEE\x80\x80\""), "\xED\x9F\xBF\xEE\x80\x80");
+    EXPECT_EQ(textOf(R"("\uD7FF\uE000")"), "\xED\x9F\xBF\xEE\x80\x80");
+    EXPECT_EQ(textOf(R"("\uD800\uDC00\uDBFF\uDFFF")"), "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF");
 }
 
 TEST(Document, keysAreTextsLikeAnyOther) {

@@ -57,6 +57,9 @@ TEST(MalformedText, thatEndsTooEarlyIsRefusedAtItsEnd) {
 TEST(MalformedText, withATrailingCommaIsRefused) {
     expectRefusals({
         {"[1,]", {1, 4}, inValue + "unexpected ']'" + valueExpected},
+        {"[1,\n]", {2, 1}, inValue + "unexpected ']'" + valueExpected},
+        {"[1,\r]", {1, 5}, inValue + "unexpected ']'" + valueExpected},
+        {"[1,\t]", {1, 5}, inValue + "unexpected ']'" + valueExpected},
         {"{\"a\":1,}", {1, 8}, inKey + "unexpected '}'; expected string literal"},
         {"1,", {1, 2}, inValue + "unexpected ','; expected end of input"},
     });
@@ -147,6 +150,8 @@ TEST(MalformedText, withABadEscapeIsRefused) {
         {"\"\\", {1, 3}, inValue + forbidden},
         {R"("\u12G4")", {1, 6}, inValue + hex},
         {"\"\\u12", {1, 6}, inValue + hex},
+        {R"("\uD800\u12G4")", {1, 12}, inValue + hex},
+        {R"("\uD83C\uDF00\x")", {1, 15}, inValue + forbidden},
     });
 }
 
@@ -158,8 +163,12 @@ TEST(MalformedText, withALoneSurrogateIsRefused) {
         {R"("\uD800")", {1, 8}, inValue + high},
         {R"("\uDBFFx")", {1, 8}, inValue + high},
         {R"("\uD800\u0041")", {1, 13}, inValue + high},
+        {R"("\uD800\n")", {1, 9}, inValue + high},
         {R"("\uDC00")", {1, 7}, inValue + low},
         {R"("\uDFFF\uD800")", {1, 7}, inValue + low},
+        {R"("\uD7FF\uDC00")", {1, 13}, inValue + low},
+        {R"({"\uDC00":1})", {1, 8}, inKey + low + "; expected string literal"},
+        {R"([1,"a\\\"\uDC00\x"])", {1, 15}, inValue + low},
     });
 }
 
@@ -169,6 +178,19 @@ TEST(MalformedText, withARawControlCharacterInATextIsRefused) {
         {"\"a\nb\"",
          {1, 3},
          inValue + mustBeEscaped + "U+000A (LF) must be escaped to \\u000A or \\n"},
+        {"\"\b\"",
+         {1, 2},
+         inValue + mustBeEscaped + "U+0008 (BS) must be escaped to \\u0008 or \\b"},
+        {"\"\t\"",
+         {1, 2},
+         inValue + mustBeEscaped + "U+0009 (HT) must be escaped to \\u0009 or \\t"},
+        {"\"\v\"", {1, 2}, inValue + mustBeEscaped + "U+000B (VT) must be escaped to \\u000B"},
+        {"\"\f\"",
+         {1, 2},
+         inValue + mustBeEscaped + "U+000C (FF) must be escaped to \\u000C or \\f"},
+        {"\"\r\"",
+         {1, 2},
+         inValue + mustBeEscaped + "U+000D (CR) must be escaped to \\u000D or \\r"},
         {"\"\x01\"", {1, 2}, inValue + mustBeEscaped + "U+0001 (SOH) must be escaped to \\u0001"},
         {"\"\x1F\"", {1, 2}, inValue + mustBeEscaped + "U+001F (US) must be escaped to \\u001F"},
     });
@@ -212,6 +234,16 @@ TEST(MalformedText, withAByteOrderMarkIsRefused) {
     });
     Document document;
     EXPECT_FALSE(document.parse("\xEF\xBB").has_value());
+}
+
+TEST(MalformedText, withPartOfAByteOrderMarkIsRefusedWhereTheMarkEnds) {
+    const std::string invalid = inValue + "invalid BOM; must be 0xEF 0xBB 0xBF if given";
+    expectRefusals({
+        {"\xEF", {1, 2}, invalid},
+        {"\xEF{}", {1, 2}, invalid},
+        {"\xEF\xBB", {1, 3}, invalid},
+        {"\xEF\xBB{}", {1, 3}, invalid},
+    });
 }
 
 TEST(MalformedText, withANulByteIsRefused) {
