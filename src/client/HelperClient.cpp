@@ -196,9 +196,8 @@ Answer HelperClient::awaitAnswer(std::int64_t id, Method method, Instant until) 
         if (!answer) {
             switch (answer.error()) {
                 case Absence::late:
-                    return failure(
-                        fmt::format("no answer within {} s",
-                                    std::chrono::duration<double>(until - start).count()));
+                    return failure(fmt::format("no answer within {} s",
+                                               concurrency::inSeconds(until - start)));
                 case Absence::ended: return failure("the connection ended before an answer came");
                 case Absence::notUnderstood: break;
             }

@@ -18,4 +18,12 @@ struct MonotonicClock {
 };
 using Instant = MonotonicClock::time_point;
 
+[[nodiscard]] constexpr double inSeconds(Duration time) {
+    return std::chrono::duration<double>(time).count();
+}
+/// Requires a number that a Duration can hold: less than 292 years.
+[[nodiscard]] constexpr Duration fromSeconds(double seconds) {
+    return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(seconds));
+}
+
 }  // namespace airflow::concurrency

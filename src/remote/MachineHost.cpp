@@ -103,7 +103,7 @@ std::string MachineHost::control(std::string_view text) {
 
 MachineStatus MachineHost::status() {
     MachineStatus status{.machine = options.machine.name,
-                         .seconds = std::chrono::duration<double>(elapsed()).count(),
+                         .seconds = concurrency::inSeconds(elapsed()),
                          .forceTest = mac.forceTest() ? 1 : 0};
     for (std::size_t i = 0; i < mac.fanCount(); ++i) {
         const auto fan = mac.fan(i);

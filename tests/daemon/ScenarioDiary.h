@@ -102,7 +102,7 @@ public:
     int writes = 0;
 
 private:
-    static double seconds(Duration time) { return std::chrono::duration<double>(time).count(); }
+    static double seconds(Duration time) { return concurrency::inSeconds(time); }
 
     std::map<std::size_t, std::vector<std::pair<double, std::optional<double>>>> spans;
     double last = 0;

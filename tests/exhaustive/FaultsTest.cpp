@@ -110,10 +110,9 @@ std::optional<Finding> violationOf(const Scenario& scenario) {
     }
     if (!oracle.violation()) return std::nullopt;
     const Violation& violation = *oracle.violation();
-    return Finding{
-        .property = violation.property,
-        .text = fmt::format("{} at {:.3f} s: {}", textOf(violation.property).name,
-                            std::chrono::duration<double>(violation.time).count(), violation.what)};
+    return Finding{.property = violation.property,
+                   .text = fmt::format("{} at {:.3f} s: {}", textOf(violation.property).name,
+                                       concurrency::inSeconds(violation.time), violation.what)};
 }
 
 class Faults : public testing::TestWithParam<std::string> {
@@ -128,8 +127,8 @@ protected:
         const auto violation = violationOf(faulty);
         if (!violation) return;
         ADD_FAILURE() << fmt::format("request {} at {:.3f} s, {}, {}: {}", number,
-                                     std::chrono::duration<double>(access.time).count(), access.key,
-                                     name, violation->text);
+                                     concurrency::inSeconds(access.time), access.key, name,
+                                     violation->text);
     }
 
     Scenario scenario = example(GetParam());

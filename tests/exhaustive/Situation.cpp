@@ -36,7 +36,7 @@ std::string documentOf(const Scenario& scenario) {
 
 std::string describe(const Violation& violation) {
     return fmt::format("{} at {:.3f} s: {}", textOf(violation.property).name,
-                       std::chrono::duration<double>(violation.time).count(), violation.what);
+                       concurrency::inSeconds(violation.time), violation.what);
 }
 
 void tell(const Exploration& found, ScheduleBounds bounds) {

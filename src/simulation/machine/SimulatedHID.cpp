@@ -35,7 +35,7 @@ std::uintptr_t placeOf(HIDObject object) {
 
 SimulatedHID::SimulatedHID(std::optional<Temperatures> temperatures, double jitter,
                            std::uint64_t seed)
-    : current(std::move(temperatures)), jitter(jitter), state(seed) {}
+    : current(std::move(temperatures)), jitter(jitter), random(seed) {}
 
 sensors::HIDFunctions::Table SimulatedHID::functions(bool areThere) {
     if (!areThere) return {};
@@ -216,15 +216,11 @@ std::optional<double> SimulatedHID::temperatureOf(Object& service) const {
     return (*current)[service.sensor].second;
 }
 
-/// In [-jitter, jitter]; a fixed sequence for each seed (the finaliser of a Weyl sequence).
+/// In [-jitter, jitter]; a fixed sequence for each seed.
 double SimulatedHID::nextJitter() {
     if (jitter == 0) return 0;
-    std::uint64_t mixed = state += 0x9E3779B97F4A7C15U;
-    mixed = (mixed ^ mixed >> 30) * 0xBF58476D1CE4E5B9U;
-    mixed = (mixed ^ mixed >> 27) * 0x94D049BB133111EBU;
-    mixed ^= mixed >> 31;
     constexpr double largest = 9007199254740992.0;  // 2^53
-    return jitter * (2 * static_cast<double>(mixed >> 11) / largest - 1);
+    return jitter * (2 * static_cast<double>(random.next() >> 11) / largest - 1);
 }
 
 }  // namespace airflow::simulation

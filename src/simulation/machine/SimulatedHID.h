@@ -13,6 +13,7 @@
 #include "sensors/hid/HIDFunctions.h"
 #include "sensors/hid/HIDObjects.h"
 #include "simulation/machine/MachineDescription.h"
+#include "simulation/runtime/Random.h"
 
 namespace airflow::simulation {
 
@@ -94,7 +95,7 @@ private:
 
     std::optional<Temperatures> current;
     double jitter;
-    std::uint64_t state;
+    Random random;
     std::deque<Object> objects;
     std::vector<std::size_t> unused;  ///< indices of objects that nobody holds
     int wrongReleases = 0;

@@ -59,8 +59,4 @@ private:
     Fail tell;
 };
 
-[[nodiscard]] inline double inSeconds(concurrency::Duration time) {
-    return std::chrono::duration<double>(time).count();
-}
-
 }  // namespace airflow::simulation

@@ -16,6 +16,7 @@
 #include "simulation/oracle/OracleCounts.h"
 #include "simulation/oracle/Properties.h"
 #include "simulation/oracle/RunModel.h"
+#include "simulation/runtime/Fingerprint.h"
 #include "simulation/scenario/ScenarioObserver.h"
 
 namespace airflow::simulation {
@@ -36,7 +37,7 @@ public:
     /// How often each of `sometimes` happened.
     [[nodiscard]] const CountMonitor::Counts& counts() const { return counter->counts(); }
     /// Depends on everything that was told.
-    [[nodiscard]] std::uint64_t hash() const { return trace; }
+    [[nodiscard]] std::uint64_t hash() const { return trace.value(); }
 
     void access(const SMCAccess& access) override;
     void modeChanged(concurrency::Duration time, std::size_t fan, FanMode mode) override;
@@ -60,14 +61,14 @@ private:
     M& add();
     void tellModeKey(const SMCAccess& access);
     void fail(Property property, concurrency::Duration time, std::string what);
-    void mix(std::uint64_t value) { trace = (trace ^ value) * 1099511628211U; }
+    void mix(std::uint64_t value) { trace.mix(value); }
     void mix(std::string_view text);
 
     RunModel run;
     std::vector<std::unique_ptr<Monitor>> monitors;
     CountMonitor* counter = nullptr;  ///< one of them
     std::optional<Violation> first;
-    std::uint64_t trace = 14695981039346656037U;
+    Fingerprint trace;
 };
 
 }  // namespace airflow::simulation

@@ -93,7 +93,8 @@ void ExitMonitor::exitBegan(Duration) {
 void ExitMonitor::judgeTime(Duration now) const {
     const Duration taken = now - run.exiting->time;
     if (taken <= exitLimit) return;
-    fail(Property::exitIsInTime, now, fmt::format("the exit takes {:.2f} s", inSeconds(taken)));
+    fail(Property::exitIsInTime, now,
+         fmt::format("the exit takes {:.2f} s", concurrency::inSeconds(taken)));
 }
 
 /// A fan that the SMC keeps: it refused it, lied about it, or hid it.

@@ -43,7 +43,7 @@ void ReleaseMonitor::judge(std::size_t index, const RunModel::Fan& fan, Duration
     if (wasAsked && run.since(*fan.lastRelease, now) > retryPeriod) {
         fail(Property::releaseIsRetried, now,
              fmt::format("fan {} was last asked to go back {:.2f} s ago", index,
-                         inSeconds(run.since(*fan.lastRelease, now))));
+                         concurrency::inSeconds(run.since(*fan.lastRelease, now))));
     }
     const Duration looked =
         fan.refusedForce ? lookAfterRefusal + run.claims(*fan.refusedForce) : lookPeriod;
@@ -51,7 +51,7 @@ void ReleaseMonitor::judge(std::size_t index, const RunModel::Fan& fan, Duration
     if (!wasAsked && run.since(reason, now) > bound) {
         fail(Property::releaseBegins, now,
              fmt::format("fan {} is forced {:.2f} s after the last reason to", index,
-                         inSeconds(run.since(reason, now))));
+                         concurrency::inSeconds(run.since(reason, now))));
     }
 }
 
@@ -65,7 +65,7 @@ void ReleaseLastsMonitor::askedToForce(std::size_t index, Duration now) {
     if (late <= 0s) return;
     fail(Property::releaseLasts, now,
          fmt::format("fan {} is to be forced {:.3f} s after the last reason to", index,
-                     inSeconds(late)));
+                     concurrency::inSeconds(late)));
 }
 
 /// A safety release is told when it is over: was any fan forced behind its part of it?
@@ -105,7 +105,7 @@ void HiddenFanMonitor::judgeHidden(std::size_t index, const RunModel::Fan& fan,
     if (run.since(seen, now) <= lookPeriod) return;
     fail(Property::hiddenFansAreFound, now,
          fmt::format("fan {} could be seen to be forced for {:.2f} s", index,
-                     inSeconds(run.since(seen, now))));
+                     concurrency::inSeconds(run.since(seen, now))));
 }
 
 void HiddenFanMonitor::judgeLiedAbout(std::size_t index, const RunModel::Fan& fan,
@@ -120,7 +120,7 @@ void HiddenFanMonitor::judgeLiedAbout(std::size_t index, const RunModel::Fan& fa
     if (run.since(seen, now) <= bound) return;
     fail(Property::hiddenFansAreFound, now,
          fmt::format("the SMC has not told the truth of fan {}, and it is forced for {:.2f} s",
-                     index, inSeconds(run.since(seen, now))));
+                     index, concurrency::inSeconds(run.since(seen, now))));
 }
 
 }  // namespace airflow::simulation

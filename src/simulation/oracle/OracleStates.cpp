@@ -240,7 +240,7 @@ void ReasonMonitor::guarded(Duration now) {
 void ReasonMonitor::judge(Duration now, const control::ChecksOverdue&) const {
     if (!sinceStep || *sinceStep > 5s) return;
     fail(Property::reasonsAreTrue, now,
-         fmt::format("the last check was {:.2f} s before", inSeconds(*sinceStep)));
+         fmt::format("the last check was {:.2f} s before", concurrency::inSeconds(*sinceStep)));
 }
 
 /// The fan is given back by now. One that is held counts where nobody has written to it for long: a

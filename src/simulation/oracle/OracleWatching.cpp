@@ -57,7 +57,7 @@ void WatchMonitor::judgeSilence(std::size_t index, Duration now) const {
     if (isLeftToGuard && run.since(run.fans[index].forcedSince, now) <= guardPeriod) return;
     fail(Property::silenceEndsControl, now,
          fmt::format("fan {} is forced {:.2f} s after the client was last heard", index,
-                     inSeconds(run.since(run.lastHeard, now))));
+                     concurrency::inSeconds(run.since(run.lastHeard, now))));
 }
 
 /// A plan that comes in the heat is held for a tick. Where no check is made, the ceiling cannot
@@ -70,7 +70,7 @@ void WatchMonitor::judgeHeat(std::size_t index, const RunModel::Fan& fan, Durati
     if (!isChecked || run.since(begin, now) <= tick + run.claims(begin)) return;
     fail(Property::heatEndsControl, now,
          fmt::format("fan {} is forced {:.2f} s after it became too hot", index,
-                     inSeconds(run.since(*run.hotSince, now))));
+                     concurrency::inSeconds(run.since(*run.hotSince, now))));
 }
 
 void WatchMonitor::judgeChecks(std::size_t index, const RunModel::Fan& fan, Duration now) const {
@@ -81,7 +81,7 @@ void WatchMonitor::judgeChecks(std::size_t index, const RunModel::Fan& fan, Dura
     if (run.since(begin, now) <= checkLimit + run.claims(begin)) return;
     fail(Property::overdueChecksEndControl, now,
          fmt::format("fan {} is forced {:.2f} s after the last check", index,
-                     inSeconds(run.since(begin, now))));
+                     concurrency::inSeconds(run.since(begin, now))));
 }
 
 }  // namespace airflow::simulation

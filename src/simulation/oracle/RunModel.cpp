@@ -77,7 +77,7 @@ bool RunModel::isReason(Method method) const {
 }
 
 bool RunModel::isSilent(Duration now) const {
-    return std::chrono::duration<double>(now - lastHeartbeat).count() + clockForward > 15;
+    return concurrency::inSeconds(now - lastHeartbeat) + clockForward > 15;
 }
 
 bool RunModel::isPending(const Fan& fan, Duration now) const {

@@ -12,10 +12,13 @@ namespace airflow::simulation {
 /// SplitMix64.
 class Random {
 public:
+    /// 2^64 divided by the golden ratio, made odd.
+    static constexpr std::uint64_t step = 0x9E3779B97F4A7C15U;
+
     explicit Random(std::uint64_t seed) : state(seed) {}
 
     std::uint64_t next() {
-        std::uint64_t mixed = (state += 0x9E3779B97F4A7C15U);
+        std::uint64_t mixed = (state += step);
         mixed = (mixed ^ (mixed >> 30U)) * 0xBF58476D1CE4E5B9U;
         mixed = (mixed ^ (mixed >> 27U)) * 0x94D049BB133111EBU;
         return mixed ^ (mixed >> 31U);

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "simulation/runtime/Random.h"
+
 namespace airflow::simulation {
 
 using concurrency::Date;
@@ -101,14 +103,10 @@ private:
     bool isReady = false;
 };
 
-/// SplitMix64: the same numbers with every standard library.
 SimulatedRuntime::Chooser SimulatedRuntime::chooserFor(std::uint64_t seed) {
     if (seed == 0) return {};
-    return [state = seed](std::size_t candidates) mutable {
-        std::uint64_t mixed = (state += 0x9E3779B97F4A7C15U);
-        mixed = (mixed ^ (mixed >> 30U)) * 0xBF58476D1CE4E5B9U;
-        mixed = (mixed ^ (mixed >> 27U)) * 0x94D049BB133111EBU;
-        return static_cast<std::size_t>((mixed ^ (mixed >> 31U)) % candidates);
+    return [random = Random(seed)](std::size_t candidates) mutable {
+        return static_cast<std::size_t>(random.next() % candidates);
     };
 }
 

@@ -16,6 +16,7 @@
 
 #include "concurrency/Runtime.h"
 #include "concurrency/StopGuard.h"
+#include "simulation/runtime/Fingerprint.h"
 
 namespace airflow::simulation {
 
@@ -103,9 +104,9 @@ public:
 
     /// Depends on every job run, every movement of time and everything recorded: equal for equal
     /// runs.
-    [[nodiscard]] std::uint64_t fingerprint() const noexcept { return history; }
+    [[nodiscard]] std::uint64_t fingerprint() const noexcept { return history.value(); }
     /// Adds `event` to the fingerprint, so that runs that differ in it differ.
-    void record(std::uint64_t event) noexcept { history = (history ^ event) * 1099511628211U; }
+    void record(std::uint64_t event) noexcept { history.mix(event); }
 
 private:
     class SimulatedExecutor;
@@ -162,7 +163,7 @@ private:
     concurrency::StopObserver* stopObserver = nullptr;
     std::uint64_t jobsAtThisTime = 0;  ///< since time moved, or the test last asked for work
     std::uint64_t jobLimit = 20'000'000;
-    std::uint64_t history = 14695981039346656037U;
+    Fingerprint history;
     bool isStopped = false;
 };
 

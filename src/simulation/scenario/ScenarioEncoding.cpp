@@ -13,10 +13,6 @@ namespace {
 using concurrency::Duration;
 using json::Writer;
 
-double inSeconds(Duration time) {
-    return std::chrono::duration<double>(time).count();
-}
-
 /// A number, or the name of one that JSON has none for.
 struct AnyNumber {
     double value;
@@ -80,7 +76,7 @@ void writeMachine(Writer& writer, const MachineDescription& machine) {
 
 void writeChange(Writer& writer, const TemperatureChange& change) {
     writer.object([&] {
-        writer.member("at", inSeconds(change.at));
+        writer.member("at", concurrency::inSeconds(change.at));
         if (change.hidesHID) writer.null("hid");
         if (!change.hid.empty()) {
             writer.objectMember("hid", [&] {
@@ -108,15 +104,17 @@ std::string_view nameOf(Fault::Operation operation) {
 
 void writeFault(Writer& writer, const Fault& fault) {
     writer.object([&] {
-        writer.member("from", inSeconds(fault.from));
-        if (fault.until != Duration::max()) writer.member("until", inSeconds(fault.until));
+        writer.member("from", concurrency::inSeconds(fault.from));
+        if (fault.until != Duration::max())
+            writer.member("until", concurrency::inSeconds(fault.until));
         writer.member("key", fault.key);
         writer.member("operation", nameOf(fault.operation));
         writer.member("value", fault.value);
         if (fault.access) writer.member("access", static_cast<std::int64_t>(*fault.access));
         if (fault.result) writer.member("result", std::int64_t{*fault.result});
         if (fault.kernelReturn) writer.member("kernelReturn", std::int64_t{*fault.kernelReturn});
-        if (fault.latency > Duration::zero()) writer.member("latency", inSeconds(fault.latency));
+        if (fault.latency > Duration::zero())
+            writer.member("latency", concurrency::inSeconds(fault.latency));
         if (fault.reading) writer.member("reading", AnyNumber{*fault.reading});
         if (fault.size) writer.member("size", std::int64_t{*fault.size});
         writer.member("type", fault.type);
@@ -127,14 +125,15 @@ void writeFault(Writer& writer, const Fault& fault) {
 
 void writeHang(Writer& writer, const HIDHang& hang) {
     writer.object([&] {
-        writer.member("from", inSeconds(hang.from));
-        if (hang.until != Duration::max()) writer.member("until", inSeconds(hang.until));
+        writer.member("from", concurrency::inSeconds(hang.from));
+        if (hang.until != Duration::max())
+            writer.member("until", concurrency::inSeconds(hang.until));
     });
 }
 
 void writeFirmware(Writer& writer, const FirmwareChange& change) {
     writer.object([&] {
-        writer.member("at", inSeconds(change.at));
+        writer.member("at", concurrency::inSeconds(change.at));
         writer.member("key", change.key);
         writer.member("value", change.value);
     });
@@ -161,8 +160,8 @@ struct EventMembers {
     }
     void operator()(const Heartbeats& beats) const {
         writer.member("client", beats.client);
-        writer.member("heartbeatEvery", inSeconds(beats.every));
-        writer.member("until", inSeconds(beats.until));
+        writer.member("heartbeatEvery", concurrency::inSeconds(beats.every));
+        writer.member("until", concurrency::inSeconds(beats.until));
     }
     void operator()(const WallClockJump& jump) const {
         writer.member("wallClockJump", jump.seconds);
@@ -188,7 +187,8 @@ struct EventMembers {
 
 void writeEvent(Writer& writer, const Event& event) {
     writer.object([&] {
-        writer.member("at", inSeconds(std::visit([](const auto& each) { return each.at; }, event)));
+        writer.member("at", concurrency::inSeconds(
+                                std::visit([](const auto& each) { return each.at; }, event)));
         std::visit(EventMembers{writer}, event);
     });
 }
@@ -205,7 +205,7 @@ void Scenario::encode(Writer& writer) const {
                 list<ThermalModel::Load::value_type>(
                     writer, "load", thermal->load, [](Writer& into, const auto& step) {
                         into.object([&] {
-                            into.member("at", inSeconds(step.first));
+                            into.member("at", concurrency::inSeconds(step.first));
                             into.member("watts", step.second);
                         });
                     });
@@ -217,8 +217,8 @@ void Scenario::encode(Writer& writer) const {
         list(writer, "events", events, writeEvent);
         writer.member("jitter", jitter);
         writer.member("euid", std::int64_t{effectiveUserID});
-        if (duration) writer.member("duration", inSeconds(*duration));
-        if (restartAfter) writer.member("restartAfter", inSeconds(*restartAfter));
+        if (duration) writer.member("duration", concurrency::inSeconds(*duration));
+        if (restartAfter) writer.member("restartAfter", concurrency::inSeconds(*restartAfter));
     });
 }
 

@@ -5,6 +5,8 @@
 #include <chrono>
 #include <utility>
 
+#include "simulation/runtime/Random.h"
+
 namespace airflow::simulation {
 
 namespace {
@@ -25,7 +27,7 @@ void update(Temperatures& temperatures, const std::string& name, std::optional<d
 
 /// Another schedule for each life; in turns stays in turns.
 std::uint64_t seedOfLife(std::uint64_t seed, std::uint64_t life) {
-    return seed == 0 ? 0 : seed + life * 0x9E3779B97F4A7C15U;
+    return seed == 0 ? 0 : seed + life * Random::step;
 }
 
 /// More of them is a daemon that cannot start, and a scenario that does not wait between two tries.
@@ -83,8 +85,9 @@ Duration ScenarioRun::now() const {
 }
 
 std::uint64_t ScenarioRun::fingerprint() const {
-    const std::uint64_t last = daemon ? daemon->runtime.fingerprint() : 0;
-    return (endedLives ^ last) * 1099511628211U;
+    Fingerprint all = endedLives;
+    all.mix(daemon ? daemon->runtime.fingerprint() : 0);
+    return all.value();
 }
 
 void ScenarioRun::play(Duration length) {
@@ -212,7 +215,7 @@ void ScenarioRun::startDaemon() {
 void ScenarioRun::noteEnd() {
     if (!daemon || !daemon->process.end()) return;
     const ProcessEnd end = *daemon->process.end();
-    endedLives = (endedLives ^ daemon->runtime.fingerprint()) * 1099511628211U;
+    endedLives.mix(daemon->runtime.fingerprint());
     machineTime = now();
     for (auto& [name, client] : clients) client.connection.reset();
     daemon.reset();

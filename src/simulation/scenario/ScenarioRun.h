@@ -12,6 +12,7 @@
 #include "simulation/daemon/SimulatedDaemon.h"
 #include "simulation/machine/RecordedLines.h"
 #include "simulation/machine/SimulatedMac.h"
+#include "simulation/runtime/Fingerprint.h"
 #include "simulation/scenario/Scenario.h"
 #include "simulation/scenario/ScenarioObserver.h"
 
@@ -89,7 +90,7 @@ private:
     std::uint64_t lives = 0;
     std::optional<concurrency::Duration> lastStart;
     int startsInThisMoment = 0;
-    std::uint64_t endedLives = 14695981039346656037U;  ///< their fingerprints
+    Fingerprint endedLives;
     std::map<std::string, Client> clients;
     /// By time, and by kind within a moment.
     std::multimap<std::pair<concurrency::Duration, int>, Action> actions;

@@ -49,8 +49,7 @@ int runCall(const CallOptions& options, Streams streams) {
     }
     SystemTime time;
     HelperSocket transport(*path, time);
-    const auto timeout = std::chrono::duration_cast<concurrency::Duration>(
-        std::chrono::duration<double>(options.timeout));
+    const auto timeout = concurrency::fromSeconds(options.timeout);
     return callHelper(*typed, timeout,
                       options.format == "json" ? AnswerFormat::json : AnswerFormat::text, transport,
                       time, streams.out, streams.err);

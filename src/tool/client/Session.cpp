@@ -89,8 +89,7 @@ void Session::wait(const std::vector<std::string>& words) {
     if (words.size() != 2) return refuse("wait takes: SECONDS");
     const auto seconds = parseSeconds(words[1]);
     if (!seconds) return refuse(seconds.error());
-    const auto duration =
-        std::chrono::duration_cast<concurrency::Duration>(std::chrono::duration<double>(*seconds));
+    const auto duration = concurrency::fromSeconds(*seconds);
     input.pause(time.now() + duration, [this] { return attend(); });
 }
 

@@ -33,8 +33,7 @@ int runSession(const SessionOptions& options, Streams streams) {
     const platform::StopSignals stop;
     SystemTime time;
     HelperSocket transport(*path, time, stop.descriptor().get());
-    const auto timeout = std::chrono::duration_cast<concurrency::Duration>(
-        std::chrono::duration<double>(options.timeout));
+    const auto timeout = concurrency::fromSeconds(options.timeout);
     client::HelperClient helper(transport, time, {.replyTimeout = timeout});
     const SessionWaits waits{.input = STDIN_FILENO,
                              .interruption = stop.descriptor().get(),

@@ -118,8 +118,7 @@ int runWatch(const WatchOptions& options, Streams streams) {
     return watchHelper({.helper = options.isMachineOnly ? nullptr : &helper,
                         .lookAtMachine = [&] { return askMachine(*machinePath); },
                         .count = options.count,
-                        .interval = std::chrono::duration_cast<concurrency::Duration>(
-                            std::chrono::duration<double>(options.interval)),
+                        .interval = concurrency::fromSeconds(options.interval),
                         .pause = pause,
                         .screen = ownScreen()},
                        time, streams.out, streams.err);

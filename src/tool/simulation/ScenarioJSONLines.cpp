@@ -12,10 +12,6 @@ namespace {
 using simulation::Call;
 using Operation = simulation::Fault::Operation;
 
-double inSeconds(concurrency::Duration time) {
-    return std::chrono::duration<double>(time).count();
-}
-
 std::string errorText(smc::KernelReturn kernelReturn) {
     if (kernelReturn == smc::kernelNotPrivileged)
         return smc::SMCError::notPrivileged().description();
@@ -30,7 +26,7 @@ template <typename Members>
 void ScenarioJSONLines::line(concurrency::Duration time, Members members) {
     writer.clear();
     writer.object([&] {
-        writer.member("time", inSeconds(time));
+        writer.member("time", concurrency::inSeconds(time));
         members();
     });
     if (const auto text = writer.view())

@@ -14,10 +14,6 @@ namespace {
 using concurrency::Duration;
 using simulation::Call;
 
-double inSeconds(Duration time) {
-    return std::chrono::duration<double>(time).count();
-}
-
 std::string describe(const Call& call) {
     const auto name = daemon::nameOf(call.method);
     switch (call.method) {
@@ -56,7 +52,8 @@ std::string celsiusText(std::optional<double> celsius) {
 }  // namespace
 
 void ScenarioTable::line(Duration time, const std::string& what) {
-    std::string text = fmt::format("{:>10.1f}  {}", inSeconds(time), text::printable(what));
+    std::string text =
+        fmt::format("{:>10.1f}  {}", concurrency::inSeconds(time), text::printable(what));
     text.erase(text.find_last_not_of(' ') + 1);
     out << text << '\n';
 }
@@ -194,8 +191,8 @@ void ScenarioTable::disconnected(Duration time, std::string_view client) {
 
 void ScenarioTable::finish(Duration time) {
     if (controlSince) controlled += time - *controlSince;
-    out << fmt::format("\nunder control    {:.1f} of {:.1f} s\n", inSeconds(controlled),
-                       inSeconds(time));
+    out << fmt::format("\nunder control    {:.1f} of {:.1f} s\n",
+                       concurrency::inSeconds(controlled), concurrency::inSeconds(time));
     out << (hottest ? fmt::format("hottest          {:.1f} °C\n", *hottest)
                     : "hottest          —\n");
     for (const auto& [fan, record] : fans) {

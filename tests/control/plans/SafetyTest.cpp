@@ -140,7 +140,7 @@ TEST(Safety, everyFanIsSoonBackWithTheFirmwareWhenNobodyIsWatching) {
         EXPECT_FALSE(watcher.isForced)
             << "seed " << seed << ": still forced, " << (troubleEnds + bound) / 1s
             << " s after the start; the last answer came at "
-            << std::chrono::duration<double>(watcher.lastReply).count() << " s";
+            << concurrency::inSeconds(watcher.lastReply) << " s";
         withControl += watcher.forcedSeconds > 0;
         withRefusals += watcher.refused > 0;
         reasons.insert(watcher.reasons.begin(), watcher.reasons.end());

@@ -58,7 +58,7 @@ public:
 
 protected:
     void note(concurrency::Duration time, const std::string& what) {
-        lines.push_back(fmt::format("{} {}", std::chrono::duration<double>(time).count(), what));
+        lines.push_back(fmt::format("{} {}", concurrency::inSeconds(time), what));
     }
 };
 

@@ -59,7 +59,7 @@ public:
 
 private:
     void note(concurrency::Duration time, const std::string& what) {
-        lines.push_back(fmt::format("{} {}", std::chrono::duration<double>(time).count(), what));
+        lines.push_back(fmt::format("{} {}", concurrency::inSeconds(time), what));
     }
 };
 
