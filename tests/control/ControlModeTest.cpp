@@ -16,7 +16,7 @@ ControlMode decoded(const std::string& text) {
     return mode.value_or(ControlMode());
 }
 
-DecodingError refusal(const std::string& text) {
+DecodingError decodingErrorOf(const std::string& text) {
     const auto mode = json::decode<ControlMode>(text);
     EXPECT_FALSE(mode) << text;
     return mode ? DecodingError() : mode.error();
@@ -51,31 +51,31 @@ TEST(ControlMode, whatStandsInTheCasesObjectIsIgnored) {
 
 TEST(ControlMode, anObjectWithoutACaseIsRefused) {
     const auto error = wrong("", "Invalid number of keys found, expected one.");
-    EXPECT_EQ(refusal("{}"), error);
-    EXPECT_EQ(refusal(R"({"x":{}})"), error);
-    EXPECT_EQ(refusal(R"({"Automatic":{}})"), error);
+    EXPECT_EQ(decodingErrorOf("{}"), error);
+    EXPECT_EQ(decodingErrorOf(R"({"x":{}})"), error);
+    EXPECT_EQ(decodingErrorOf(R"({"Automatic":{}})"), error);
 }
 
 TEST(ControlMode, anObjectWithTwoCasesIsRefused) {
     const auto error = wrong("", "Invalid number of keys found, expected one.");
-    EXPECT_EQ(refusal(R"({"manual":{},"curve":{}})"), error);
-    EXPECT_EQ(refusal(R"({"automatic":{},"fullBlast":{}})"), error);
+    EXPECT_EQ(decodingErrorOf(R"({"manual":{},"curve":{}})"), error);
+    EXPECT_EQ(decodingErrorOf(R"({"automatic":{},"fullBlast":{}})"), error);
 }
 
 TEST(ControlMode, aCaseThatIsNoObjectIsRefused) {
-    EXPECT_EQ(refusal(R"({"manual":1})"),
+    EXPECT_EQ(decodingErrorOf(R"({"manual":1})"),
               wrong("manual", "Expected an object but found a number."));
-    EXPECT_EQ(refusal(R"({"automatic":null})"),
+    EXPECT_EQ(decodingErrorOf(R"({"automatic":null})"),
               wrong("automatic", "Expected an object but found null."));
-    EXPECT_EQ(refusal(R"({"fullBlast":[]})"),
+    EXPECT_EQ(decodingErrorOf(R"({"fullBlast":[]})"),
               wrong("fullBlast", "Expected an object but found an array."));
-    EXPECT_EQ(refusal(R"({"curve":true})"),
+    EXPECT_EQ(decodingErrorOf(R"({"curve":true})"),
               wrong("curve", "Expected an object but found a boolean."));
 }
 
 TEST(ControlMode, aValueThatIsNoObjectIsRefused) {
-    EXPECT_EQ(refusal(R"("manual")"), wrong("", "Expected an object but found a string."));
-    EXPECT_EQ(refusal("null"), wrong("", "Expected an object but found null."));
+    EXPECT_EQ(decodingErrorOf(R"("manual")"), wrong("", "Expected an object but found a string."));
+    EXPECT_EQ(decodingErrorOf("null"), wrong("", "Expected an object but found null."));
 }
 
 TEST(ControlMode, aModeIsAutomaticUnlessSaidOtherwise) {
