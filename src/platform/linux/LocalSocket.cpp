@@ -79,12 +79,12 @@ SocketResult<FileDescriptor> lockBeside(const std::string& path) {
 }
 
 /// Whether somebody listens who takes no locks, so not a daemon of ours, whom the end of this
-/// connection would tell something. A queue that is full is somebody's, too.
+/// connection would tell something. Only a refusal tells that nobody does: a queue may be full, and
+/// a socket of another kind answers with another error.
 bool isListenedTo(const sockaddr_un& address) {
     const FileDescriptor own = makeSocket();
     makeNonBlocking(own);
-    const int error = connectSocket(own, address);
-    return error == 0 || error == EAGAIN;
+    return connectSocket(own, address) != ECONNREFUSED;
 }
 
 /// Removes a socket that nobody listens on. Needs the lock.

@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
@@ -94,6 +96,18 @@ TEST_F(LocalSocketTest, aSocketThatAForeignProcessListensOnIsLeftAlone) {
     EXPECT_THAT(own.error(), EndsWith("/s: another process listens there"));
     EXPECT_TRUE(acceptFrom(*foreign));
     EXPECT_TRUE(connectTo(path("s")));
+}
+
+TEST_F(LocalSocketTest, aSocketOfAnotherKindThatIsInUseIsLeftAlone) {
+    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+    path("s").copy(address.sun_path, sizeof address.sun_path - 1);
+    const FileDescriptor foreign(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const auto* const name = reinterpret_cast<const sockaddr*>(&address);
+    ASSERT_EQ(bind(foreign.get(), name, sizeof address), 0);
+    const auto own = listenOn(path("s"));
+    ASSERT_FALSE(own);
+    EXPECT_THAT(own.error(), EndsWith("/s: another process listens there"));
+    EXPECT_TRUE(fs::exists(path("s")));
 }
 
 TEST_F(LocalSocketTest, aServerIsClaimedByOneProcessAtATime) {
