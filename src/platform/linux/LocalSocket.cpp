@@ -162,6 +162,10 @@ std::optional<Peer> peerOf(const FileDescriptor& connection) {
     return Peer{.user = credentials.uid, .process = credentials.pid};
 }
 
+bool isOwnUserOrRoot(const Peer& peer) {
+    return peer.user == geteuid() || peer.user == 0;
+}
+
 void makeNonBlocking(const FileDescriptor& descriptor) {
     const int flags = fcntl(descriptor.get(), F_GETFL);
     (void)fcntl(descriptor.get(), F_SETFL, flags | O_NONBLOCK);  // cannot fail on a socket
