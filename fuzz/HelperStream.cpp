@@ -1,11 +1,10 @@
 #include "HelperStream.h"
 
-#include <poll.h>
-#include <sys/epoll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
+#include <asio/io_context.hpp>
 #include <chrono>
 #include <cstdint>
 #include <map>
@@ -93,7 +92,9 @@ public:
         constexpr int type = SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK;
         require(socketpair(AF_UNIX, type, 0, ends.data()) == 0, "the system has sockets");
         client = FileDescriptor(ends[0]);
-        connection = std::make_unique<LocalConnection>(1, FileDescriptor(ends[1]), box, isWelcome);
+        connection = std::make_shared<LocalConnection>(
+            loop, FileDescriptor(ends[1]), isWelcome,
+            [this](const LocalConnection&) { connection.reset(); });
         require(door.delegate->shouldAccept(*connection), "every client is let in");
     }
     Conversation(const Conversation&) = delete;
@@ -150,31 +151,10 @@ private:
         bool isAnything = true;
         while (isAnything && !hasExited()) {
             runtime.settle();
-            isAnything = distribute() || handle();
+            loop->restart();  // it stops when there is nothing to wait for
+            isAnything = loop->poll() > 0;
             receive();
         }
-    }
-    bool distribute() {
-        const auto answers = box->take();
-        for (const auto& answer : answers) {
-            if (connection) connection->take(answer);
-        }
-        return !answers.empty();
-    }
-    /// What epoll would tell. (The bits are the same.)
-    bool handle() {
-        if (!connection) return false;
-        if (connection->hasEnded()) {
-            connection.reset();
-            return true;
-        }
-        pollfd wanted{.fd = connection->descriptor(),
-                      .events = static_cast<short>(connection->interest()),
-                      .revents = 0};
-        if (poll(&wanted, 1, 0) < 1) return false;
-        const bool isHeard = (wanted.revents & (wanted.events | POLLERR | POLLHUP)) != 0;
-        connection->handle(static_cast<std::uint32_t>(wanted.revents));
-        return isHeard;
     }
     void receive() {
         std::array<char, 65536> chunk{};
@@ -198,10 +178,10 @@ private:
                            .listener = door,
                            .standardError = standardError,
                            .effectiveUserID = [] { return 0U; }}};
-    std::shared_ptr<platform::AnswerBox> box = std::make_shared<platform::AnswerBox>();
+    const std::shared_ptr<asio::io_context> loop = std::make_shared<asio::io_context>(1);
     platform::PeerCheck isWelcome = [](const platform::Peer&) { return true; };
     FileDescriptor client;
-    std::unique_ptr<LocalConnection> connection;
+    std::shared_ptr<LocalConnection> connection;
     std::string sent;
     std::string received;
 };

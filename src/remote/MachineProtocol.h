@@ -187,6 +187,27 @@ private:
     bool isBroken = false;
 };
 
+/// Cuts a stream of bytes into messages.
+class MessageBuffer {
+public:
+    void append(std::string_view received) { bytes += received; }
+    /// The next complete message, without its length; valid until the next call. Nothing while
+    /// there is none, and for good once one is too long.
+    [[nodiscard]] std::optional<std::string_view> next();
+    /// Whether the next message is longer than one may be.
+    [[nodiscard]] bool isTooLong() const { return isBroken; }
+
+private:
+    std::string bytes;
+    std::size_t start = 0;  ///< of the next message's length
+    bool isBroken = false;
+};
+
+/// Whether a message, given with its length in front, is longer than one may be.
+[[nodiscard]] inline bool isTooLong(std::string_view framed) {
+    return framed.size() > sizeof(std::uint32_t) + longestMessage;
+}
+
 /// Waits until the message is sent; false when it is too long or the other end is gone.
 [[nodiscard]] bool sendMessage(const platform::FileDescriptor& connection, MessageWriter& message);
 /// Waits for a message and gives what follows its length; nothing when the connection ends before

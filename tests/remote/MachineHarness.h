@@ -92,7 +92,8 @@ struct MachineHarness {
     concurrency::Duration now{};
     simulation::SimulatedMac mac;
     ServedMachine served;
-    std::optional<MachineServer> server{std::in_place, served};
+    std::optional<MachineServer> server{std::in_place, served,
+                                        platform::EventLoop::start().value()};
 };
 
 }  // namespace airflow::remote

@@ -1,9 +1,10 @@
 #include <gmock/gmock.h>
-#include <poll.h>
-#include <sys/eventfd.h>
+#include <sys/ioctl.h>
 
+#include <atomic>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "MachineHarness.h"
 #include "remote/MachineServer.h"
@@ -29,6 +30,25 @@ protected:
         EXPECT_TRUE(sendMessage(connection, writer));
         const auto message = receiveMessage(connection);
         return message ? std::optional(message->substr(4)) : std::nullopt;
+    }
+    /// The connection to the SMC that the peer is given.
+    static std::uint32_t open(const platform::FileDescriptor& connection) {
+        for (const auto& [operation, number] :
+             {std::pair(MachineOperation::findService, 0U),
+              std::pair(MachineOperation::openService, 0x5E11U)}) {
+            MessageWriter writer;
+            writer.put(operation);
+            if (number == 0) {
+                writer.put("AppleSMC");
+            } else {
+                writer.put(number);
+                writer.put(0U);
+            }
+            EXPECT_TRUE(sendMessage(connection, writer));
+        }
+        EXPECT_TRUE(receiveMessage(connection));
+        const auto opened = receiveMessage(connection).value();
+        return MessageReader(opened).take<OpeningAnswer>().connection;
     }
 
     MachineHarness harness;
@@ -72,6 +92,68 @@ TEST_F(MachineServerTest, aPeerThatDoesNotReadKeepsNobodyWaiting) {
     EXPECT_EQ(ask(other, "quick"), "heard quick");
 }
 
+TEST_F(MachineServerTest, aPeerThatDoesNotReadIsAnsweredInTheEnd) {
+    const auto slow = harness.connect();
+    std::thread asking([&slow] {
+        for (int i = 0; i < 50; ++i) {
+            MessageWriter writer;
+            writer.put(MachineOperation::control);
+            writer.put(std::to_string(i) + std::string(100'000, 'x'));
+            EXPECT_TRUE(sendMessage(slow, writer));
+        }
+    });
+    EXPECT_TRUE(eventually([&slow] {  // until no more goes in
+        int unread = 0;
+        return ioctl(slow.get(), FIONREAD, &unread) == 0 && unread > 100'000;
+    }));
+    for (int i = 0; i < 50; ++i) {
+        const auto answer = receiveMessage(slow).value_or("");
+        EXPECT_EQ(answer.substr(4), "heard " + std::to_string(i) + std::string(100'000, 'x'));
+    }
+    asking.join();
+}
+
+TEST_F(MachineServerTest, aFloodOfOnePeerKeepsNobodyWaiting) {
+    const auto flooding = harness.connect();
+    std::atomic<bool> isOver = false;
+    std::thread flood([&] {
+        MessageWriter writer;
+        writer.put(MachineOperation::retain);  // which has no answer
+        writer.put(sensors::HIDObject{});
+        while (!isOver && sendMessage(flooding, writer)) {
+        }
+    });
+    const auto other = harness.connect();
+    for (int i = 0; i < 100; ++i) EXPECT_EQ(ask(other, "quick"), "heard quick");
+    isOver = true;
+    flood.join();
+}
+
+TEST_F(MachineServerTest, aMessageMayComeInPiecesAndManyAtOnce) {
+    const auto connection = harness.connect();
+    MessageWriter writer;
+    writer.put(MachineOperation::control);
+    writer.put("piece");
+    const std::string message(writer.framed());
+    for (const char& byte : message) EXPECT_TRUE(platform::sendAll(connection, {&byte, 1}));
+    EXPECT_TRUE(platform::sendAll(connection, message + message));
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(receiveMessage(connection).value_or("").substr(4), "heard piece");
+    }
+}
+
+TEST_F(MachineServerTest, manyConnectionsNeedOneThread) {
+    const auto threads = [] {
+        const std::filesystem::directory_iterator tasks("/proc/self/task");
+        return std::distance(begin(tasks), end(tasks));
+    };
+    const auto before = threads();
+    std::vector<platform::FileDescriptor> connections;
+    for (int i = 0; i < 200; ++i) connections.push_back(harness.connect());
+    for (const auto& each : connections) EXPECT_EQ(ask(each, "me"), "heard me");
+    EXPECT_EQ(threads(), before) << "the server had its thread before";
+}
+
 TEST_F(MachineServerTest, whatADeadPeerHeldIsGivenBack) {
     auto connection = harness.connect();
     MessageWriter writer;
@@ -107,6 +189,26 @@ TEST_F(MachineServerTest, aSlowAnswerComesLateAndKeepsOnlyItsAskerWaiting) {
     EXPECT_EQ(requests.tryReadValue("F0Ac")->numeric(), 1200);
 }
 
+TEST_F(MachineServerTest, requestsBehindASlowOneWaitForItsAnswer) {
+    harness.add({.operation = simulation::Fault::Operation::information, .latency = 20ms});
+    const auto connection = harness.connect();
+    const std::uint32_t opened = open(connection);
+    MessageWriter slow;
+    slow.put(MachineOperation::call);
+    slow.put(opened);
+    slow.put(2U);
+    slow.put(recordOf(0, 9));
+    MessageWriter quick;
+    quick.put(MachineOperation::control);
+    quick.put("after it");
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_TRUE(
+        platform::sendAll(connection, std::string(slow.framed()) + std::string(quick.framed())));
+    EXPECT_EQ(receiveMessage(connection).value_or("").size(), sizeof(CallAnswer));
+    EXPECT_GE(std::chrono::steady_clock::now() - before, 20ms);
+    EXPECT_EQ(receiveMessage(connection).value_or("").substr(4), "heard after it");
+}
+
 TEST_F(MachineServerTest, anAnswerThatTakesAnHourKeepsNeitherTheHubNorTheEndWaiting) {
     harness.add({.operation = simulation::Fault::Operation::information, .latency = 1h});
     auto machine = harness.remote();
@@ -123,23 +225,9 @@ TEST_F(MachineServerTest, anAnswerThatTakesAnHourKeepsNeitherTheHubNorTheEndWait
 TEST_F(MachineServerTest, anAskerThatGoesIsNotWaitedFor) {
     harness.add({.operation = simulation::Fault::Operation::information, .latency = 1h});
     auto connection = harness.connect();
-    for (const auto& [operation, number] : {std::pair(MachineOperation::findService, 0U),
-                                            std::pair(MachineOperation::openService, 0x5E11U)}) {
-        MessageWriter writer;
-        writer.put(operation);
-        if (number == 0) {
-            writer.put("AppleSMC");
-        } else {
-            writer.put(number);
-            writer.put(0U);
-        }
-        EXPECT_TRUE(sendMessage(connection, writer));
-    }
-    EXPECT_TRUE(receiveMessage(connection));
-    const auto opened = receiveMessage(connection).value();
     MessageWriter writer;
     writer.put(MachineOperation::call);
-    writer.put(MessageReader(opened).take<OpeningAnswer>().connection);
+    writer.put(open(connection));
     writer.put(2U);
     writer.put(recordOf(0, 9));
     EXPECT_TRUE(sendMessage(connection, writer));
@@ -150,14 +238,13 @@ TEST_F(MachineServerTest, anAskerThatGoesIsNotWaitedFor) {
     EXPECT_TRUE(eventually([this] { return harness.holdsNothing(); }));
 }
 
-TEST_F(MachineServerTest, acceptsUntilItIsToldToStop) {
+TEST_F(MachineServerTest, acceptsWhoeverConnectsUntilItsEnd) {
     const std::string path = (std::filesystem::path(testing::TempDir()) /
                               ("airflow-machine-" + std::to_string(getpid())))
                                  .string();
-    const auto listening = platform::listenOn(path);
+    auto listening = platform::listenOn(path);
     ASSERT_TRUE(listening) << listening.error();
-    const platform::FileDescriptor stop(eventfd(0, EFD_CLOEXEC));
-    std::thread accepting([&] { harness.server->acceptUntil(stop, *listening); });
+    harness.server->accept(std::move(*listening));
     {
         RemoteMachine machine(path);
         smc::SMCRequests requests(machine.smc());
@@ -166,8 +253,8 @@ TEST_F(MachineServerTest, acceptsUntilItIsToldToStop) {
         ASSERT_TRUE(connection);
         EXPECT_EQ(ask(*connection, "me"), "heard me");
     }
-    eventfd_write(stop.get(), 1);
-    accepting.join();
+    harness.server.reset();
+    EXPECT_FALSE(platform::connectTo(path));
     std::filesystem::remove(path);
 }
 

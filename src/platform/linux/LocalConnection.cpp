@@ -1,11 +1,8 @@
 #include "platform/linux/LocalConnection.h"
 
 #include <fmt/format.h>
-#include <sys/epoll.h>
-#include <sys/socket.h>
 
-#include <array>
-#include <cerrno>
+#include <asio/post.hpp>
 #include <utility>
 
 #include "daemon/Command.h"
@@ -14,16 +11,20 @@
 
 namespace airflow::platform {
 
-LocalConnection::LocalConnection(std::uint64_t id, FileDescriptor connected,
-                                 std::shared_ptr<AnswerBox> answers, const PeerCheck& isWelcome)
-    : number(id), socket(std::move(connected)), box(std::move(answers)), welcome(isWelcome) {}
+using Event = WatchedSocket::Event;
+
+LocalConnection::LocalConnection(std::shared_ptr<asio::io_context> loop, FileDescriptor connected,
+                                 const PeerCheck& isWelcome, EndHandler endHandler)
+    : socket(std::move(loop), std::move(connected)),
+      welcome(isWelcome),
+      ended(std::move(endHandler)) {}
 
 LocalConnection::~LocalConnection() {
     stopReceiving();
 }
 
 void LocalConnection::setCodeSigningRequirement(std::string_view) {
-    const auto peer = peerOf(socket);
+    const auto peer = peerOf(socket.descriptor());
     isUntrusted = !peer || !welcome(*peer);
 }
 
@@ -33,41 +34,42 @@ void LocalConnection::setInvalidationHandler(std::function<void()> handler) {
 
 void LocalConnection::resume() {
     isReceiving = true;
-    if (!isUntrusted) return;
-    refuse({.id = {}, .reason = "The daemon takes commands from its own user and from root only."});
-    stopReceiving();
-    flush();
-}
-
-std::uint32_t LocalConnection::interest() const {
-    std::uint32_t events = 0;
-    if (isReceiving && !isBusy()) events |= EPOLLIN;
-    if (hasUnsent()) events |= EPOLLOUT;
-    return events;
+    if (!socket.watch()) {
+        breakOff();
+    } else if (isUntrusted) {
+        refuse({.id = {},
+                .reason = "The daemon takes commands from its own user and from root only."});
+        stopReceiving();
+        flush();
+    }
+    settle();
 }
 
 bool LocalConnection::hasEnded() const {
-    const bool isWaitedFor = unanswered > 0 || hasUnsent();
+    const bool isWaitedFor = unanswered > 0 || socket.unsent() > 0;
     return isBroken || (!isReceiving && !isWaitedFor);
 }
 
-void LocalConnection::handle(std::uint32_t events) {
-    if ((events & EPOLLIN) != 0 && (interest() & EPOLLIN) != 0)
-        receive();
-    else if ((events & (EPOLLHUP | EPOLLERR)) != 0)
-        breakOff();
+void LocalConnection::handle(Event event) {
+    if (event == Event::readable && isHeard()) receive();
+    // One who is heard is read to the end: what was sent before it still counts.
+    if (event == Event::end && !isHeard() && socket.isPeerGone()) breakOff();
     proceed();
+    settle();
 }
 
-void LocalConnection::take(const AnswerBox::Answer& answer) {
-    if (answer.heartbeats > 0) {
-        isAsking = false;
-        unheard -= answer.heartbeats;
-    } else {
-        --unanswered;
-        write(answer.line);
-    }
+void LocalConnection::answer(std::string_view line) {
+    --unanswered;
+    write(line);
     proceed();
+    settle();
+}
+
+void LocalConnection::noteHeard(std::size_t heartbeats) {
+    isAsking = false;
+    unheard -= heartbeats;
+    proceed();
+    settle();
 }
 
 /// As far as it goes: what is written makes room for the answers to further lines.
@@ -80,15 +82,23 @@ void LocalConnection::proceed() {
     } while (wasBusy && !isBusy() && isReceiving);
 }
 
+/// After anything that happened: waits for what comes next, or lets go of the socket.
+void LocalConnection::settle() {
+    if (hasEnded()) {
+        if (const auto handler = std::exchange(ended, {})) handler(*this);
+        return;
+    }
+    if (socket.unsent() > 0) socket.waitFor(Event::writable, weak_from_this());
+    socket.waitFor(isHeard() ? Event::readable : Event::end, weak_from_this());
+}
+
 void LocalConnection::receive() {
-    std::array<char, 65536> chunk;  // NOLINT(*-member-init): recv() fills it
-    const ssize_t count = recv(socket.get(), chunk.data(), chunk.size(), MSG_DONTWAIT);
-    if (count > 0) {
-        lines.append({chunk.data(), static_cast<std::size_t>(count)});
-    } else if (count == 0) {
+    using Received = WatchedSocket::Received;
+    const Received received = socket.receiveInto(lines);
+    if (received == Received::end) {
         if (lines.hasRest()) refuse({.id = {}, .reason = "The last line has no newline."});
         stopReceiving();
-    } else if (errno != EAGAIN && errno != EINTR) {
+    } else if (received == Received::failure) {
         breakOff();
     }
 }
@@ -120,11 +130,13 @@ void LocalConnection::deliver(std::string_view line) {
 
 void LocalConnection::carryOut(wire::Request request) {
     ++unanswered;
-    daemon::dispatch(
-        *service, std::move(request.command),
-        [answers = box, connection = number, id = *request.id](const daemon::Reply& reply) {
-            answers->put({.connection = connection, .line = wire::answerLine(id, reply)});
-        });
+    daemon::dispatch(*service, std::move(request.command),
+                     [loop = socket.context(), asker = weak_from_this(),
+                      id = *request.id](const daemon::Reply& reply) {
+                         asio::post(*loop, [asker, line = wire::answerLine(id, reply)] {
+                             if (const auto self = asker.lock()) self->answer(line);
+                         });
+                     });
 }
 
 void LocalConnection::carryOutHeartbeat() {
@@ -136,8 +148,11 @@ void LocalConnection::carryOutHeartbeat() {
 /// for a few that other threads were about to hear), so a flood of heartbeats is bounded, too.
 void LocalConnection::askWhenHeard() {
     isAsking = true;
-    service->readState([answers = box, connection = number, count = unheard](std::string_view) {
-        answers->put({.connection = connection, .line = {}, .heartbeats = count});
+    service->readState([loop = socket.context(), asker = weak_from_this(),
+                        heartbeats = unheard](std::string_view) {
+        asio::post(*loop, [asker, heartbeats] {
+            if (const auto self = asker.lock()) self->noteHeard(heartbeats);
+        });
     });
 }
 
@@ -146,23 +161,12 @@ void LocalConnection::refuse(const wire::Refusal& refusal) {
 }
 
 void LocalConnection::write(std::string_view line) {
-    if (!isBroken) outgoing += line;
+    if (!isBroken) socket.write(line);
 }
 
 void LocalConnection::flush() {
-    while (hasUnsent() && !isBroken) {
-        const ssize_t count = send(socket.get(), outgoing.data() + sent, outgoing.size() - sent,
-                                   MSG_DONTWAIT | MSG_NOSIGNAL);
-        if (count >= 0)
-            sent += static_cast<std::size_t>(count);
-        else if (errno == EAGAIN)
-            break;
-        else if (errno != EINTR)
-            breakOff();
-    }
-    outgoing.erase(0, std::exchange(sent, 0));
-    if (outgoing.empty()) outgoing.shrink_to_fit();  // after a client that was slow for a while
-    if (outgoing.size() > unreadLimit) breakOff();
+    if (isBroken) return;
+    if (!socket.flush() || socket.unsent() > unreadLimit) breakOff();
 }
 
 void LocalConnection::stopReceiving() {

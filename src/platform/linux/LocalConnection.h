@@ -1,31 +1,29 @@
 // LocalConnection: one client of the local socket, on the daemon's side.
 //
-// Everything here runs on the listener's thread, which it never blocks.
+// Everything here runs on the thread of the event loop, which it never blocks. Includes Asio: not
+// for headers that other modules read.
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
 
 #include "daemon/Connection.h"
-#include "platform/linux/AnswerBox.h"
 #include "platform/linux/LocalSocket.h"
+#include "platform/linux/WatchedSocket.h"
 #include "wire/LineBuffer.h"
 #include "wire/Request.h"
 
 namespace airflow::platform {
 
-/// Whether a peer is one that commands are taken from.
-using PeerCheck = std::function<bool(const Peer& peer)>;
-
 /// Messages are delivered one after the other, in the order in which they came. The connection ends
 /// in two steps: first nothing arrives any more, which the invalidation handler is told once; then,
 /// when the answers that the client still waits for are written, or the client is gone, the socket
 /// is closed. So `printf ... | nc -N` gets its answers.
-class LocalConnection final : public daemon::Connection {
+class LocalConnection final : public daemon::Connection,
+                              public std::enable_shared_from_this<LocalConnection> {
 public:
     /// While so many calls wait for their answer, no further message is read.
     static constexpr std::size_t unansweredLimit = 256;
@@ -34,8 +32,12 @@ public:
     /// Bytes of answers that a client may leave unread before its connection ends.
     static constexpr std::size_t unreadLimit = 8 * 1024 * 1024;
 
-    LocalConnection(std::uint64_t id, FileDescriptor socket, std::shared_ptr<AnswerBox> answers,
-                    const PeerCheck& isWelcome);
+    /// Told once, when the socket can be closed.
+    using EndHandler = std::function<void(const LocalConnection& ended)>;
+
+    /// Owned by shared pointers; answers find it as long as one is left.
+    LocalConnection(std::shared_ptr<asio::io_context> loop, FileDescriptor connected,
+                    const PeerCheck& isWelcome, EndHandler endHandler = {});
     /// Tells the invalidation handler, if nobody has.
     ~LocalConnection() override;
 
@@ -47,23 +49,22 @@ public:
     void setInterruptionHandler(std::function<void()>) override {}
     void resume() override;
 
-    [[nodiscard]] int descriptor() const { return socket.get(); }
-    /// The events that it has to be told of, as epoll names them.
-    [[nodiscard]] std::uint32_t interest() const;
-    void handle(std::uint32_t events);
-    /// An answer to one of its calls has come.
-    void take(const AnswerBox::Answer& answer);
+    void handle(WatchedSocket::Event event);
+    /// The answer to one of its calls has come.
+    void answer(std::string_view line);
     /// Whether the socket can be closed.
     [[nodiscard]] bool hasEnded() const;
 
 private:
     /// Whether the client has so much under way that no further line of it is looked at.
     [[nodiscard]] bool isBusy() const {
-        return unanswered + unheard >= unansweredLimit || outgoing.size() - sent >= unsentLimit;
+        return unanswered + unheard >= unansweredLimit || socket.unsent() >= unsentLimit;
     }
-    [[nodiscard]] bool hasUnsent() const { return sent < outgoing.size(); }
+    [[nodiscard]] bool isHeard() const { return isReceiving && !isBusy(); }
+    void noteHeard(std::size_t heartbeats);
     void receive();
     void proceed();
+    void settle();
     void deliver();
     void deliver(std::string_view line);
     void carryOut(wire::Request request);
@@ -75,10 +76,9 @@ private:
     void stopReceiving();
     void breakOff();
 
-    const std::uint64_t number;
-    const FileDescriptor socket;
-    const std::shared_ptr<AnswerBox> box;
+    WatchedSocket socket;
     const PeerCheck& welcome;
+    EndHandler ended;
 
     daemon::FanHelperService* service = nullptr;
     std::function<void()> invalidationHandler;
@@ -90,8 +90,6 @@ private:
     std::size_t unanswered = 0;  ///< calls
     std::size_t unheard = 0;     ///< heartbeats that the controller may not have heard yet
     bool isAsking = false;       ///< whether it has heard them
-    std::string outgoing;
-    std::size_t sent = 0;  ///< of `outgoing`
 };
 
 }  // namespace airflow::platform

@@ -1,17 +1,19 @@
 // LocalProcess: the daemon's process on Linux.
 #pragma once
 
+#include <expected>
 #include <memory>
+#include <string>
 
 #include "daemon/DaemonProcess.h"
 
 namespace airflow::platform {
 
-/// This process. One at most may be made, and it lives until the process is gone: signals and exit
-/// handlers, which have no owner, refer to it.
+/// This process, or why the system cannot tell of signals. One at most is made, and it is never
+/// destroyed: signals and exit handlers, which have no owner, refer to it.
 ///
-/// The signal-safety queue is a thread that sleeps until a signal comes. Before handle() a signal
-/// does what it did before.
-[[nodiscard]] daemon::DaemonProcess& localProcess();
+/// The signal-safety queue is a thread that sleeps until a signal comes. Before handle(), which is
+/// called once at most for each, a signal does what it did before.
+[[nodiscard]] std::expected<std::unique_ptr<daemon::DaemonProcess>, std::string> makeLocalProcess();
 
 }  // namespace airflow::platform

@@ -1,7 +1,6 @@
 #include "platform/linux/LocalSocket.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -14,6 +13,8 @@
 #include <cstring>
 #include <filesystem>
 #include <system_error>
+
+#include "platform/linux/Waiting.h"
 
 namespace airflow::platform {
 
@@ -129,7 +130,7 @@ SocketResult<FileDescriptor> claimServer(const std::string& path,
     if (!file) return failure(path, "cannot be locked: " + reasonOf(errno));
     for (auto waited = std::chrono::milliseconds(0); !isLocked(file); waited += pause) {
         if (waited >= gracePeriod) return failure(path, "another process uses it");
-        poll(nullptr, 0, static_cast<int>(pause.count()));
+        pauseFor(pause);
     }
     return file;
 }
@@ -159,6 +160,10 @@ std::optional<Peer> peerOf(const FileDescriptor& connection) {
         return std::nullopt;
     }
     return Peer{.user = credentials.uid, .process = credentials.pid};
+}
+
+bool isOwnUserOrRoot(const Peer& peer) {
+    return peer.user == geteuid() || peer.user == 0;
 }
 
 void makeNonBlocking(const FileDescriptor& descriptor) {

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <expected>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -44,6 +45,12 @@ struct Peer {
     uid_t user = 0;
     pid_t process = 0;
 };
+
+/// Whether a peer is one that commands are taken from.
+using PeerCheck = std::function<bool(const Peer& peer)>;
+
+/// True for the user that this process runs as, and for root.
+[[nodiscard]] bool isOwnUserOrRoot(const Peer& peer);
 
 /// Either what was asked for, or a text for people that names the path and the reason.
 template <typename T>

@@ -1,18 +1,14 @@
 #include "tool/client/HelperSocket.h"
 
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <limits>
-#include <thread>
-#include <vector>
 
 #include "platform/linux/LocalSocket.h"
+#include "platform/linux/Waiting.h"
 
 namespace airflow::tool {
 
@@ -20,14 +16,6 @@ namespace {
 
 using client::Received;
 using concurrency::Instant;
-
-/// What is left until `until`, for poll(): rounded up, so that it does not wake too early.
-int millisecondsUntil(Instant until, Instant now) {
-    if (until <= now) return 0;
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - now).count();
-    constexpr int longest = std::numeric_limits<int>::max();
-    return static_cast<int>(std::min<decltype(left)>(left, longest));
-}
 
 /// A daemon that reads nothing must not hold its client for ever.
 void limitSending(const platform::FileDescriptor& connection) {
@@ -50,7 +38,8 @@ public:
     bool send(std::string_view bytes) override { return platform::sendAll(socket, bytes); }
 
     Received receive(Instant until) override {
-        const auto woken = waitForAny({helper.interruption, socket.get()}, until, helper.time);
+        const auto woken = platform::waitForAny({helper.interruption, socket.get()}, until,
+                                                [this] { return helper.time.now(); });
         if (!woken) return {};
         const bool isInterrupted = *woken == 0;
         if (isInterrupted) return {.kind = Received::Kind::ended, .bytes = {}};
@@ -80,7 +69,7 @@ Instant SystemTime::now() {
 }
 
 void SystemTime::sleepUntil(Instant until) {
-    std::this_thread::sleep_for(until - now());
+    (void)platform::waitForAny({}, until, [this] { return now(); });
 }
 
 std::expected<std::unique_ptr<client::Channel>, std::string> HelperSocket::connect() {
@@ -88,23 +77,6 @@ std::expected<std::unique_ptr<client::Channel>, std::string> HelperSocket::conne
     if (!connection) return std::unexpected(std::move(connection.error()));
     limitSending(*connection);
     return std::make_unique<Connection>(*this, std::move(*connection));
-}
-
-std::optional<std::size_t> waitForAny(std::initializer_list<int> descriptors, Instant until,
-                                      client::Time& time) {
-    std::vector<pollfd> waited;
-    for (const int descriptor : descriptors) {
-        waited.push_back({.fd = descriptor, .events = POLLIN, .revents = 0});
-    }
-    for (;;) {
-        const int timeout = millisecondsUntil(until, time.now());
-        if (poll(waited.data(), waited.size(), timeout) > 0) {
-            const auto ready =
-                std::ranges::find_if(waited, [](const pollfd& each) { return each.revents != 0; });
-            return static_cast<std::size_t>(ready - waited.begin());
-        }
-        if (time.now() >= until) return std::nullopt;
-    }
 }
 
 }  // namespace airflow::tool

@@ -1,11 +1,8 @@
 // HelperSocket: the daemon's Unix-domain socket behind the client's seams.
 #pragma once
 
-#include <cstddef>
 #include <expected>
-#include <initializer_list>
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 
@@ -42,10 +39,5 @@ private:
     const int interruption;
     int open = -1;
 };
-
-/// Waits until one of the descriptors is readable or at its end, until `until` at the latest. The
-/// place of the first that is; nothing when the time is up. Those that are -1 are not waited for.
-[[nodiscard]] std::optional<std::size_t> waitForAny(std::initializer_list<int> descriptors,
-                                                    concurrency::Instant until, client::Time& time);
 
 }  // namespace airflow::tool

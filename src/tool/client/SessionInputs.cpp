@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cwchar>
 
+#include "platform/linux/Waiting.h"
+
 namespace airflow::tool {
 
 namespace {
@@ -31,8 +33,9 @@ std::string readSome(int descriptor, std::size_t most) {
 SessionWaits::Woken SessionWaits::wait(bool forInput, Instant until, const Attend& attend) const {
     for (;;) {
         const Instant due = attend();
-        const auto woken = waitForAny({interruption, forInput ? input : -1, helper.descriptor()},
-                                      std::min(due, until), time);
+        const auto woken =
+            platform::waitForAny({interruption, forInput ? input : -1, helper.descriptor()},
+                                 std::min(due, until), [this] { return time.now(); });
         if (woken == 0) return Woken::byInterruption;
         if (woken == 1) return Woken::byInput;
         if (time.now() >= until) return Woken::byTime;

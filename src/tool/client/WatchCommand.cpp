@@ -10,6 +10,7 @@
 #include <ostream>
 
 #include "platform/linux/StopSignals.h"
+#include "platform/linux/Waiting.h"
 #include "remote/MachineStatus.h"
 #include "remote/RemoteMachine.h"
 #include "simulation/machine/MachineDescription.h"
@@ -111,7 +112,8 @@ int runWatch(const WatchOptions& options, Streams streams) {
     const auto pause = [&](Instant until) {
         for (;;) {
             (void)helper.attend();  // nothing is ever due
-            const auto woken = waitForAny({interruption, transport.descriptor()}, until, time);
+            const auto woken = platform::waitForAny({interruption, transport.descriptor()}, until,
+                                                    [&time] { return time.now(); });
             if (!woken || *woken == 0) return !woken;
         }
     };

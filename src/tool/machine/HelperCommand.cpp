@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "daemon/Daemon.h"
+#include "platform/linux/EventLoop.h"
 #include "platform/linux/LocalListener.h"
 #include "platform/linux/LocalProcess.h"
 #include "platform/linux/ThreadRuntime.h"
@@ -38,19 +39,22 @@ constexpr std::size_t threads = 5;
 /// Everything that the daemon is made of, in the order in which it is needed.
 struct LocalDaemon {
     LocalDaemon(const std::string& machineSocket, platform::FileDescriptor listening,
+                platform::EventLoop clients, std::unique_ptr<daemon::DaemonProcess> ownProcess,
                 std::uint32_t effectiveUserID)
-        : runtime(platform::makeThreadRuntime(threads)),
+        : process(std::move(ownProcess)),
+          runtime(platform::makeThreadRuntime(threads)),
           machine(machineSocket),
           hidFunctions(machine.hidFunctions()),
           hardware(*runtime, machine.smc(), hidFunctions, machine.hidObjects(), standardError),
-          listener(std::move(listening)),
+          listener(std::move(clients), std::move(listening)),
           daemon({.runtime = *runtime,
                   .hardware = hardware,
-                  .process = platform::localProcess(),
+                  .process = *process,
                   .listener = listener,
                   .standardError = standardError,
                   .effectiveUserID = [effectiveUserID] { return effectiveUserID; }}) {}
 
+    std::unique_ptr<daemon::DaemonProcess> process;
     std::unique_ptr<concurrency::Runtime> runtime;
     platform::StandardError standardError;
     remote::RemoteMachine machine;
@@ -80,8 +84,13 @@ int runHelper(const HelperOptions& options, Streams streams) {
     if (!claimed) return fail(claimed.error());
     claim = std::move(*claimed);
 
+    auto clients = platform::EventLoop::start();
+    if (!clients) return fail("no clients can be served: " + clients.error());
+    auto process = platform::makeLocalProcess();
+    if (!process) return fail("no signals can be handled: " + process.error());
     // Never destroyed: exit handlers and tasks use it until the process is gone.
-    auto& local = *new LocalDaemon(*machine, std::move(*listening), options.effectiveUserID);
+    auto& local = *new LocalDaemon(*machine, std::move(*listening), std::move(*clients),
+                                   std::move(*process), options.effectiveUserID);
     local.runtime->detach("start-up", local.daemon.startUp());
     for (;;) pause();
 }

@@ -6,10 +6,13 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 #include <ostream>
+#include <utility>
 
 #include "json/Decoder.h"
 #include "platform/linux/BootTime.h"
+#include "platform/linux/EventLoop.h"
 #include "platform/linux/StopSignals.h"
+#include "platform/linux/Waiting.h"
 #include "remote/MachineHost.h"
 #include "remote/MachineServer.h"
 #include "remote/MachineStatus.h"
@@ -47,17 +50,20 @@ int runMachine(const MachineOptions& options, Streams streams) {
     const auto path = machineSocket(options.socket);
     if (!path) return fail(streams, path.error());
     const platform::StopSignals stop;
-    const auto listening = platform::listenOn(*path);
+    auto listening = platform::listenOn(*path);
     if (!listening) return fail(streams, listening.error());
+    auto loop = platform::EventLoop::start();
+    if (!loop) return fail(streams, "no daemon can be served: " + loop.error());
 
     const auto description = simulation::machinePreset(options.machine).value();
     remote::MachineHost host({.machine = description, .speed = options.speed, .load = options.load},
                              platform::bootTime);
-    remote::MachineServer server(host.served());
+    remote::MachineServer server(host.served(), std::move(*loop));
+    server.accept(std::move(*listening));
     streams.out << fmt::format("machine {} ({}) on {}\n", description.name,
                                fanCount(description.fans.size()), text::printable(*path))
                 << std::flush;
-    server.acceptUntil(stop.descriptor(), *listening);
+    (void)platform::waitForAny({stop.descriptor().get()}, concurrency::Instant::max());
     unlink(path->c_str());
     return 0;
 }

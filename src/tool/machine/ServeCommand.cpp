@@ -1,7 +1,6 @@
 #include "tool/machine/ServeCommand.h"
 
 #include <fmt/format.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/signalfd.h>
@@ -10,6 +9,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -17,6 +17,7 @@
 
 #include "platform/linux/LocalSocket.h"
 #include "platform/linux/StopSignals.h"
+#include "platform/linux/Waiting.h"
 #include "simulation/machine/MachineDescription.h"
 #include "text/Text.h"
 #include "tool/client/HelperSocket.h"
@@ -85,7 +86,7 @@ bool isListening(const std::string& path, pid_t child) {
         const auto connection = platform::connectTo(path);
         const auto peer = connection ? platform::peerOf(*connection) : std::nullopt;
         if (peer && peer->process == child) return true;
-        poll(nullptr, 0, 10);
+        platform::pauseFor(std::chrono::milliseconds(10));
     }
     return false;
 }
@@ -93,10 +94,11 @@ bool isListening(const std::string& path, pid_t child) {
 /// The signal that ends us, or nothing when one of the children has ended by itself.
 std::optional<int> waitForEnd(const platform::StopSignals& signals, pid_t machine, pid_t helper) {
     while (!hasEnded(machine) && !hasEnded(helper)) {
-        pollfd arrived{.fd = signals.descriptor().get(), .events = POLLIN, .revents = 0};
-        if (poll(&arrived, 1, 200) <= 0) continue;
+        const int arrived = signals.descriptor().get();
+        const auto nextLook = platform::bootTime() + std::chrono::milliseconds(200);
+        if (!platform::waitForAny({arrived}, nextLook)) continue;
         signalfd_siginfo signal{};
-        const ssize_t size = read(arrived.fd, &signal, sizeof signal);
+        const ssize_t size = read(arrived, &signal, sizeof signal);
         if (size == sizeof signal) return static_cast<int>(signal.ssi_signo);
     }
     return std::nullopt;

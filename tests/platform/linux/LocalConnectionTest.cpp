@@ -1,74 +1,59 @@
-// One connection, driven by hand over a pair of sockets.
 #include <gmock/gmock.h>
-#include <sys/epoll.h>
-#include <sys/socket.h>
 
-#include <array>
-#include <optional>
+#include <algorithm>
 #include <string>
 
-#include "ServedDaemon.h"
-#include "platform/linux/LocalConnection.h"
+#include "LocalConnectionHarness.h"
 
 namespace airflow::platform {
 namespace {
 
-class LocalConnectionTest : public testing::Test {
-protected:
-    LocalConnectionTest() {
-        std::array<int, 2> ends{};
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
-        client = FileDescriptor(ends[0]);
-        connection.emplace(7, FileDescriptor(ends[1]), std::make_shared<AnswerBox>(), isWelcome);
-        connection->setInvalidationHandler([this] { ++invalidations; });
-        connection->setInterruptionHandler([this] { ++interruptions; });
-    }
-
-    /// What the client can read now.
-    std::string received() {
-        std::string text(4096, '\0');
-        const ssize_t count = recv(client.get(), text.data(), text.size(), MSG_DONTWAIT);
-        text.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
-        return text;
-    }
-
-    PeerCheck isWelcome = [](const Peer&) { return true; };
-    FileDescriptor client;
-    int invalidations = 0;
-    int interruptions = 0;
-    std::optional<LocalConnection> connection;
-};
-
 TEST_F(LocalConnectionTest, readsNothingBeforeItIsResumed) {
-    EXPECT_EQ(connection->interest(), 0u);
+    EXPECT_TRUE(sendAll(client, noCall));
+    EXPECT_EQ(turn(), 0U);
+    EXPECT_EQ(received(), "");
     connection->resume();
-    EXPECT_EQ(connection->interest(), static_cast<std::uint32_t>(EPOLLIN));
+    EXPECT_GT(turn(), 0U);
+    EXPECT_EQ(received(), refusal);
     EXPECT_FALSE(connection->hasEnded());
+}
+
+TEST_F(LocalConnectionTest, waitsWithoutBusyness) {
+    connection->resume();
+    turn();
+    EXPECT_EQ(turn(), 0U);
+    EXPECT_TRUE(sendAll(client, calls(LocalConnection::unansweredLimit)));
+    turn();
+    EXPECT_EQ(turn(), 0U);
+    EXPECT_TRUE(sendAll(client, noCall));  // which is not read now
+    turn();
+    EXPECT_EQ(turn(), 0U);
+    finishSending();
+    turn();
+    EXPECT_EQ(turn(), 0U);
+    EXPECT_EQ(ends, 0);
 }
 
 TEST_F(LocalConnectionTest, theEndOfTheClientIsToldOnce) {
     connection->resume();
     client = {};
-    connection->handle(EPOLLIN | EPOLLHUP);
+    turn();
     EXPECT_TRUE(connection->hasEnded());
     EXPECT_EQ(invalidations, 1);
-    connection->handle(EPOLLHUP);
+    EXPECT_EQ(ends, 1);
+    EXPECT_EQ(turn(), 0U);
     connection.reset();
     EXPECT_EQ(invalidations, 1);
     EXPECT_EQ(interruptions, 0);
-}
-
-TEST_F(LocalConnectionTest, anEndThatOnlyEpollSeesIsToldOnce) {
-    connection->resume();
-    connection->handle(EPOLLHUP);
-    EXPECT_TRUE(connection->hasEnded());
-    connection.reset();
-    EXPECT_EQ(invalidations, 1);
+    EXPECT_EQ(ends, 1);
 }
 
 TEST_F(LocalConnectionTest, itsOwnEndIsToldOnce) {
     connection->resume();
     connection.reset();
+    EXPECT_EQ(invalidations, 1);
+    client = {};
+    turn();
     EXPECT_EQ(invalidations, 1);
 }
 
@@ -84,7 +69,8 @@ TEST_F(LocalConnectionTest, aStrangerEndsWithAReasonBeforeAnythingIsRead) {
     connection->setCodeSigningRequirement("any");
     connection->resume();
     EXPECT_TRUE(connection->hasEnded());
-    EXPECT_EQ(connection->interest(), 0u);
+    EXPECT_EQ(ends, 1);
+    EXPECT_EQ(turn(), 0U);
     EXPECT_EQ(invalidations, 1);
     EXPECT_EQ(received(),
               "{\"id\":null,\"error\":\"The daemon takes commands from its own user and from root "
@@ -94,64 +80,160 @@ TEST_F(LocalConnectionTest, aStrangerEndsWithAReasonBeforeAnythingIsRead) {
 TEST_F(LocalConnectionTest, whoeverIsWelcomeIsHeard) {
     connection->setCodeSigningRequirement("any");
     connection->resume();
-    EXPECT_TRUE(sendAll(client, "{\"id\":1}\n"));
-    connection->handle(EPOLLIN);
-    EXPECT_EQ(received(), "{\"id\":1,\"error\":\"The required key \\\"method\\\" is missing.\"}\n");
+    EXPECT_TRUE(sendAll(client, noCall));
+    turn();
+    EXPECT_EQ(received(), refusal);
     EXPECT_FALSE(connection->hasEnded());
     EXPECT_EQ(invalidations, 0);
+}
+
+TEST_F(LocalConnectionTest, whatWasSentBeforeTheEndIsDelivered) {
+    connection->resume();
+    EXPECT_TRUE(sendAll(client, calls(1)));
+    client = {};
+    turn();
+    EXPECT_EQ(invalidations, 1);
+    EXPECT_EQ(ends, 1) << "nobody is there to answer";
+    runtime.settle();
+    EXPECT_EQ(turn(), 1U) << "the answer comes nevertheless";
+}
+
+TEST_F(LocalConnectionTest, aClientWithManyCallsUnderWayIsNotReadFrom) {
+    beBusy(noCall);
+    EXPECT_EQ(received(), "");
+    answer();
+    const std::string answers = received();
+    EXPECT_EQ(std::ranges::count(answers, '\n'), 257);
+    EXPECT_THAT(answers, testing::StartsWith("{\"id\":0,\"code\":7}\n" + std::string(refusal) +
+                                             "{\"id\":1,\"code\":7}\n"));
+    EXPECT_THAT(answers, testing::EndsWith("{\"id\":255,\"code\":7}\n"));
+    EXPECT_EQ(invalidations, 0);
+}
+
+TEST_F(LocalConnectionTest, theEndOfAClientThatIsNotReadFromIsNoticed) {
+    beBusy(noCall);
+    EXPECT_EQ(invalidations, 0);
+    client = {};
+    turn();
+    EXPECT_EQ(invalidations, 1);
+    EXPECT_TRUE(connection->hasEnded());
+    EXPECT_EQ(ends, 1);
+    connection.reset();
+    answer();  // too late for anybody
+    EXPECT_EQ(invalidations, 1);
+}
+
+TEST_F(LocalConnectionTest, anEventThatIsNoneEndsNothing) {
+    using Event = WatchedSocket::Event;
+    beBusy(noCall);
+    for (const Event event : {Event::readable, Event::writable, Event::end}) {
+        connection->handle(event);
+    }
+    EXPECT_EQ(invalidations, 0);
+    answer();
+    EXPECT_EQ(std::ranges::count(received(), '\n'), 257);
+    for (const Event event : {Event::readable, Event::writable, Event::end}) {
+        connection->handle(event);
+    }
+    EXPECT_EQ(invalidations, 0);
+    EXPECT_EQ(ends, 0);
+}
+
+TEST_F(LocalConnectionTest, aClientThatHasFinishedSendingGetsItsAnswersOrGoes) {
+    beBusy();
+    finishSending();
+    turn();
+    EXPECT_EQ(invalidations, 0) << "it is not read from, so nobody knows";
+    EXPECT_FALSE(connection->hasEnded());
+    client = {};
+    turn();
+    EXPECT_EQ(invalidations, 1);
+    EXPECT_EQ(ends, 1);
+}
+
+TEST_F(LocalConnectionTest, urgentDataEndsAConnectionThatIsNotReadFrom) {
+    beBusy();
+    if (send(client.get(), "!", 1, MSG_OOB) != 1) GTEST_SKIP() << "this system has none";
+    turn();
+    EXPECT_EQ(turn(), 0U) << "it would be told of without end";
+    EXPECT_EQ(invalidations, 1);
+    EXPECT_EQ(ends, 1);
+}
+
+TEST_F(LocalConnectionTest, anAnswerThatComesTooLateFindsNobody) {
+    connection->resume();
+    EXPECT_TRUE(sendAll(client, calls(1)));
+    turn();
+    connection.reset();
+    answer();
+    EXPECT_EQ(received(), "");
 }
 
 TEST_F(LocalConnectionTest, aClientThatDoesNotReadIsNotReadFromEither) {
     connection->resume();
-    std::string messages;
-    for (int i = 0; i < 1000; ++i) messages += "{\"id\":1}\n";  // each is answered with 60 bytes
-    makeNonBlocking(client);
-    int rounds = 0;
-    for (; (connection->interest() & EPOLLIN) != 0 && rounds < 1000; ++rounds) {
-        ASSERT_TRUE(sendAll(client, messages));
-        connection->handle(EPOLLIN);
-    }
-    EXPECT_EQ(connection->interest(), static_cast<std::uint32_t>(EPOLLOUT));
-    EXPECT_GT(rounds * 60'000, 262'144);
-    EXPECT_LT(rounds * 60'000, 262'144 + 1'000'000);  // and what lies in the socket
+    const std::size_t answered = sendWhileRead() * refusal.size();
+    EXPECT_GT(answered, 262'144U);
+    EXPECT_LT(answered, 262'144U + 2'000'000U);  // and what lies in the socket, both ways
+    EXPECT_EQ(turn(), 0U);
     EXPECT_FALSE(connection->hasEnded());
     EXPECT_EQ(invalidations, 0);
 }
 
-TEST_F(LocalConnectionTest, aClientThatLeavesMoreThanTheLimitUnreadIsDisconnected) {
-    const auto runtime = makeThreadRuntime(1);
-    EndlessProcess process;
-    daemon::FanHelperService service(*runtime, process, nullptr);
-    connection->exportService(service);
-    connection->resume();
-    const std::string call = "{\"id\":1,\"method\":\"helperVersion\"}\n";
-    EXPECT_TRUE(sendAll(client, call + call));
-    connection->handle(EPOLLIN);
-    connection->take({.connection = 7, .line = std::string(8'388'608, '\n')});
-    EXPECT_FALSE(connection->hasEnded());
-    connection->take({.connection = 7, .line = std::string(1'000'000, '\n')});
-    EXPECT_TRUE(connection->hasEnded());
-    EXPECT_EQ(invalidations, 1);
-}
-
 TEST_F(LocalConnectionTest, whatTheClientCouldNotTakeIsWrittenWhenItCan) {
     connection->resume();
-    std::string messages;
-    for (int i = 0; i < 2000; ++i) messages += "{\"id\":1}\n";
-    std::size_t expected = 0;
-    while ((connection->interest() & EPOLLOUT) == 0) {
-        EXPECT_TRUE(sendAll(client, messages));
-        connection->handle(EPOLLIN);
-        expected += 2000;
-    }
+    const std::size_t expected = sendWhileRead();
     std::size_t lines = 0;
+    bool isRestSent = false;
     for (int round = 0; round < 100'000 && lines < expected; ++round) {
         const std::string text = received();
         lines += static_cast<std::size_t>(std::ranges::count(text, '\n'));
-        connection->handle(EPOLLOUT);
+        turn();
+        if (!isRestSent) isRestSent = sendAll(client, restOfALine);
     }
     EXPECT_EQ(lines, expected);
-    EXPECT_EQ(connection->interest(), static_cast<std::uint32_t>(EPOLLIN));
+    turn();
+    EXPECT_EQ(turn(), 0U);
+    EXPECT_TRUE(sendAll(client, noCall));
+    turn();
+    EXPECT_EQ(received(), refusal);
+}
+
+TEST_F(LocalConnectionTest, aClientThatLeavesMoreThanTheLimitUnreadIsDisconnected) {
+    connection->resume();
+    EXPECT_TRUE(sendAll(client, calls(2)));
+    turn();
+    connection->answer(std::string(8'388'608, '\n'));
+    EXPECT_FALSE(connection->hasEnded());
+    EXPECT_EQ(ends, 0);
+    connection->answer(std::string(1'000'000, '\n'));
+    EXPECT_TRUE(connection->hasEnded());
+    EXPECT_EQ(invalidations, 1);
+    EXPECT_EQ(ends, 1);
+}
+
+TEST_F(LocalConnectionTest, everyCallIsAnsweredOnceWhateverThreadAnswers) {
+    const auto threads = makeThreadRuntime(4);
+    daemon::FanHelperService parallel(*threads, process, nullptr);
+    connection->exportService(parallel);
+    connection->resume();
+    std::string text;
+    for (int round = 0; round < 20; ++round) {
+        ASSERT_TRUE(sendAll(client, calls(100)));
+        EXPECT_TRUE(eventually([&] {
+            turn();
+            text += received();
+            return std::ranges::count(text, '\n') == 100 * (round + 1);
+        }));
+    }
+    for (int id = 0; id < 100; ++id) {
+        const std::string line = "{\"id\":" + std::to_string(id) + ",\"code\":7}\n";
+        int times = 0;
+        for (auto at = text.find(line); at != std::string::npos; at = text.find(line, at + 1)) {
+            ++times;
+        }
+        EXPECT_EQ(times, 20) << line;
+    }
+    threads->abandon();
 }
 
 }  // namespace

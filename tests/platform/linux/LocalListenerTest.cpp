@@ -4,6 +4,7 @@
 #include <time.h>
 
 #include "ServedDaemon.h"
+#include "platform/linux/LocalConnection.h"
 #include "platform/linux/LocalListener.h"
 #include "support/ApplyConfig.h"
 

@@ -134,7 +134,8 @@ public:
                 ("airflow-" + std::to_string(getpid()) + ".sock"))
                    .string()),
           mac(std::move(temperatures)),
-          listener(std::in_place, listenOn(path).value(), std::move(isWelcome)),
+          listener(std::in_place, EventLoop::start().value(), listenOn(path).value(),
+                   std::move(isWelcome)),
           daemon({.runtime = *runtime,
                   .hardware = hardware,
                   .process = process,
