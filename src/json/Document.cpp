@@ -79,13 +79,13 @@ std::size_t startOfToken(std::string_view text, ParseErrorCode code, std::size_t
 }
 
 DecodingError syntaxError(std::string_view text, std::size_t start, const Expectation& expected) {
-    const auto fault = faultInToken(text, start);
+    const auto error = errorInToken(text, start);
     std::string description =
         fmt::format("syntax error while parsing {} - {}", expected.where,
-                    fault ? fault->reason : "unexpected " + nameOfToken(text, start));
+                    error ? error->reason : "unexpected " + nameOfToken(text, start));
     // A malformed value is still a value.
-    if (!fault || !expected.isOfValue) description.append("; expected ").append(expected.what);
-    return malformed(text, fault ? fault->offset : start, std::move(description));
+    if (!error || !expected.isOfValue) description.append("; expected ").append(expected.what);
+    return malformed(text, error ? error->offset : start, std::move(description));
 }
 
 /// Whether a string that the library unescaped holds a low surrogate without a high one: the
