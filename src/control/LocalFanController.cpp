@@ -132,14 +132,15 @@ plan::FanControlPlan LocalFanController::activePlanWith(plan::FanPlan entry) con
     return edited;
 }
 
-Task<ControlResult> LocalFanController::setManual(Fan fan, std::int64_t rpm) {
-    const auto mode = plan::FanControlModePlan::fixedRPM(static_cast<double>(rpm));
-    co_return co_await applyPlan(activePlanWith({.fanID = fan, .mode = mode}));
+Task<ControlResult> LocalFanController::setManual(numbers::FanIndex fan, numbers::WholeRPM rpm) {
+    const auto mode = plan::FanControlModePlan::fixedRPM(static_cast<double>(rpm.value()));
+    co_return co_await applyPlan(activePlanWith({.fanID = fan.value(), .mode = mode}));
 }
 
-Task<ControlResult> LocalFanController::setPercent(Fan fan, double percent) {
-    const auto mode = plan::FanControlModePlan::fixedPercent(percent);
-    co_return co_await applyPlan(activePlanWith({.fanID = fan, .mode = mode}));
+Task<ControlResult> LocalFanController::setPercent(numbers::FanIndex fan,
+                                                   numbers::Percent percent) {
+    const auto mode = plan::FanControlModePlan::fixedPercent(percent.value());
+    co_return co_await applyPlan(activePlanWith({.fanID = fan.value(), .mode = mode}));
 }
 
 Task<ControlResult> LocalFanController::fullBlast() {

@@ -12,10 +12,12 @@
 #include <vector>
 
 #include "simulation/daemon/SimulatedSystem.h"
+#include "support/UnitLiterals.h"
 
 namespace airflow::control {
 
 using namespace std::chrono_literals;
+using namespace tests::literals;
 
 /// A machine with plain keys, without jitter, whose behaviours a test switches on.
 inline simulation::MachineDescription plainMachine(std::size_t fans = 2) {

@@ -52,7 +52,8 @@ TEST(ModeKey, isRememberedForEachFanOnItsOwn) {
 
 TEST(ModeKey, isTheOneThatIsWritten) {
     ControllerHarness harness(oneFan("F0md"));
-    EXPECT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
+    EXPECT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
+              ControlResult::applied());
     EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0md=1", "Ftst=1", "F0md=1", "F0Tg=3000"));
     EXPECT_EQ(harness.run(harness.controller().restoreAuto()), std::nullopt);
     EXPECT_EQ(harness.mac().fan(0).mode, simulation::FanMode::automatic);
@@ -62,7 +63,7 @@ TEST(ModeKey, whoseAbsenceFailsACommandWithBothNames) {
     auto machine = plainMachine(2);
     machine.fans[1].modeKey.reset();
     ControllerHarness harness(machine);
-    EXPECT_EQ(harness.run(harness.controller().setManual(1, 3000)),
+    EXPECT_EQ(harness.run(harness.controller().setManual(1_fan, 3000_rpm)),
               ControlResult::failed("neither F1Md nor F1md exists on this machine"));
 }
 
@@ -73,10 +74,11 @@ TEST(ModeKey, thatAppearsLaterIsFoundThen) {
                           .key = "F0Md",
                           .operation = simulation::Fault::Operation::information,
                           .result = simulation::SimulatedSMC::keyNotFound});
-    EXPECT_EQ(harness.run(harness.controller().setManual(0, 3000)),
+    EXPECT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
               ControlResult::failed("neither F0Md nor F0md exists on this machine"));
     harness.advance(1s);
-    EXPECT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
+    EXPECT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
+              ControlResult::applied());
 }
 
 /// How many of three fans are looked for when "FNum" reads `count`.
@@ -170,7 +172,8 @@ class FanWithoutAName : public testing::TestWithParam<std::int64_t> {};
 
 TEST_P(FanWithoutAName, isOneThatTheMachineDoesNotHave) {
     ScriptedBench harness(plainMachine(1));
-    const auto result = harness.run(harness.controller->setManual(GetParam(), 3000));
+    const auto result =
+        harness.run(harness.controller->setManual(numbers::FanIndex(GetParam()), 3000_rpm));
     EXPECT_EQ(result, ControlResult::failed(fmt::format(
                           "neither F{0}Md nor F{0}md exists on this machine", GetParam())));
     harness.system.runtime.advance(5s);  // the steps of its plan, too
@@ -179,8 +182,8 @@ TEST_P(FanWithoutAName, isOneThatTheMachineDoesNotHave) {
 
 TEST_P(FanWithoutAName, doesNotKeepTheOthersFromBeingHeld) {
     ControllerHarness harness;
-    (void)harness.run(harness.controller().setManual(GetParam(), 3000));
-    EXPECT_FALSE(harness.run(harness.controller().setPercent(0, 50)).isApplied());
+    (void)harness.run(harness.controller().setManual(numbers::FanIndex(GetParam()), 3000_rpm));
+    EXPECT_FALSE(harness.run(harness.controller().setPercent(0_fan, 50_percent)).isApplied());
     EXPECT_EQ(harness.mac().fan(0).mode, simulation::FanMode::forced);
 }
 
@@ -190,7 +193,8 @@ INSTANTIATE_TEST_SUITE_P(BesidesTheTenThatHaveOne, FanWithoutAName,
 
 TEST(FanWithTheHighestNumber, isHeld) {
     ControllerHarness harness(plainMachine(10));
-    EXPECT_EQ(harness.run(harness.controller().setManual(9, 3000)), ControlResult::applied());
+    EXPECT_EQ(harness.run(harness.controller().setManual(9_fan, 3000_rpm)),
+              ControlResult::applied());
     EXPECT_EQ(harness.mac().fan(9).mode, simulation::FanMode::forced);
 }
 

@@ -157,7 +157,7 @@ TEST_P(AnywhereInAPlan, theCeilingEndsTheClaimOfTheStep) {
     ControllerHarness harness(machine, options());
     refuse(harness, "F0Md", 1, refused, 450ms);
     refuse(harness, "F0Md", 1, simulation::SimulatedMac::busy, 3s);
-    const auto applied = harness.start(harness.controller().setManual(0, 3000));
+    const auto applied = harness.start(harness.controller().setManual(0_fan, 3000_rpm));
     harness.advance(60s);
     EXPECT_EQ(*applied, ControlResult::rejected(134));
     EXPECT_EQ(harness.mac().fan(0).mode, FanMode::automatic);

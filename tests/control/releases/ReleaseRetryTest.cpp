@@ -11,8 +11,8 @@ using testing::IsEmpty;
 constexpr std::uint8_t refused = 0x86;
 
 void holdBothFans(ControllerHarness& harness) {
-    (void)harness.run(harness.controller().setManual(0, 3000));
-    (void)harness.run(harness.controller().setManual(1, 4000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
+    (void)harness.run(harness.controller().setManual(1_fan, 4000_rpm));
     harness.writes.clear();
     harness.published.clear();
 }
@@ -207,7 +207,8 @@ TEST(ReleaseRetry, isCancelledByAPlan) {
     refuse(harness, "F0Md", 0, refused);
     (void)harness.run(harness.controller().automatic());
     harness.advance(1s);
-    EXPECT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
+    EXPECT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
+              ControlResult::applied());
     EXPECT_EQ(harness.system.runtime.pending().find("release retry"), std::string::npos);
     harness.advance(10s);
     EXPECT_THAT(log.timesOf("F0Md=0 (0x86)"), ElementsAre(0));

@@ -69,7 +69,7 @@ TEST_F(RetryTelling, theReasonOfASafetyReleaseDuringWhichTheRetryWakesIsShown) {
 
 /// The retry wakes at 2 s for the sake of force-test, and finds everything given back.
 TEST_F(RetryTelling, theReasonOfASafetyReleaseWhileTheRetrySleepsIsShown) {
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.mac().smc().add(refusal("Ftst", 0, 0x86, 0s, 1s));
     (void)harness.run(harness.controller().automatic());
     EXPECT_EQ(told(harness.published).back(), forceTestStays);
@@ -85,7 +85,7 @@ TEST_F(RetryTelling, theReasonOfASafetyReleaseWhileTheRetrySleepsIsShown) {
 
 /// The retry wakes at 3.3 s, between the end of the plan and the next tick. Nothing is held then.
 TEST_F(RetryTelling, thatAPlanCouldNotClaimAFanGoesOnBeingShownUntilTheNextTick) {
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 2500ms));
     harness.mac().smc().add(refusal("F1Md", 1));
     advanceTo(1300ms);
@@ -121,7 +121,7 @@ TEST_F(RetryTelling, thatTheFirmwareTookAFanBackGoesOnBeingShownUntilTheNextTick
 
 /// A plan that manages nothing has its loop end with the last fan, and that loop tells no more.
 TEST_F(RetryTelling, thatTheLastFanIsHeldIsTakenBackThoughAnotherFailureIsShown) {
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 2500ms));
     advanceTo(1300ms);
     (void)harness.run(harness.controller().applyPlan({}));
@@ -139,7 +139,7 @@ TEST_F(RetryTelling, thatTheLastFanIsHeldIsTakenBackThoughAnotherFailureIsShown)
 }
 
 TEST_F(RetryTelling, thatAFanRefusesIsTakenBackOnceItWentBack) {
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 1s));
     (void)harness.run(harness.controller().automatic());
     EXPECT_EQ(told(harness.published).back(), fan0Refuses);

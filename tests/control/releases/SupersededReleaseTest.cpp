@@ -27,11 +27,12 @@ TEST(SupersededRelease, leavesAFanToBeGivenBackThatWasForcedBehindIt) {
 class ReleaseOvertakenByAPlan : public testing::Test {
 protected:
     void supersedeAt(const std::string& key) {
-        ASSERT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
+        ASSERT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
+                  ControlResult::applied());
         slowDown(harness, 50ms);
         forget(harness);
         atWrite(harness, key, 0, 1,
-                [this] { (void)harness.start(harness.controller().setManual(1, 3000)); });
+                [this] { (void)harness.start(harness.controller().setManual(1_fan, 3000_rpm)); });
         (void)harness.run(harness.controller().automatic());
         harness.advance(2s);
         EXPECT_EQ(harness.mac().fan(0).mode, FanMode::automatic);
@@ -73,12 +74,13 @@ TEST_F(ReleaseOvertakenByAPlan, tellsThatForceTestStaysAndDoesNotTryAgain) {
 /// An earlier process left it forced, and its mode key is found when the release has begun.
 TEST(SupersededRelease, givesAFanBackThatIsFoundMeanwhile) {
     ControllerHarness harness{*simulation::machinePreset("lower-case"), withoutJitter};
-    ASSERT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
+    ASSERT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
+              ControlResult::applied());
     harness.mac().setMode(1, FanMode::forced);
     slowDown(harness, 50ms);
     harness.mac().smc().add(Fault{.operation = Fault::Operation::information, .latency = 50ms});
     forget(harness);
-    (void)harness.start(harness.controller().setManual(1, 3000));
+    (void)harness.start(harness.controller().setManual(1_fan, 3000_rpm));
     harness.advance(110ms);
     (void)harness.start(harness.controller().automatic());
     harness.advance(1s);

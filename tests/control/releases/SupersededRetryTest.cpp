@@ -23,7 +23,7 @@ bool isRetrying(const ControllerHarness& harness) {
 class RefusedRetryBehindAPlan : public testing::TestWithParam<std::uint64_t> {
 protected:
     RefusedRetryBehindAPlan() {
-        (void)harness.run(harness.controller().setManual(0, 3000));
+        (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
         Fault slowRefusal = refusal("F0Md", 0, 0x86, 0s, 3s);
         slowRefusal.latency = 10ms;
         harness.mac().smc().add(slowRefusal);
@@ -79,7 +79,7 @@ INSTANTIATE_TEST_SUITE_P(Seeds, RefusedRetryBehindAPlan, testing::Values(0U, 1U,
 
 TEST(RetryBehindAPlan, leavesThePlansFanAloneWhenItsLastWriteIsTaken) {
     ControllerHarness harness(steadyMachine(1), withoutJitter);
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 1s));
     (void)harness.run(harness.controller().automatic());
     harness.mac().smc().add(Fault{.key = "F0Md", .value = 0.0, .latency = 10ms});
@@ -101,13 +101,13 @@ TEST(RetryBehindAPlan, neverUndoesAPlanOfAClientThatLives) {
     slowRefusal.latency = 300ms;
     harness.mac().smc().add(slowRefusal);
     harness.advance(1s);
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.advance(2s - harness.system.elapsed());
     const Answer released = harness.start(harness.controller().automatic());
     harness.advance(4500ms - harness.system.elapsed());
     EXPECT_EQ(*released,
               ControlResult::failed("failed to restore Auto: F0Md=0 rejected (SMC 0x86)"));
-    const Answer plan = harness.start(harness.controller().setManual(0, 4000));
+    const Answer plan = harness.start(harness.controller().setManual(0_fan, 4000_rpm));
     liveUntil(harness, 5s);
     EXPECT_EQ(*plan, ControlResult::applied());
     forget(harness);
@@ -122,14 +122,14 @@ TEST(RetryBehindAPlan, neverUndoesAPlanOfAClientThatLives) {
 /// sleep is over at once from now on.
 TEST(RetryBehindAPlan, endsThoughAReleaseIsUnderWay) {
     ControllerHarness harness(steadyMachine(1), withoutJitter);
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.mac().smc().add(refusal("F0Md", 0));
     (void)harness.run(harness.controller().automatic());
     EXPECT_TRUE(isRetrying(harness));
     slowDown(harness, 50ms);
     harness.system.runtime.limitJobs(1000);  // a retry that spins never lets time move
     const Answer released = harness.start(harness.controller().automatic());
-    (void)harness.start(harness.controller().setManual(0, 4000));
+    (void)harness.start(harness.controller().setManual(0_fan, 4000_rpm));
     ASSERT_NO_THROW(harness.advance(10ms));
     EXPECT_EQ(*released, std::nullopt);
     EXPECT_FALSE(isRetrying(harness));
@@ -147,7 +147,7 @@ void expectThatARetryTellsNothing(Fault refused, const std::string& lastWrite) {
     slowDown(harness, 50ms);
     forget(harness);
     atWrite(harness, lastWrite, 0, 1,
-            [&] { (void)harness.start(harness.controller().setManual(0, 4000)); });
+            [&] { (void)harness.start(harness.controller().setManual(0_fan, 4000_rpm)); });
     liveUntil(harness, 10s);
     EXPECT_EQ(harness.mac().fan(0).target, 4000);
     EXPECT_THAT(told(harness.published),
@@ -165,7 +165,7 @@ TEST(RetryBehindAPlan, tellsNothingOfForceTest) {
 /// The plan's own step has a snapshot that waits from 2 s to 4.2 s.
 TEST(RetryBehindAPlan, leavesTheStepOfThePlanToItsWork) {
     ControllerHarness harness(steadyMachine(1), withoutJitter);
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     Fault slowRefusal = refusal("F0Md", 0, 0x86, 0s, 3s);
     slowRefusal.latency = 10ms;
     harness.mac().smc().add(slowRefusal);
