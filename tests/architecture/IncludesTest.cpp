@@ -30,7 +30,7 @@ const std::map<std::string, Modules>& allowed() {
         {"plan", {"json"}},
         {"smc", {"concurrency"}},
         {"sensors", {"numbers", "concurrency", "smc"}},
-        {"evaluation", {"concurrency", "plan", "sensors"}},
+        {"evaluation", {"numbers", "concurrency", "plan", "sensors"}},
         {"control", {"numbers", "concurrency", "json", "plan", "smc", "sensors", "evaluation"}},
         {"guard", {"concurrency", "smc", "sensors", "control"}},
         {"daemon",

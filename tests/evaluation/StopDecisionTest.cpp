@@ -15,10 +15,10 @@ using testing::UnorderedElementsAre;
 class StopDecision : public testing::Test {
 protected:
     std::optional<FanDecision> ask(double percent, double seconds) {
-        return evaluator.stopDecision(3, percent, false, at(seconds));
+        return evaluator.stopDecision(3, numbers::Percent(percent), false, at(seconds));
     }
     std::optional<FanDecision> force(double percent, double seconds) {
-        return evaluator.stopDecision(3, percent, true, at(seconds));
+        return evaluator.stopDecision(3, numbers::Percent(percent), true, at(seconds));
     }
 
     PlanEvaluator evaluator;
@@ -30,7 +30,7 @@ constexpr double justBelowThree = 2.9999999999999996;
 
 TEST(FanStopPolicy, isWhatPeopleAreTold) {
     EXPECT_EQ(FanStopPolicy::stopDwellSeconds.count(), 10.0);
-    EXPECT_EQ(FanStopPolicy::resumePercent, 3.0);
+    EXPECT_EQ(FanStopPolicy::resumePercent.value(), 3.0);
     EXPECT_EQ(FanStopPolicy::resumeDwellSeconds.count(), 3.0);
     EXPECT_EQ(FanStopPolicy::stoppedTargetRPM, 0.0);
 }
