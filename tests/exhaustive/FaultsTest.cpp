@@ -19,6 +19,7 @@
 
 #include "Witness.h"
 #include "simulation/scenario/ScenarioRun.h"
+#include "simulation/verification/Soak.h"
 
 namespace airflow::simulation {
 namespace {
@@ -96,23 +97,14 @@ std::vector<SMCAccess> accessesOf(const Scenario& scenario) {
     return accesses.all;
 }
 
-struct Finding {
-    std::optional<Property> property;  ///< none: the daemon got stuck
-    std::string text;
-};
-
-std::optional<Finding> violationOf(const Scenario& scenario) {
-    Oracle oracle(scenario);
+/// What is wrong with the run, or nothing.
+std::optional<std::string> violationOf(const Scenario& scenario) {
     try {
-        ScenarioRun(scenario, oracle, 0).play(scenario.length());
+        const auto violation = judge(scenario, 0).violation;
+        return violation ? std::optional(describe(*violation)) : std::nullopt;
     } catch (const Stuck& stuck) {
-        return Finding{.property = std::nullopt, .text = stuck.what()};
+        return stuck.what();
     }
-    if (!oracle.violation()) return std::nullopt;
-    const Violation& violation = *oracle.violation();
-    return Finding{.property = violation.property,
-                   .text = fmt::format("{} at {:.3f} s: {}", textOf(violation.property).name,
-                                       concurrency::inSeconds(violation.time), violation.what)};
 }
 
 class Faults : public testing::TestWithParam<std::string> {
@@ -128,7 +120,7 @@ protected:
         if (!violation) return;
         ADD_FAILURE() << fmt::format("request {} at {:.3f} s, {}, {}: {}", number,
                                      concurrency::inSeconds(access.time), access.key, name,
-                                     violation->text);
+                                     *violation);
     }
 
     Scenario scenario = example(GetParam());

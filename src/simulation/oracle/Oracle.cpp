@@ -1,6 +1,8 @@
 // Who is told what, and in which order: the model first, so that monitors judge what is.
 #include "simulation/oracle/Oracle.h"
 
+#include <fmt/format.h>
+
 #include <bit>
 #include <utility>
 
@@ -16,6 +18,11 @@
 namespace airflow::simulation {
 
 using concurrency::Duration;
+
+std::string describe(const Violation& violation) {
+    return fmt::format("{} at {:.3f} s: {}", textOf(violation.property).name,
+                       concurrency::inSeconds(violation.time), violation.what);
+}
 
 template <typename M>
 M& Oracle::add() {
