@@ -1,9 +1,7 @@
 #include "simulation/verification/SwarmScenario.h"
 
 #include <array>
-#include <cstddef>
 #include <utility>
-#include <vector>
 
 #include "simulation/verification/Swarm.h"
 
@@ -31,16 +29,6 @@ constexpr std::array parts{
 /// Of a thousand scenarios: they take many times as long as others.
 constexpr std::int64_t longOnes = 8;
 
-template <typename T>
-void sortByTime(std::vector<T>& changes) {
-    // Stable, and the same everywhere: what an unstable sort does is the library's choice.
-    for (std::size_t i = 1; i < changes.size(); ++i) {
-        for (std::size_t j = i; j > 0 && changes[j].at < changes[j - 1].at; --j) {
-            std::swap(changes[j], changes[j - 1]);
-        }
-    }
-}
-
 void makeTrouble(Swarm& swarm) {
     makeClients(swarm);
     for (const Part& part : parts) {
@@ -63,8 +51,7 @@ Scenario swarmScenario(std::uint64_t seed, SwarmNumbers numbers) {
     // From a sequence of its own, so that it changes nothing of the rest.
     swarm.random = Random(seed ^ 0xA5A5A5A5A5A5A5A5U);
     if (numbers == SwarmNumbers::any && swarm.random.chance(10)) makeImpossibleNumbers(swarm);
-    sortByTime(swarm.scenario.firmware);
-    sortByTime(swarm.scenario.temperatures);
+    swarm.scenario.sortChanges();
     return std::move(swarm.scenario);
 }
 
