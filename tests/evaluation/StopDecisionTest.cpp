@@ -2,6 +2,7 @@
 
 #include "evaluation/Builders.h"
 #include "evaluation/FanStopPolicy.h"
+#include "support/Doubles.h"
 
 namespace airflow::evaluation {
 namespace {
@@ -10,6 +11,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
 using testing::UnorderedElementsAre;
+using tests::notANumber;
 
 /// Asks the policy about fan 3, which no plan and no snapshot knows.
 class StopDecision : public testing::Test {
@@ -24,7 +26,6 @@ protected:
     PlanEvaluator evaluator;
 };
 
-constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 constexpr double smallest = std::numeric_limits<double>::denorm_min();
 constexpr double justBelowThree = 2.9999999999999996;
 

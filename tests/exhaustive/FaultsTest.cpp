@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <limits>
 #include <map>
 #include <optional>
 #include <sstream>
@@ -20,10 +19,13 @@
 #include "Witness.h"
 #include "simulation/scenario/ScenarioRun.h"
 #include "simulation/verification/Soak.h"
+#include "support/Doubles.h"
 
 namespace airflow::simulation {
 namespace {
 
+using tests::infinity;
+using tests::notANumber;
 using namespace std::chrono_literals;
 using Operation = Fault::Operation;
 
@@ -55,8 +57,6 @@ Scenario example(const std::string& name) {
 /// What a request of this kind can suffer.
 std::vector<std::pair<std::string, Fault>> faultsOf(Operation operation) {
     constexpr std::int32_t ioError = -536870212;  // 0xE00002BC
-    constexpr double infinity = std::numeric_limits<double>::infinity();
-    constexpr double nan = std::numeric_limits<double>::quiet_NaN();
     std::vector<std::pair<std::string, Fault>> faults;
     for (const int result : {0x82, 0x84, 0x86, 0x87, 0xFF}) {
         faults.emplace_back(fmt::format("result 0x{:x}", result),
@@ -72,7 +72,7 @@ std::vector<std::pair<std::string, Fault>> faultsOf(Operation operation) {
     }
     if (operation == Operation::information) faults.emplace_back("wrong size", Fault{.size = 8});
     if (operation == Operation::read) {
-        for (const double reading : {nan, -1.0, 0.0, infinity}) {
+        for (const double reading : {notANumber, -1.0, 0.0, infinity}) {
             faults.emplace_back(fmt::format("reading {}", reading), Fault{.reading = reading});
         }
     }

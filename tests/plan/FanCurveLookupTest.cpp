@@ -6,14 +6,15 @@
 #include <limits>
 
 #include "plan/FanCurve.h"
+#include "support/Doubles.h"
 
 namespace airflow::plan {
 
 namespace {
 
 using Numbers = std::numeric_limits<double>;
-constexpr double notANumber = Numbers::quiet_NaN();
-constexpr double infinity = Numbers::infinity();
+using airflow::tests::infinity;
+using airflow::tests::notANumber;
 
 struct Point {
     double celsius;

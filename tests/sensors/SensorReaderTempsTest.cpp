@@ -1,10 +1,12 @@
-#include <limits>
 
 #include "sensors/SensorReaderFixture.h"
+#include "support/Doubles.h"
 
 namespace airflow::sensors {
 namespace {
 
+using tests::infinity;
+using tests::notANumber;
 using namespace std::chrono_literals;
 using smc::SMCValue;
 using testing::Contains;
@@ -12,9 +14,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
-
-constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
-constexpr double infinity = std::numeric_limits<double>::infinity();
 
 using SensorReaderTemps = SensorReaderTest;
 

@@ -3,11 +3,14 @@
 
 #include "AccessLog.h"
 #include "ScriptedSMC.h"
+#include "support/Doubles.h"
 
 namespace airflow::control {
 namespace {
 
 using testing::ElementsAre;
+using tests::infinity;
+using tests::notANumber;
 
 simulation::MachineDescription oneFan(std::optional<std::string> modeKey) {
     auto machine = plainMachine(1);
@@ -130,7 +133,6 @@ TEST(FanCount, isUnknownWhenItCannotBeReadOrIsNoNumber) {
 
 TEST(FanCount, beyondTheTenThatKeysCanNameIsTen) {
     using smc::SMCValue;
-    const auto infinity = std::numeric_limits<double>::infinity();
     for (const double count : {10.0, 10.99, 11.0, 300.0, 3e9, 0x1p63, infinity}) {
         EXPECT_EQ(fansNamed(SMCValue::floating(count)), 10) << count;
     }
@@ -139,15 +141,13 @@ TEST(FanCount, beyondTheTenThatKeysCanNameIsTen) {
 }
 
 TEST(FanCount, belowEveryNumberMeansNoFansToo) {
-    const auto infinity = std::numeric_limits<double>::infinity();
     EXPECT_EQ(fansNamed(smc::SMCValue::floating(-infinity)), 0);
     EXPECT_EQ(fansNamed(smc::SMCValue::floating(-0x1.0000000000001p63)), 0);
 }
 
 TEST(FanCount, thatIsNotANumberIsUnreadable) {
     ScriptedBench harness(plainMachine(1));
-    harness.smc.readings["FNum"] =
-        smc::SMCValue::floating(std::numeric_limits<double>::quiet_NaN());
+    harness.smc.readings["FNum"] = smc::SMCValue::floating(notANumber);
     EXPECT_EQ(harness.run(harness.controller->fullBlast()),
               ControlResult::failed("could not read FNum"));
     EXPECT_EQ(harness.run(harness.controller->restoreAllFansToAutomatic()),

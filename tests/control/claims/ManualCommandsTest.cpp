@@ -3,11 +3,12 @@
 #include <limits>
 
 #include "HoldHarness.h"
+#include "support/Doubles.h"
 
 namespace airflow::control {
 namespace {
 
-constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
+using tests::notANumber;
 
 /// Two entries for fan 1 around one for fan 0, a rule and a tuning of its own.
 plan::FanControlPlan crowdedPlan() {

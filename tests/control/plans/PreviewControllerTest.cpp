@@ -9,11 +9,13 @@
 #include "control/StandardOutput.h"
 #include "simulation/daemon/SimulatedSystem.h"
 #include "simulation/runtime/SimulatedRuntime.h"
+#include "support/Doubles.h"
 #include "support/UnitLiterals.h"
 
 namespace airflow::control {
 namespace {
 
+using tests::notANumber;
 using namespace std::chrono_literals;
 using namespace tests::literals;
 using plan::FanControlModePlan;
@@ -139,8 +141,7 @@ INSTANTIATE_TEST_SUITE_P(
         PlannedMode{FanControlModePlan::fixedPercent(99.99), ControlMode::manual, true},
         PlannedMode{FanControlModePlan::fixedPercent(100), ControlMode::fullBlast, true},
         PlannedMode{FanControlModePlan::fixedPercent(100.01), ControlMode::fullBlast, true},
-        PlannedMode{FanControlModePlan::fixedPercent(std::numeric_limits<double>::quiet_NaN()),
-                    ControlMode::manual, true},
+        PlannedMode{FanControlModePlan::fixedPercent(notANumber), ControlMode::manual, true},
         PlannedMode{FanControlModePlan::curve(emptyCurve()), ControlMode::manual, true},
         PlannedMode{FanControlModePlan::automatic(), ControlMode::automatic, false}));
 

@@ -1,10 +1,12 @@
 // Plans and counts of fans that a release superseded: what they are answered, and that they write,
 // hold and publish nothing afterwards.
 #include "HoldHarness.h"
+#include "support/Doubles.h"
 
 namespace airflow::control {
 namespace {
 
+using tests::notANumber;
 using Answer = std::shared_ptr<std::optional<ControlResult>>;
 
 class SupersededPlan : public testing::Test {
@@ -179,7 +181,7 @@ TEST_F(SupersededPlan, ofFullBlastIsAnswered255WhenItWasCountingTheFans) {
 }
 
 TEST_F(SupersededPlan, ofFullBlastFailsAsEverWhenTheFansCouldNotBeCounted) {
-    harness.mac().smc().add(misreading("FNum", std::numeric_limits<double>::quiet_NaN()));
+    harness.mac().smc().add(misreading("FNum", notANumber));
     harness.mac().smc().add(missing("FNum"));
     EXPECT_EQ(harness.run(harness.controller().fullBlast()),
               ControlResult::failed("could not read FNum"));

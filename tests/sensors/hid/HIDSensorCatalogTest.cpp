@@ -2,9 +2,9 @@
 #include <rapidcheck/gtest.h>
 
 #include <cmath>
-#include <limits>
 
 #include "sensors/hid/HIDSensorCatalog.h"
+#include "support/Doubles.h"
 
 namespace airflow::sensors {
 namespace {
@@ -13,8 +13,8 @@ using HIDSensorCatalog::cleaned;
 using HIDSensorCatalog::curate;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
+using tests::infinity;
+using tests::notANumber;
 
 /// A reading around `celsius` that moves.
 RawReading moving(std::string label, double celsius) {
@@ -180,7 +180,6 @@ TEST(HIDSensorCatalog, theBoundsOfPlausibilityAreAccepted) {
 }
 
 TEST(HIDSensorCatalog, aReadingThatIsNoNumberIsDropped) {
-    const double infinity = std::numeric_limits<double>::infinity();
     EXPECT_THAT(curate({{.label = "gpu", .samples = {40, notANumber, 41}},
                         steady("battery", notANumber),
                         steady("battery", infinity),

@@ -2,13 +2,14 @@
 #include <gmock/gmock.h>
 
 #include <cmath>
-#include <limits>
 
 #include "simulation/daemon/SimulatedSystem.h"
+#include "support/Doubles.h"
 
 namespace airflow::simulation {
 namespace {
 
+using tests::infinity;
 using namespace std::chrono_literals;
 using concurrency::Task;
 using sensors::SensorSnapshot;
@@ -78,9 +79,7 @@ TEST_P(SimulatedSystemTest, aWriteHappensBetweenTwoReadsOfASnapshot) {
 TEST_P(SimulatedSystemTest, aSpeedThatIsNoNumberIsZero) {
     usePreset("laptop");
     add({.key = "F0Ac", .operation = Operation::read, .reading = std::nan("")});
-    add({.key = "F1Ac",
-         .operation = Operation::read,
-         .reading = std::numeric_limits<double>::infinity()});
+    add({.key = "F1Ac", .operation = Operation::read, .reading = infinity});
     EXPECT_EQ(snapshot().fans[0].currentRPM, 0);
     EXPECT_EQ(snapshot().fans[1].currentRPM, 0);
     EXPECT_EQ(system->mac.fan(0).speed, 1200) << "the truth is another";
@@ -121,7 +120,7 @@ TEST_P(SimulatedSystemTest, temperaturesThatVanishAreAbsent) {
     EXPECT_EQ(snapshot().temps.size(), 3u);
     mac.setHIDTemperature("CPU", std::nan(""));
     EXPECT_EQ(snapshot().temps.size(), 2u);
-    mac.setHIDTemperature("GPU", std::numeric_limits<double>::infinity());
+    mac.setHIDTemperature("GPU", infinity);
     EXPECT_EQ(snapshot().temps.size(), 1u);
     mac.setHID(Temperatures{{"GPU", 43}});
     EXPECT_EQ(snapshot().temps.at(0).name, "GPU (GPU)");

@@ -2,19 +2,18 @@
 #include <gmock/gmock.h>
 
 #include <cmath>
-#include <limits>
 
 #include "Wire.h"
 #include "smc/SMCRequests.h"
+#include "support/Doubles.h"
 
 namespace airflow::simulation {
 namespace {
 
+using tests::infinity;
 using namespace std::chrono_literals;
 using Operation = Fault::Operation;
 using Effect = Fault::Effect;
-
-constexpr double infinity = std::numeric_limits<double>::infinity();
 
 class FaultTest : public testing::Test {
 protected:

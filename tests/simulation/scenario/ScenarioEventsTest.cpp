@@ -3,10 +3,12 @@
 #include <chrono>
 
 #include "simulation/scenario/Scenario.h"
+#include "support/Doubles.h"
 
 namespace airflow::simulation {
 namespace {
 
+using tests::infinity;
 using namespace std::chrono_literals;
 
 std::expected<Scenario, json::DecodingError> parseEvent(const std::string& event) {
@@ -75,7 +77,7 @@ TEST(ScenarioEvents, aPlanIsSentAsItsDocument) {
 
 TEST(ScenarioEvents, aPlanThatHasNoJSONFormIsNoDocument) {
     Call call{.method = Call::Method::applyConfig};
-    call.plan.tuning.emaAlpha = std::numeric_limits<double>::infinity();
+    call.plan.tuning.emaAlpha = infinity;
     EXPECT_EQ(planDocument(call), "");
 }
 
