@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,9 @@ namespace airflow::control {
 
 using namespace std::chrono_literals;
 using namespace tests::literals;
+
+/// The SMC's answer to a write that it does not take.
+inline constexpr std::uint8_t refused = simulation::SimulatedMac::refused;
 
 /// A machine with plain keys, without jitter, whose behaviours a test switches on.
 inline simulation::MachineDescription plainMachine(std::size_t fans = 2) {

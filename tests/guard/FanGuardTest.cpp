@@ -17,7 +17,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
 
-constexpr std::uint8_t refused = 0x86;
+constexpr std::uint8_t refused = simulation::SimulatedMac::refused;
 
 class FanGuardTest : public testing::Test {
 protected:

@@ -10,12 +10,14 @@
 #include "simulation/daemon/SimulatedSystem.h"
 #include "simulation/runtime/SimulatedRuntime.h"
 #include "support/Doubles.h"
+#include "support/Plans.h"
 #include "support/UnitLiterals.h"
 
 namespace airflow::control {
 namespace {
 
 using tests::notANumber;
+using tests::planOf;
 using namespace std::chrono_literals;
 using namespace tests::literals;
 using plan::FanControlModePlan;
@@ -49,10 +51,6 @@ protected:
     PreviewController controller;
     std::vector<ControlState> published;
 };
-
-plan::FanControlPlan planOf(std::vector<plan::FanPlan> fans) {
-    return {.fans = std::move(fans), .rules = {}, .tuning = {}};
-}
 
 plan::FanCurve emptyCurve() {
     return {.sourceSensorID = {}, .points = {}};

@@ -3,15 +3,13 @@
 #include <vector>
 
 #include "AccessLog.h"
+#include "support/Plans.h"
 
 namespace airflow::control {
 namespace {
 
 using plan::FanControlModePlan;
-
-plan::FanControlPlan planOf(std::vector<plan::FanPlan> fans) {
-    return {.fans = std::move(fans), .rules = {}, .tuning = {}};
-}
+using tests::planOf;
 
 plan::FanCurve flatCurve(double percent) {
     return {.sourceSensorID = {}, .points = {{.id = {}, .celsius = 0, .percent = percent}}};

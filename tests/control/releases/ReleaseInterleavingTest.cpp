@@ -6,7 +6,6 @@ namespace {
 using simulation::FanMode;
 using simulation::Fault;
 
-constexpr std::uint8_t refused = 0x86;
 constexpr auto answerTime = 10ms;
 
 /// Every request takes 10 ms from here on, so that a test can arrive in the middle of each.

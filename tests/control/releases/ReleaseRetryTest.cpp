@@ -8,15 +8,6 @@ using simulation::Fault;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr std::uint8_t refused = 0x86;
-
-void holdBothFans(ControllerHarness& harness) {
-    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
-    (void)harness.run(harness.controller().setManual(1_fan, 4000_rpm));
-    harness.writes.clear();
-    harness.published.clear();
-}
-
 plan::FanControlPlan onlyFan(std::int64_t fan, double rpm) {
     return {.fans = {{.fanID = fan, .mode = plan::FanControlModePlan::fixedRPM(rpm)}},
             .rules = {},

@@ -9,13 +9,6 @@ using smc::SMCError;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-void holdBothFans(ControllerHarness& harness) {
-    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
-    (void)harness.run(harness.controller().setManual(1_fan, 4000_rpm));
-    harness.writes.clear();
-    harness.published.clear();
-}
-
 TEST(Release, withoutKnownFansRaisesAndLowersForceTest) {
     ControllerHarness harness;
     EXPECT_EQ(harness.run(harness.controller().restoreAuto()), std::nullopt);

@@ -5,8 +5,6 @@
 namespace airflow::control {
 namespace {
 
-constexpr std::uint8_t refused = 0x86;
-
 Texts timesWritten(const Texts& writes, const std::string& write) {
     Texts found;
     std::ranges::copy_if(writes, std::back_inserter(found),

@@ -14,7 +14,7 @@ namespace {
 using namespace std::chrono_literals;
 using concurrency::Duration;
 
-constexpr std::uint8_t refused = 0x86;
+constexpr std::uint8_t refused = SimulatedMac::refused;
 
 /// Writes down when the fan was asked to go back, and when it went.
 class Watcher final : public tests::OracleObserver {

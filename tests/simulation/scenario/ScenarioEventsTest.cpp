@@ -2,8 +2,8 @@
 
 #include <chrono>
 
-#include "simulation/scenario/Scenario.h"
 #include "support/Doubles.h"
+#include "support/ScenarioText.h"
 
 namespace airflow::simulation {
 namespace {
@@ -11,7 +11,7 @@ namespace {
 using tests::infinity;
 using namespace std::chrono_literals;
 
-std::expected<Scenario, json::DecodingError> parseEvent(const std::string& event) {
+tests::ParsedScenario parseEvent(const std::string& event) {
     return Scenario::parse(
         R"({"machine":"laptop","events":[)" + event + "]}",
         [](const std::string&) -> std::expected<std::string, std::string> { return "no plan"; });
@@ -30,9 +30,7 @@ T eventOf(const std::string& text) {
 }
 
 std::string errorIn(const std::string& event) {
-    const auto scenario = parseEvent(event);
-    if (scenario) return "no error";
-    return scenario.error().codingPath + ": " + scenario.error().description;
+    return tests::errorOf(parseEvent(event));
 }
 
 TEST(ScenarioEvents, aCallHasAClient) {

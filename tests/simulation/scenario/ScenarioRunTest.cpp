@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "simulation/scenario/ScenarioRun.h"
+#include "support/ScenarioText.h"
 
 namespace airflow::simulation {
 namespace {
@@ -67,12 +68,9 @@ class ScenarioRunTest : public testing::TestWithParam<std::uint64_t> {
 protected:
     /// What happens on a machine with one fan, other than its daemon's first start.
     static std::vector<std::string> play(const std::string& events, const std::string& more = "") {
-        const auto scenario = Scenario::parse(
+        const auto scenario = tests::parsedScenario(
             R"({"machine":{"fans":[{"modeKey":"F0Md"}],"hid":{"CPU":50},"smc":{}},"events":[)" +
-                events + "]" + more + "}",
-            [](const std::string&) -> std::expected<std::string, std::string> {
-                return std::unexpected("there is no file");
-            });
+            events + "]" + more + "}");
         if (!scenario) return {scenario.error().describe("scenario")};
         Diary diary;
         ScenarioRun(*scenario, diary, GetParam()).play(scenario->length());
