@@ -267,7 +267,7 @@ std::expected<void, DecodingError> Document::parse(std::string_view text, const 
     if (text.find_first_not_of(" \t\r\n") == std::string_view::npos) {
         return std::unexpected(malformed(text, 0, "the document is empty"));
     }
-    // The library would take a NUL for the end of the text and never see what stands behind it.
+    // The library would take a NUL for the end of the text and never see what stands after it.
     if (const auto nul = text.find('\0'); nul != std::string_view::npos) {
         return std::unexpected(malformed(text, nul, "a NUL byte is not allowed"));
     }

@@ -60,7 +60,7 @@ public:
     simulation::SimulatedMac& mac() { return system.mac; }
     ControlState state() { return run(controller().currentState()); }
 
-    /// "F0Md=1" and so on; a refused or failed write has its result behind it: "F0Md=1 (0x86)".
+    /// "F0Md=1" and so on; a refused or failed write has its result after it: "F0Md=1 (0x86)".
     std::vector<std::string> writes;
     /// The same for reads of single values: "F0Md".
     std::vector<std::string> reads;

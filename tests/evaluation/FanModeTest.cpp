@@ -68,7 +68,7 @@ TEST_F(FanMode, anAutomaticFanIsReleasedAndForgotten) {
     EXPECT_EQ(evaluator, PlanEvaluator{});
 }
 
-TEST_F(FanMode, aFixedSpeedIsKeptWithinTheFansLimits) {
+TEST_F(FanMode, aFixedSpeedIsClampedToTheFansLimits) {
     const std::vector<std::pair<double, double>> askedAndTarget = {
         {999.5, 1000},  {1000, 1000}, {1000.5, 1000.5}, {4999.5, 4999.5}, {5000, 5000},
         {5000.5, 5000}, {0, 1000},    {-1, 1000},       {infinity, 5000}, {-infinity, 1000}};

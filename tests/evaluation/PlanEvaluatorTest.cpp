@@ -85,7 +85,7 @@ TEST_F(AnEvaluator, evaluatesToTheSameAsItsCopy) {
     EXPECT_EQ(copy, evaluator);
 }
 
-TEST_F(AnEvaluator, isToldApartByEachOfItsFields) {
+TEST_F(AnEvaluator, differsByEachOfItsFields) {
     const PlanEvaluator original = evaluator;
     const auto differsAfter = [&](auto change) {
         PlanEvaluator changed = original;

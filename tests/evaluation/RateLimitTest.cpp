@@ -105,7 +105,7 @@ TEST_F(RateLimit, aCurveGoesOnFromARuleInSteps) {
     EXPECT_EQ(decisionAtCelsius(50), rpm(4600));
 }
 
-TEST_F(RateLimit, aCurveGoesOnFromTheTargetThatWasKeptWithinTheLimits) {
+TEST_F(RateLimit, aCurveGoesOnFromTheClampedTarget) {
     ask(Mode::fixedRPM(9000));
     EXPECT_EQ(decisionAtCelsius(50), rpm(5000));
     EXPECT_THAT(evaluator.lastTargetByFan, UnorderedElementsAre(Pair(0, 5000)));

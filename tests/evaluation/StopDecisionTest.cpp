@@ -29,7 +29,7 @@ protected:
 constexpr double smallest = std::numeric_limits<double>::denorm_min();
 constexpr double justBelowThree = 2.9999999999999996;
 
-TEST(FanStopPolicy, isWhatPeopleAreTold) {
+TEST(FanStopPolicy, hasTheDocumentedTimesAndPercentages) {
     EXPECT_EQ(FanStopPolicy::stopDwellSeconds.count(), 10.0);
     EXPECT_EQ(FanStopPolicy::resumePercent.value(), 3.0);
     EXPECT_EQ(FanStopPolicy::resumeDwellSeconds.count(), 3.0);

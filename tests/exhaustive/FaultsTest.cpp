@@ -32,7 +32,7 @@ using Operation = Fault::Operation;
 /// A prime, so that over many requests every kind has its turn.
 constexpr std::uint64_t usualStride = 61;
 constexpr std::uint64_t firstRun = 7;
-/// Behind the end of a scenario, so that what has to come right can.
+/// After the end of a scenario, so that what has to come right can.
 constexpr concurrency::Duration calm = 30s;
 /// Of longer scenarios only the beginning: what follows repeats it.
 constexpr concurrency::Duration longest = 60s;

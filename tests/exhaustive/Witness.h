@@ -18,7 +18,7 @@ public:
     using OracleObserver::OracleObserver;
 
     /// The machine at a second of the run: of each fan the speed that it is forced to, or "auto";
-    /// behind them "Ftst" if that is on. "3000 auto Ftst".
+    /// after them "Ftst" if that is on. "3000 auto Ftst".
     [[nodiscard]] const std::string& machineAt(std::size_t second) const {
         return machine.at(second);
     }

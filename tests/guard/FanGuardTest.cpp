@@ -87,7 +87,7 @@ TEST_F(FanGuardTest, watchesAgainAfterAWhileWithoutForcedFans) {
     EXPECT_EQ(mode(0), FanMode::automatic);
 }
 
-TEST_F(FanGuardTest, isOneHoweverManyFansAreForced) {
+TEST_F(FanGuardTest, watchesOnceHoweverManyFansAreForced) {
     write("F0Md", 1);
     write("F1Md", 1);
     const std::string pending = system.runtime.pending();

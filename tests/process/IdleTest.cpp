@@ -51,7 +51,7 @@ TEST_F(IdleTest, noThreadWakesWhileThereIsNoPlan) {
     EXPECT_EQ(timesAsleep(), before);
 }
 
-TEST_F(IdleTest, norAfterAPlanHasEndedOrWhileAClientIsConnected) {
+TEST_F(IdleTest, noThreadWakesAfterAPlanHasEndedOrWhileAClientIsConnected) {
     startMachine();
     startHelper();
     auto client = connect();

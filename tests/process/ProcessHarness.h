@@ -69,7 +69,7 @@ protected:
     [[nodiscard]] remote::MachineStatus status() const;
     [[nodiscard]] std::vector<std::int64_t> modes() const;
     [[nodiscard]] std::int64_t writesOf(const std::string& key) const;
-    void lay(const std::string& fault) const;
+    void inject(const std::string& fault) const;
     void clearFaults() const;
 
     /// Whether it becomes true within five seconds.

@@ -54,7 +54,7 @@ TEST(TempSensor, oneKeyOfTwoSourcesIsTwoSensors) {
     EXPECT_NE(sensor(SensorSource::hid, "TC0P").id(), sensor(SensorSource::smc, "TC0P").id());
 }
 
-TEST(TempSensor, theKeyIsKeptAsItIs) {
+TEST(TempSensor, theKeyIsStoredUnchanged) {
     EXPECT_EQ(sensor(SensorSource::smc, "").id(), "SMC-");
     EXPECT_EQ(sensor(SensorSource::hid, "a-b").id(), "HID-a-b");
 }

@@ -93,7 +93,7 @@ void Oracle::published(Duration time, const control::ControlState& state) {
     for (const auto& monitor : monitors) monitor->published(time, state);
 }
 
-/// Strangers are not heard, and not answered.
+/// Untrusted peers are not heard, and not answered.
 void Oracle::called(Duration time, std::string_view client, const Call& call) {
     if (run.untrustedPeers.contains(std::string(client))) return;
     for (const auto& monitor : monitors) {

@@ -19,7 +19,7 @@ struct Part {
 
 constexpr std::array parts{
     Part{50, makeReleaseRefusals}, Part{40, makeClaimTrouble}, Part{40, makeResults},
-    Part{25, makeLatency},         Part{25, makeLies},         Part{25, makeReadings},
+    Part{25, makeLatency},         Part{25, makeFalseAnswers}, Part{25, makeReadings},
     Part{30, makeFirmware},        Part{50, makeHeat},         Part{25, makeClockJumps},
     Part{50, makeProcessEvents},   Part{15, makeUpgrade},      Part{12, makeHang},
     Part{12, makePartialPlans},    Part{2, makeBacklog},       Part{12, makeReaders},

@@ -150,7 +150,7 @@ TEST(Claim, whileBusyRaisesForceTestAgainAtEveryTwentiethAttempt) {
     EXPECT_THAT(log.timesOf("Ftst=1"), ElementsAre(0, 0, 1900, 3900, 5900, 7900, 9900, 10080));
 }
 
-TEST(Claim, raisesForceTestBeforeTheTwentiethAttemptNotBehindIt) {
+TEST(Claim, raisesForceTestBeforeTheTwentiethAttemptNotAfterIt) {
     ControllerHarness harness;
     refuse(harness, "F0Md", 1, 0x82, 1901ms);
     EXPECT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),

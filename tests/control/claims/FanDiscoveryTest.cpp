@@ -19,7 +19,7 @@ simulation::MachineDescription oneFan(std::optional<std::string> modeKey) {
 }
 
 std::vector<std::string> keysProbedInTwoRecoveries(simulation::MachineDescription machine) {
-    ScriptedBench harness(std::move(machine));
+    ScriptedHarness harness(std::move(machine));
     (void)harness.run(harness.controller->restoreAllFansToAutomatic());
     (void)harness.run(harness.controller->restoreAllFansToAutomatic());
     return harness.smc.reads;
@@ -40,7 +40,7 @@ TEST(ModeKey, isProbedAgainWhileTheMachineHasNeither) {
 }
 
 TEST(ModeKey, isFoundWhateverItHolds) {
-    ScriptedBench harness(oneFan("F0Md"));
+    ScriptedHarness harness(oneFan("F0Md"));
     harness.smc.readings["F0Md"] = smc::SMCValue::raw();
     (void)harness.run(harness.controller->restoreAllFansToAutomatic());
     EXPECT_THAT(harness.smc.reads, ElementsAre("FNum", "F0Md"));
@@ -86,7 +86,7 @@ TEST(ModeKey, thatAppearsLaterIsFoundThen) {
 
 /// How many of three fans are looked for when "FNum" reads `count`.
 std::size_t fansLookedFor(std::optional<smc::SMCValue> count) {
-    ScriptedBench harness(plainMachine(3));
+    ScriptedHarness harness(plainMachine(3));
     harness.smc.readings["FNum"] = count;
     (void)harness.run(harness.controller->restoreAllFansToAutomatic());
     return harness.smc.reads.size() - 1;
@@ -94,7 +94,7 @@ std::size_t fansLookedFor(std::optional<smc::SMCValue> count) {
 
 /// How many fans fullBlast() plans for, each of which the machine does not have.
 std::int64_t fansNamed(smc::SMCValue count) {
-    ScriptedBench harness(plainMachine(0));
+    ScriptedHarness harness(plainMachine(0));
     harness.smc.readings["FNum"] = count;
     const auto result = harness.run(harness.controller->fullBlast());
     for (std::int64_t fans = 1; fans <= 100; ++fans) {
@@ -120,7 +120,7 @@ TEST(FanCount, belowZeroMeansNoFans) {
 }
 
 TEST(FanCount, isUnknownWhenItCannotBeReadOrIsNoNumber) {
-    ScriptedBench harness(plainMachine(1));
+    ScriptedHarness harness(plainMachine(1));
     harness.smc.readings["FNum"] = std::nullopt;
     EXPECT_EQ(harness.run(harness.controller->fullBlast()),
               ControlResult::failed("could not read FNum"));
@@ -146,7 +146,7 @@ TEST(FanCount, belowEveryNumberMeansNoFansToo) {
 }
 
 TEST(FanCount, thatIsNotANumberIsUnreadable) {
-    ScriptedBench harness(plainMachine(1));
+    ScriptedHarness harness(plainMachine(1));
     harness.smc.readings["FNum"] = smc::SMCValue::floating(notANumber);
     EXPECT_EQ(harness.run(harness.controller->fullBlast()),
               ControlResult::failed("could not read FNum"));
@@ -156,7 +156,7 @@ TEST(FanCount, thatIsNotANumberIsUnreadable) {
 }
 
 TEST(FanCount, ofElevenLetsStartUpRecoveryGiveTenFansBack) {
-    ScriptedBench harness(plainMachine(10));
+    ScriptedHarness harness(plainMachine(10));
     harness.smc.readings["FNum"] = smc::SMCValue::uint(11);
     for (std::size_t fan = 0; fan < 10; ++fan) {
         (void)harness.run(harness.system.smc.writeUInt8(simulation::upperModeKey(fan), 1));
@@ -171,7 +171,7 @@ TEST(FanCount, ofElevenLetsStartUpRecoveryGiveTenFansBack) {
 class FanWithoutAName : public testing::TestWithParam<std::int64_t> {};
 
 TEST_P(FanWithoutAName, isOneThatTheMachineDoesNotHave) {
-    ScriptedBench harness(plainMachine(1));
+    ScriptedHarness harness(plainMachine(1));
     const auto result =
         harness.run(harness.controller->setManual(numbers::FanIndex(GetParam()), 3000_rpm));
     EXPECT_EQ(result, ControlResult::failed(fmt::format(

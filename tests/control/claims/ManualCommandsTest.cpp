@@ -52,7 +52,7 @@ TEST(ManualCommands, withoutAPlanTheFirstCommandIsTheWholePlan) {
     EXPECT_EQ(controller->plans.back(), planOf({{1, rpm(2000.0)}}));
 }
 
-TEST(ManualCommands, aSpeedIsPassedOnUncheckedAndKeptWithinTheFansLimitsWhenHeld) {
+TEST(ManualCommands, aSpeedIsPassedOnUncheckedAndClampedToTheFansLimitsWhenHeld) {
     ControllerHarness harness(steadyMachine(), withoutJitter);
     const auto controller = install<PlanKeeper>(harness);
     for (const std::int64_t speed : {std::int64_t{-5}, std::int64_t{0}, std::int64_t{9000},

@@ -192,7 +192,7 @@ TEST(SupersededClaim, ofAPlansFirstFanKeepsThePlanFromItsSecond) {
 }
 
 /// The SMC would take fan 0 at 3 s, between the release's writes for the one fan and the other.
-TEST(SupersededClaim, ofATickForcesNothingBehindTheReleasesWriteForItsFan) {
+TEST(SupersededClaim, ofATickForcesNothingAfterTheReleasesWriteForItsFan) {
     ControllerHarness harness(steadyMachine(2), withoutJitter);
     harness.mac().smc().add(refusal("F0Md", 1, 0x86, 0s, 1200ms));
     harness.mac().smc().add(refusal("F0Md", 1, 0x82, 1200ms, 3s));
@@ -249,7 +249,7 @@ TEST(SupersededClaim, isNotBegunForAFanThatIsFoundWhileAReleaseIsUnderWay) {
 }
 
 /// A tick claims one fan after the other, up to ten seconds each, and looks at nothing meanwhile.
-TEST(ClaimsOfATick, putItsNextChecksOff) {
+TEST(ClaimsOfATick, delayItsNextChecks) {
     ControllerHarness harness(steadyMachine(), withoutJitter);
     harness.mac().smc().add(refusal("F1Md", 1, 0x82));
     (void)harness.run(harness.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(3000)}})));

@@ -23,7 +23,7 @@ protected:
         return result;
     }
 
-    ScriptedBench harness{steadyMachine()};
+    ScriptedHarness harness{steadyMachine()};
     LocalFanController& controller = *harness.controller;
 
 private:

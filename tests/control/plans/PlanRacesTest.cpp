@@ -207,9 +207,9 @@ TEST(PlanDuringAClaim, decidesHowTheFanIsPublishedThatTheOlderPlanIsGrantedLater
     EXPECT_EQ(harness.state().perFanMode.at(0), ControlMode::fullBlast);
 }
 
-/// The same with an older plan that has failed at another fan before, and ends behind the newer
+/// The same with an older plan that has failed at another fan before, and ends after the newer
 /// one.
-TEST(PlanDuringAClaim, isNotToldToHaveFailedWhenTheOlderPlanEndsBehindIt) {
+TEST(PlanDuringAClaim, isNotPublishedAsFailedWhenTheOlderPlanEndsAfterIt) {
     ControllerHarness harness(steadyMachine(1), withoutJitter);
     harness.mac().smc().add(refusal("F0Md", 1, 0x82, 0s, 620ms));
     const Answer older =

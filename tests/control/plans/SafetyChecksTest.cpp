@@ -214,7 +214,7 @@ TEST_F(SafetyChecks, aWallClockThatJumpsAheadReleasesOnTheNextTick) {
     EXPECT_FALSE(isForced());
 }
 
-TEST_F(SafetyChecks, aWallClockThatJumpsBackPutsTheReleaseOff) {
+TEST_F(SafetyChecks, aWallClockThatJumpsBackDelaysTheRelease) {
     hold();
     harness.system.runtime.jumpDate(concurrency::Seconds(-60));
     harness.advance(74s);
@@ -234,7 +234,7 @@ TEST_F(SafetyChecks, aHeartbeatInTheDistantPastIsNone) {
     EXPECT_FALSE(isForced());
 }
 
-TEST_F(SafetyChecks, aReleaseThatFailsIsToldInsteadOfItsReasonAndTriedAgain) {
+TEST_F(SafetyChecks, aReleaseThatFailsIsPublishedInsteadOfItsReasonAndTriedAgain) {
     hold();
     harness.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 3s));
     harness.mac().setHIDTemperature("CPU", 99.5);

@@ -62,7 +62,7 @@ TEST_F(IdleForceTest, isNotLoweredByTheSnapshotOfAPlanWhileAFanHasStillToGoBack)
 }
 
 /// The SMC is busy, so the plan has no fan yet.
-TEST_F(IdleForceTest, isNotLoweredUnderAPlanThatCameBehindTheRelease) {
+TEST_F(IdleForceTest, isNotLoweredUnderAPlanThatCameAfterTheRelease) {
     harness.mac().smc().add(refusal("F0Md", 1, 0x82, 1540ms, 3s));
     holdAndAutomatic();
     const auto plan = harness.start(harness.controller().setManual(0_fan, 4000_rpm));

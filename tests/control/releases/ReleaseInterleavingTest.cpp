@@ -47,7 +47,7 @@ void expectBothAutomatic(ControllerHarness& harness) {
     EXPECT_FALSE(harness.mac().forceTest());
 }
 
-/// Arrivals in the middle of the first, second, third and fourth write, and behind them.
+/// Arrivals in the middle of the first, second, third and fourth write, and after them.
 class DuringARelease
     : public testing::TestWithParam<std::tuple<concurrency::Duration, std::uint64_t>> {
 protected:

@@ -141,7 +141,7 @@ const std::vector<std::pair<SMCError, std::string>> errors{
 
 TEST(Release, tellsEveryErrorOfAFanByItsText) {
     for (const auto& [error, text] : errors) {
-        ScriptedBench harness(plainMachine(1));
+        ScriptedHarness harness(plainMachine(1));
         harness.smc.answers.insert_or_assign({"F0Md", 0}, std::unexpected(error));
         EXPECT_EQ(harness.run(harness.controller->restoreAllFansToAutomatic()),
                   "failed to restore Auto: F0Md=0 failed (" + text + ")");
@@ -150,7 +150,7 @@ TEST(Release, tellsEveryErrorOfAFanByItsText) {
 
 TEST(Release, tellsEveryErrorOfForceTestByItsText) {
     for (const auto& [error, text] : errors) {
-        ScriptedBench harness(plainMachine(1));
+        ScriptedHarness harness(plainMachine(1));
         harness.smc.answers.insert_or_assign({"Ftst", 0}, std::unexpected(error));
         EXPECT_EQ(harness.run(harness.controller->restoreAuto()),
                   "failed to restore Auto: Ftst=0 failed (" + text + ")");

@@ -31,7 +31,7 @@ protected:
 };
 
 /// The retry wakes while the release asks for the fans. It goes on for the sake of force-test.
-TEST_F(RetryTelling, aRefusalOfForceTestThatARestoreToldMeanwhileIsShownUntilItIsLowered) {
+TEST_F(RetryTelling, aRefusalOfForceTestThatARestorePublishedMeanwhileIsShownUntilItIsLowered) {
     dropFan0(1s, 2s);
     advanceTo(2975ms);
     auto forceTest = refusal("Ftst", 0, 0x86, 0s, 6s);
@@ -120,7 +120,7 @@ TEST_F(RetryTelling, thatTheFirmwareTookAFanBackGoesOnBeingShownUntilTheNextTick
 }
 
 /// A plan that manages nothing has its loop end with the last fan, and that loop tells no more.
-TEST_F(RetryTelling, thatTheLastFanIsHeldIsTakenBackThoughAnotherFailureIsShown) {
+TEST_F(RetryTelling, thatTheLastFanIsHeldIsClearedThoughAnotherFailureIsShown) {
     (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 2500ms));
     advanceTo(1300ms);
@@ -138,7 +138,7 @@ TEST_F(RetryTelling, thatTheLastFanIsHeldIsTakenBackThoughAnotherFailureIsShown)
                 ElementsAre("not holding: temperature data unavailable (1/2)"));
 }
 
-TEST_F(RetryTelling, thatAFanRefusesIsTakenBackOnceItWentBack) {
+TEST_F(RetryTelling, thatAFanRefusesIsClearedOnceItWentBack) {
     (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 1s));
     (void)harness.run(harness.controller().automatic());
@@ -165,7 +165,7 @@ TEST_F(RetryTelling, aFanThatWentBackIsShownNoLongerThoughAnotherOneRefuses) {
 }
 
 /// The retry wakes while the restore asks for the same fan, and has its way two seconds later.
-TEST_F(RetryTelling, whatARestoreToldOfTheFanMeanwhileIsTakenBackOnceTheFanWentBack) {
+TEST_F(RetryTelling, whatARestorePublishedOfTheFanMeanwhileIsClearedOnceTheFanWentBack) {
     dropFan0(1s, 3s);
     advanceTo(2975ms);
     harness.mac().smc().removeFaults();

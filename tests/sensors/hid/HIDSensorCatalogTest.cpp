@@ -150,7 +150,7 @@ TEST(HIDSensorCatalog, labelsThatDifferInCaseAreDifferentSensors) {
                             hidSensor("GPU", "GPU (GPU)", 60, gpu)));
 }
 
-TEST(HIDSensorCatalog, aConstantReadingOfABatteryOrAnSSDIsKept) {
+TEST(HIDSensorCatalog, aConstantReadingOfABatteryOrAnSSDIsAccepted) {
     using enum SensorCategory;
     EXPECT_THAT(curate({steady("Battery", 30), steady("NAND", 31), steady("SSD", 32)}),
                 ElementsAre(hidSensor("Battery", "Battery", 30, battery),

@@ -104,7 +104,7 @@ TEST_P(HIDSensorReaderTest, aFailedDiscoveryIsTriedAgain) {
     EXPECT_EQ(runtime.now(), concurrency::Instant(0ms));
 }
 
-TEST_P(HIDSensorReaderTest, aDiscoveryWithoutServicesIsKept) {
+TEST_P(HIDSensorReaderTest, aDiscoveryWithoutServicesIsNotRepeated) {
     HIDSystem system(runtime, {});
     HIDSensorReader reader(runtime, *system.bridge);
 

@@ -85,7 +85,7 @@ TEST_P(SimulatedSystemTest, aSpeedThatIsNoNumberIsZero) {
     EXPECT_EQ(system->mac.fan(0).speed, 1200) << "the truth is another";
 }
 
-TEST_P(SimulatedSystemTest, aSizeOrTypeThatLiesMakesAValueUnreadableOrWrong) {
+TEST_P(SimulatedSystemTest, aFalseSizeOrTypeMakesAValueUnreadableOrWrong) {
     usePreset("laptop");
     add({.key = "F0Ac", .operation = Operation::information, .size = 2});
     add({.key = "F0Mn", .operation = Operation::information, .size = 64});
@@ -210,7 +210,7 @@ TEST_P(SimulatedSystemTest, aHubThatHangsForEverNeverAnswers) {
     EXPECT_FALSE(taken);
 }
 
-TEST_P(SimulatedSystemTest, snapshotsThatWaitForAHangAreAllTakenBehindIt) {
+TEST_P(SimulatedSystemTest, snapshotsThatWaitForAHangAreAllTakenAfterIt) {
     usePreset("laptop");
     system->mac.add(HIDHang{.from = 0s, .until = 10s});
     system->runtime.detach("snapshot", take(*this));

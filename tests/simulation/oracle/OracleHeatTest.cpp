@@ -24,7 +24,7 @@ TEST_F(OracleHeatTest, endsControlWithinFiveSeconds) {
     expectViolationJustAfter(15s, Property::heatEndsControl);
 }
 
-TEST_F(OracleHeatTest, andTenMoreForEachFanWhereAClaimIsRefused) {
+TEST_F(OracleHeatTest, endsControlWithinTenSecondsMoreForEachFanWhereAClaimIsRefused) {
     addFan();
     heatTo(95.5);
     want(11s, 1);
@@ -33,7 +33,7 @@ TEST_F(OracleHeatTest, andTenMoreForEachFanWhereAClaimIsRefused) {
     expectViolationJustAfter(36s, Property::heatEndsControl);
 }
 
-TEST_F(OracleHeatTest, doesNotWhenItIsLess) {
+TEST_F(OracleHeatTest, doesNotEndControlBelowTheCeiling) {
     heatTo(95.4);
     watch(10s, 31s);
     look(31s);

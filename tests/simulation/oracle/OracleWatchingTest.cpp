@@ -18,7 +18,7 @@ TEST_F(OracleSilenceTest, noFanIsHeldTwentySecondsAfterTheLastCommand) {
     expectViolationJustAfter(21s, Property::silenceEndsControl);
 }
 
-TEST_F(OracleSilenceTest, norTwentySecondsAfterTheLastHeartbeat) {
+TEST_F(OracleSilenceTest, noFanIsHeldTwentySecondsAfterTheLastHeartbeat) {
     serve();
     hold(1s);
     (void)call(14s, Method::heartbeat);
@@ -26,7 +26,7 @@ TEST_F(OracleSilenceTest, norTwentySecondsAfterTheLastHeartbeat) {
     expectViolationJustAfter(34s, Property::silenceEndsControl);
 }
 
-TEST_F(OracleSilenceTest, norAfterTheLastAnswer) {
+TEST_F(OracleSilenceTest, noFanIsHeldTwentySecondsAfterTheLastAnswer) {
     serve();
     const auto id = call(1s, manual());
     force(2s);
@@ -56,7 +56,7 @@ TEST_F(OracleSilenceTest, garbageIsNoHeartbeat) {
     expectViolationJustAfter(21s, Property::silenceEndsControl);
 }
 
-TEST_F(OracleSilenceTest, aStrangersHeartbeatIsNone) {
+TEST_F(OracleSilenceTest, aHeartbeatOfAnUntrustedPeerIsNone) {
     serve();
     hold(1s);
     connect(2s, "stranger", true);
@@ -65,7 +65,7 @@ TEST_F(OracleSilenceTest, aStrangersHeartbeatIsNone) {
     expectViolationJustAfter(21s, Property::silenceEndsControl);
 }
 
-TEST_F(OracleSilenceTest, theAnswerToACommandThatAReleaseOvertookIsNone) {
+TEST_F(OracleSilenceTest, theAnswerToACommandThatAReleaseSupersededIsNoHeartbeat) {
     addFan();
     serve();
     const auto id = call(1s, manual());
@@ -85,7 +85,7 @@ TEST_F(OracleSilenceTest, theAnswerToACommandThatAReleaseOvertookIsNone) {
     expectViolationJustAfter(41s, Property::silenceEndsControl);
 }
 
-TEST_F(OracleSilenceTest, claimsThatAreRefusedPutTheTickOffByTenSecondsForEachFan) {
+TEST_F(OracleSilenceTest, claimsThatAreRefusedDelayTheTickByTenSecondsForEachFan) {
     addFan();
     serve();
     hold(1s);
@@ -95,7 +95,7 @@ TEST_F(OracleSilenceTest, claimsThatAreRefusedPutTheTickOffByTenSecondsForEachFa
     expectViolationJustAfter(41s, Property::silenceEndsControl);
 }
 
-TEST_F(OracleSilenceTest, aClaimBeforeTheClientWasHeardPutsNothingOff) {
+TEST_F(OracleSilenceTest, aClaimBeforeTheClientWasHeardDelaysNothing) {
     addFan();
     serve();
     poll(0s, 1);
@@ -112,7 +112,7 @@ TEST_F(OracleSilenceTest, aWallClockThatIsSetBackLeavesItToTheGuard) {
     expectViolationJustAfter(25s, Property::silenceEndsControl);
 }
 
-TEST_F(OracleSilenceTest, theNextHeartbeatMakesUpForThat) {
+TEST_F(OracleSilenceTest, theNextHeartbeatEndsTheDelayOfAWallClockThatWasSetBack) {
     serve();
     hold(1s);
     oracle().clockJumped(2s, -7);

@@ -119,7 +119,7 @@ TEST_F(OracleForceTestTest, mayStayOnAfterARefusalLongBeforeTheReleaseUnlessItWa
 }
 
 /// Its key is asked about, which lowers nothing.
-TEST_F(OracleForceTestTest, mayStayOnAfterARefusalBehindWhichItWasNotLowered) {
+TEST_F(OracleForceTestTest, mayStayOnAfterARefusalSinceWhichItWasNotLowered) {
     serve();
     hold(1s);
     write(6s, "Ftst", 0);
@@ -189,7 +189,7 @@ TEST_F(OracleForceTestTest, isNotRaisedByATickThatIsUnderWayWhenTheReasonArises)
     expectNoViolation();
 }
 
-TEST_F(OracleForceTestTest, isNotRaisedByATickThatBeginsBehindTheReason) {
+TEST_F(OracleForceTestTest, isNotRaisedByATickThatBeginsAfterTheReason) {
     serve();
     hold(1s);
     vanish(5s);
@@ -198,7 +198,7 @@ TEST_F(OracleForceTestTest, isNotRaisedByATickThatBeginsBehindTheReason) {
     expectNoViolation();
 }
 
-TEST_F(OracleForceTestTest, isRaisedAgainWhenTheTickHasToldItsState) {
+TEST_F(OracleForceTestTest, isRaisedAgainWhenTheTickHasPublishedItsState) {
     serve();
     hold(1s);
     read(4s, "FNum", 1);

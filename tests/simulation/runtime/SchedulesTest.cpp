@@ -24,7 +24,7 @@ using Texts = std::map<std::string, int>;
 
 constexpr std::size_t any = 1000;
 
-/// Tasks called a, b and so on, each with so many steps and a job behind the last; what they wrote.
+/// Tasks called a, b and so on, each with so many steps and a job after the last; what they wrote.
 std::string textOf(const SimulatedRuntime::Chooser& chooser, const std::vector<int>& steps) {
     SimulatedRuntime runtime(chooser);
     std::string text;
@@ -114,7 +114,7 @@ TEST(Schedules, theSearchStopsAtItsLimit) {
     EXPECT_TRUE(exploreTasks({1, 1}, limited).exploration.isComplete());
 }
 
-TEST(Schedules, theLongestListOfChoicesIsTold) {
+TEST(Schedules, theLongestListOfChoicesIsReported) {
     EXPECT_EQ(exploreTasks({1}, bounds(any)).exploration.longest, 0U);
     EXPECT_EQ(exploreTasks({1, 1}, bounds(any)).exploration.longest, 3U);
 }

@@ -60,7 +60,7 @@ TEST_P(ScenarioRunTest, anAnswerToAClientThatIsGoneReachesNobody) {
     EXPECT_THAT(lines, Contains("1.05 app connects"));
 }
 
-TEST_P(ScenarioRunTest, noneOfAStrangersCallsIsCarriedOut) {
+TEST_P(ScenarioRunTest, noCallOfAnUntrustedPeerIsCarriedOut) {
     EXPECT_THAT(
         play(R"({"at":1,"call":"setManualRPM","fan":0,"rpm":3000},
                         {"at":2,"connect":"stranger","stranger":true},
@@ -70,7 +70,7 @@ TEST_P(ScenarioRunTest, noneOfAStrangersCallsIsCarriedOut) {
                     "3 stranger calls readState", "3 stranger is gone", "3 fan 0 not forced"));
 }
 
-TEST_P(ScenarioRunTest, aStrangerThatConnectsAgainIsStillOne) {
+TEST_P(ScenarioRunTest, anUntrustedPeerThatConnectsAgainStaysUntrusted) {
     EXPECT_THAT(play(R"({"at":1,"connect":"stranger","stranger":true},
                         {"at":2,"client":"stranger","call":"fullBlast"},
                         {"at":3,"client":"stranger","call":"fullBlast"})"),
@@ -97,7 +97,7 @@ TEST_P(ScenarioRunTest, aDocumentIsSentAsItIs) {
                             "3 app is told applyConfig 0"));
 }
 
-TEST_P(ScenarioRunTest, aRefusedStrangerNeedNotGo) {
+TEST_P(ScenarioRunTest, aRefusedUntrustedPeerNeedNotDisconnect) {
     EXPECT_THAT(play(R"({"at":1,"connect":"stranger","stranger":true},
                         {"at":2,"client":"stranger","call":"readState"},
                         {"at":3,"disconnect":"stranger"})"),

@@ -40,7 +40,7 @@ bool hasSlowWriteAt(const Scenario& scenario, Duration at) {
     });
 }
 
-TEST(SwarmScenario, canBeKeptAsAFileAndPlayedAgain) {
+TEST(SwarmScenario, canBeSavedAsAFileAndPlayedAgain) {
     for (std::uint64_t seed = 1; seed <= 600; ++seed) {
         const std::string text = textOf(swarmScenario(seed, SwarmNumbers::any));
         const auto again = Scenario::parse(text, {});
