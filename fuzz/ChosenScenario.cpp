@@ -26,22 +26,12 @@ public:
     Scenario make() {
         chooseMachine();
         for (int parts = 0; parts < 16 && !input.isEmpty(); ++parts) addPart();
-        sortByTime(scenario.firmware);
-        sortByTime(scenario.temperatures);
+        scenario.sortChanges();
         scenario.duration = troubleEnds + calm;
         return std::move(scenario);
     }
 
 private:
-    template <typename Change>
-    static void sortByTime(std::vector<Change>& changes) {
-        for (std::size_t i = 1; i < changes.size(); ++i) {
-            for (std::size_t j = i; j > 0 && changes[j].at < changes[j - 1].at; --j) {
-                std::swap(changes[j], changes[j - 1]);
-            }
-        }
-    }
-
     /// Most things happen on a grid of 0.5 s, so that they meet.
     Duration moment() { return input.below(41) * Duration(500ms); }
     Duration shortTime() { return (1 + input.below(50)) * Duration(100ms); }

@@ -10,7 +10,7 @@
 #include "ChosenScenario.h"
 #include "Input.h"
 #include "json/Writer.h"
-#include "simulation/oracle/Properties.h"
+#include "simulation/oracle/Oracle.h"
 #include "simulation/scenario/Scenario.h"
 #include "simulation/verification/Soak.h"
 
@@ -32,8 +32,7 @@ void play(const simulation::Scenario& scenario, std::uint64_t seed) {
         const auto& violation = *verdict.violation;
         const auto smallest =
             simulation::shrink(scenario, seed, violation.property, simulation::judge);
-        tell(smallest, seed,
-             std::string(simulation::textOf(violation.property).name) + ": " + violation.what);
+        tell(smallest, seed, describe(violation));
     } catch (const std::exception& failure) {
         tell(scenario, seed, failure.what());
     }

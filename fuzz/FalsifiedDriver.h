@@ -11,7 +11,7 @@
 namespace airflow::fuzz {
 
 /// While the input lasts, it decides for each request whether the answer is the machine's, or what
-/// is wrong with it; behind that all answers are honest. Counts of fans and keys are refused at
+/// is wrong with it; after that all answers are true. Counts of fans and keys are refused at
 /// most, never falsified: a wrong one stops the process, as it should. Nor is there ever said to be
 /// a key that the machine does not have: the lie would be believed for ever.
 ///

@@ -12,6 +12,7 @@
 #include "Input.h"
 #include "concurrency/Require.h"
 #include "control/LocalFanController.h"
+#include "numbers/Units.h"
 #include "sensors/SMCConnectionReading.h"
 #include "sensors/SensorReader.h"
 #include "sensors/hid/HIDBridge.h"
@@ -50,12 +51,12 @@ public:
 
     /// Whatever the input asks for, one command at a time.
     void perform(Input& input) {
-        const auto fan = static_cast<std::int64_t>(input.below(3));
+        const numbers::FanIndex fan(static_cast<std::int64_t>(input.below(3)));
         switch (input.below(8)) {
             case 0: (void)runtime.run(controller->restoreAllFansToAutomatic()); break;
             case 1: check(runtime.run(sensors.snapshot())); break;
-            case 2: (void)runtime.run(controller->setManual(fan, 2500)); break;
-            case 3: (void)runtime.run(controller->setPercent(fan, 40)); break;
+            case 2: (void)runtime.run(controller->setManual(fan, numbers::WholeRPM(2500))); break;
+            case 3: (void)runtime.run(controller->setPercent(fan, numbers::Percent(40))); break;
             case 4: (void)runtime.run(controller->fullBlast()); break;
             case 5: (void)runtime.run(connection.discoverTempKeys()); break;
             case 6: runtime.advance(std::chrono::seconds(input.below(8))); break;

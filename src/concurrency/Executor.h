@@ -30,7 +30,7 @@ public:
     Executor& operator=(const Executor&) = delete;
     virtual ~Executor() = default;
 
-    /// Queues `job` behind everything already posted; never resumes it inline. Any thread may call.
+    /// Queues `job` after everything already posted; never resumes it inline. Any thread may call.
     /// Cannot fail: a coroutine that could not return to its executor would lose the exclusion its
     /// actor relies on. Does nothing, and does not look at `job`, once the runtime was abandoned.
     virtual void post(Job& job) noexcept = 0;

@@ -45,7 +45,7 @@ public:
     /// Of `failed`; empty for every other outcome.
     [[nodiscard]] const std::string& failureReason() const { return reason; }
 
-    /// The number that crosses the process boundary, 0 to 7. Code and reason stay behind.
+    /// The number that crosses the process boundary, 0 to 7. Code and reason do not cross it.
     [[nodiscard]] std::int64_t xpcCode() const;
     /// What a client makes of a number: `rejected` comes with code 0, and every number that is not
     /// 0 to 6, the 7 of `failed` too, is a failure that names the number.

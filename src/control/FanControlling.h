@@ -1,7 +1,6 @@
 // FanControlling: what every controller of fans can be asked for.
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -9,6 +8,7 @@
 #include "concurrency/Task.h"
 #include "control/ControlResult.h"
 #include "control/ControlState.h"
+#include "numbers/Units.h"
 #include "plan/FanControlPlan.h"
 
 namespace airflow::control {
@@ -22,12 +22,12 @@ public:
     FanControlling& operator=(const FanControlling&) = delete;
     virtual ~FanControlling() = default;
 
-    /// Holds one fan at a speed in RPM. Neither index nor speed is checked here.
-    [[nodiscard]] virtual concurrency::Task<ControlResult> setManual(std::int64_t fan,
-                                                                     std::int64_t rpm) = 0;
-    /// Holds one fan at a share of its range, in percent.
-    [[nodiscard]] virtual concurrency::Task<ControlResult> setPercent(std::int64_t fan,
-                                                                      double percent) = 0;
+    /// Holds one fan at a speed. Neither index nor speed is checked here.
+    [[nodiscard]] virtual concurrency::Task<ControlResult> setManual(numbers::FanIndex fan,
+                                                                     numbers::WholeRPM rpm) = 0;
+    /// Holds one fan at a share of its range.
+    [[nodiscard]] virtual concurrency::Task<ControlResult> setPercent(numbers::FanIndex fan,
+                                                                      numbers::Percent percent) = 0;
     /// Holds every fan at 100 %.
     [[nodiscard]] virtual concurrency::Task<ControlResult> fullBlast() = 0;
     [[nodiscard]] virtual concurrency::Task<ControlResult> applyPlan(plan::FanControlPlan plan) = 0;

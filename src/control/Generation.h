@@ -23,7 +23,7 @@ using ReleaseGeneration = Generation<struct ReleaseKind>;
 /// Advanced by every plan: supersedes retries of the releases before it.
 using PlanGeneration = Generation<struct PlanKind>;
 
-/// What an operation that claims fans began behind.
+/// The generations in which an operation that claims fans began.
 struct Generations {
     ReleaseGeneration release;
     PlanGeneration plan;

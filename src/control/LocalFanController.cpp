@@ -8,6 +8,7 @@
 #include <limits>
 #include <utility>
 
+#include "numbers/Int64.h"
 #include "smc/FanNumbers.h"
 
 namespace airflow::control {
@@ -18,11 +19,10 @@ using concurrency::Task;
 
 /// To the nearest, halves away from zero; the ends of the range for what does not fit.
 std::int64_t wholeRPM(double rpm) {
-    constexpr double limit = 9223372036854775808.0;  // 2^63
+    using Limits = std::numeric_limits<std::int64_t>;
     const double rounded = std::round(rpm);
-    if (rounded >= limit) return std::numeric_limits<std::int64_t>::max();
-    if (!(rounded > -limit)) return std::numeric_limits<std::int64_t>::min();
-    return static_cast<std::int64_t>(rounded);
+    if (numbers::fitsInt64(rounded)) return static_cast<std::int64_t>(rounded);
+    return rounded > 0 ? Limits::max() : Limits::min();
 }
 
 }  // namespace
@@ -132,14 +132,15 @@ plan::FanControlPlan LocalFanController::activePlanWith(plan::FanPlan entry) con
     return edited;
 }
 
-Task<ControlResult> LocalFanController::setManual(Fan fan, std::int64_t rpm) {
-    const auto mode = plan::FanControlModePlan::fixedRPM(static_cast<double>(rpm));
-    co_return co_await applyPlan(activePlanWith({.fanID = fan, .mode = mode}));
+Task<ControlResult> LocalFanController::setManual(numbers::FanIndex fan, numbers::WholeRPM rpm) {
+    const auto mode = plan::FanControlModePlan::fixedRPM(static_cast<double>(rpm.value()));
+    co_return co_await applyPlan(activePlanWith({.fanID = fan.value(), .mode = mode}));
 }
 
-Task<ControlResult> LocalFanController::setPercent(Fan fan, double percent) {
-    const auto mode = plan::FanControlModePlan::fixedPercent(percent);
-    co_return co_await applyPlan(activePlanWith({.fanID = fan, .mode = mode}));
+Task<ControlResult> LocalFanController::setPercent(numbers::FanIndex fan,
+                                                   numbers::Percent percent) {
+    const auto mode = plan::FanControlModePlan::fixedPercent(percent.value());
+    co_return co_await applyPlan(activePlanWith({.fanID = fan.value(), .mode = mode}));
 }
 
 Task<ControlResult> LocalFanController::fullBlast() {

@@ -32,6 +32,7 @@
 #include "control/FanControlling.h"
 #include "control/Generation.h"
 #include "evaluation/PlanEvaluator.h"
+#include "numbers/Units.h"
 #include "sensors/SensorReader.h"
 #include "smc/SMCWriting.h"
 
@@ -57,8 +58,10 @@ public:
     [[nodiscard]] concurrency::Stream<ControlState>& stateStream() override { return states; }
 
     /// Fails as applyPlan() does.
-    concurrency::Task<ControlResult> setManual(std::int64_t fan, std::int64_t rpm) override;
-    concurrency::Task<ControlResult> setPercent(std::int64_t fan, double percent) override;
+    concurrency::Task<ControlResult> setManual(numbers::FanIndex fan,
+                                               numbers::WholeRPM rpm) override;
+    concurrency::Task<ControlResult> setPercent(numbers::FanIndex fan,
+                                                numbers::Percent percent) override;
     /// Fails when "FNum" cannot be read, and as applyPlan() does.
     concurrency::Task<ControlResult> fullBlast() override;
     /// Puts a plan in force: gives back what it no longer manages, claims what it newly manages,

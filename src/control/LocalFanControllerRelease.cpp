@@ -92,11 +92,11 @@ Task<std::optional<NotRestored>> LocalFanController::releaseKnownFans(
     if (!refusals.empty()) failure = NotRestored{std::move(refusals)};
     std::optional<ControlError> error = failure;
     // A retry that finds everything given back by another release leaves that one's reason alone;
-    // and what another one was refused meanwhile is still to be told.
+    // and what another one was refused meanwhile is still to be published.
     const bool isAnothersReason = expected && state.cause && isSafetyRelease(*state.cause);
     const bool isAnothersRefusal = !fans.pending().empty() && tellsOfPendingFans(state.cause);
     if (!failure && (isAnothersReason || isAnothersRefusal)) error = state.cause;
-    // What a newer plan holds is for it to publish, unless it has to be told of refusals.
+    // What a newer plan holds is for it to publish, unless there are refusals to publish.
     if (failure || !isSuperseded(generation)) {
         const bool isAnyRefused = failure || isAnothersRefusal;
         publishState(isAnyRefused && !fans.claimed().empty(), std::move(error));

@@ -85,7 +85,7 @@ Task<bool> LocalFanController::claimWanted(std::vector<Fan> wanted, plan::FanCon
 Task<bool> LocalFanController::writeTarget(Fan fan, std::string modeKey, double rpm) {
     (void)co_await force(fan, modeKey);  // read back below
     const WriteResult written = co_await smc.writeFloat(smc::fanKey(fan, "Tg"), rpm);
-    // What fails is written again by the next tick; but nothing is behind an exit.
+    // What fails is written again by the next tick; but nothing is after an exit.
     if (written || written.error() != smc::SMCError::withheld()) fans.setTarget(fan, rpm);
     const auto mode = co_await smc.tryReadValue(modeKey);
     const auto number = mode ? mode->numeric() : std::nullopt;

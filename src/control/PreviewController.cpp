@@ -66,23 +66,23 @@ void PreviewController::release() {
     publish(ControlState::idle());
 }
 
-Task<ControlResult> PreviewController::setManual(std::int64_t fan, std::int64_t rpm) {
-    record(fmt::format("setManual(fan: {}, rpm: {})", fan, rpm));
+Task<ControlResult> PreviewController::setManual(numbers::FanIndex fan, numbers::WholeRPM rpm) {
+    record(fmt::format("setManual(fan: {}, rpm: {})", fan.value(), rpm.value()));
     co_await acquire();
     overallMode = ControlMode::manual;
     ControlState next = state;
-    next.perFanMode.insert_or_assign(fan, ControlMode::manual);
-    next.targets[fan] = rpm;
+    next.perFanMode.insert_or_assign(fan.value(), ControlMode::manual);
+    next.targets[fan.value()] = rpm.value();
     hold(std::move(next), true);
     co_return ControlResult::applied();
 }
 
-Task<ControlResult> PreviewController::setPercent(std::int64_t fan, double percent) {
-    record(fmt::format("setPercent(fan: {}, percent: {})", fan, decimal(percent)));
+Task<ControlResult> PreviewController::setPercent(numbers::FanIndex fan, numbers::Percent percent) {
+    record(fmt::format("setPercent(fan: {}, percent: {})", fan.value(), decimal(percent.value())));
     co_await acquire();
     overallMode = ControlMode::manual;
     ControlState next = state;
-    next.perFanMode.insert_or_assign(fan, ControlMode::manual);
+    next.perFanMode.insert_or_assign(fan.value(), ControlMode::manual);
     hold(std::move(next), true);
     co_return ControlResult::applied();
 }

@@ -10,6 +10,7 @@
 #include "concurrency/Actor.h"
 #include "concurrency/Runtime.h"
 #include "control/FanControlling.h"
+#include "numbers/Units.h"
 #include "sensors/LogSink.h"
 
 namespace airflow::control {
@@ -25,8 +26,10 @@ public:
     PreviewController(concurrency::Runtime& runtime, sensors::LogSink& output,
                       concurrency::Duration simulatedAcquireDelay = defaultAcquireDelay);
 
-    concurrency::Task<ControlResult> setManual(std::int64_t fan, std::int64_t rpm) override;
-    concurrency::Task<ControlResult> setPercent(std::int64_t fan, double percent) override;
+    concurrency::Task<ControlResult> setManual(numbers::FanIndex fan,
+                                               numbers::WholeRPM rpm) override;
+    concurrency::Task<ControlResult> setPercent(numbers::FanIndex fan,
+                                                numbers::Percent percent) override;
     concurrency::Task<ControlResult> fullBlast() override;
     concurrency::Task<ControlResult> applyPlan(plan::FanControlPlan plan) override;
     concurrency::Task<ControlResult> automatic() override;

@@ -4,6 +4,7 @@
 #include <type_traits>
 
 #include "daemon/FanHelperService.h"
+#include "numbers/Units.h"
 
 namespace airflow::daemon {
 
@@ -38,11 +39,12 @@ void ShutdownForUpgrade::carryOut(FanHelperService& service, ReplyHandler handle
 }
 
 void SetManualRPM::carryOut(FanHelperService& service, ReplyHandler handler) {
-    service.setManualRPM(fan, rpm, coded(std::move(handler)));
+    service.setManualRPM(numbers::FanIndex(fan), numbers::WholeRPM(rpm), coded(std::move(handler)));
 }
 
 void SetPercent::carryOut(FanHelperService& service, ReplyHandler handler) {
-    service.setPercent(fan, percent, coded(std::move(handler)));
+    service.setPercent(numbers::FanIndex(fan), numbers::Percent(percent),
+                       coded(std::move(handler)));
 }
 
 void FullBlast::carryOut(FanHelperService& service, ReplyHandler handler) {

@@ -49,12 +49,13 @@ void FanHelperService::shutdownForUpgrade(Acknowledgement reply) {
     runtime.detach("shutdownForUpgrade", restoreAndExit(*this, std::move(reply)));
 }
 
-void FanHelperService::setManualRPM(std::int64_t fan, std::int64_t rpm, CodeReply reply) {
+void FanHelperService::setManualRPM(numbers::FanIndex fan, numbers::WholeRPM rpm, CodeReply reply) {
     runtime.detach("setManualRPM",
                    answer(*this, arrival(), controller->setManual(fan, rpm), std::move(reply)));
 }
 
-void FanHelperService::setPercent(std::int64_t fan, double percent, CodeReply reply) {
+void FanHelperService::setPercent(numbers::FanIndex fan, numbers::Percent percent,
+                                  CodeReply reply) {
     runtime.detach("setPercent", answer(*this, arrival(), controller->setPercent(fan, percent),
                                         std::move(reply)));
 }

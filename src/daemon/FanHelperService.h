@@ -11,6 +11,7 @@
 #include "control/LocalFanController.h"
 #include "daemon/Attendance.h"
 #include "daemon/DaemonProcess.h"
+#include "numbers/Units.h"
 
 namespace airflow::daemon {
 
@@ -43,8 +44,8 @@ public:
     void helperVersion(const TextReply& reply) const;
     /// Gives the fans back, acknowledges, and ends the process 200 ms later with status 0.
     void shutdownForUpgrade(Acknowledgement reply);
-    void setManualRPM(std::int64_t fan, std::int64_t rpm, CodeReply reply);
-    void setPercent(std::int64_t fan, double percent, CodeReply reply);
+    void setManualRPM(numbers::FanIndex fan, numbers::WholeRPM rpm, CodeReply reply);
+    void setPercent(numbers::FanIndex fan, numbers::Percent percent, CodeReply reply);
     void fullBlast(CodeReply reply);
     void automatic(CodeReply reply);
     /// `plan` is a plan document (JSON). One that cannot be decoded is answered with 7 and changes

@@ -33,7 +33,7 @@ public:
     /// Restores Auto, once in the life of the process, and blocks the calling thread meanwhile, for
     /// at most 3 seconds: a stuck SMC must not keep the process alive. From its beginning on no fan
     /// is forced any more. Who comes while another thread restores waits for that one; who comes
-    /// after it, as the exit behind a signal does, returns at once. Does nothing before arm().
+    /// after it, as the exit after a signal does, returns at once. Does nothing before arm().
     /// `reason` outlives the task.
     concurrency::Task<void> restoreAutoOnExit(std::string_view reason);
 

@@ -11,24 +11,28 @@ namespace airflow::evaluation {
 namespace {
 
 using concurrency::Seconds;
+using numbers::Percent;
+using numbers::RPM;
 
-double clampPercent(double percent) {
-    if (!(percent > 0)) return 0;  // also when it is not a number
-    return percent > 100 ? 100 : percent;
+Percent clamped(Percent share) {
+    const double percent = share.value();
+    if (!(percent > 0)) return Percent(0);  // also when it is not a number
+    return Percent(percent > 100 ? 100 : percent);
 }
 
-double rpmAt(const sensors::Fan& fan, double percent) {
+RPM speedAt(const sensors::Fan& fan, Percent share) {
     const auto min = static_cast<double>(fan.minRPM);
     const auto max = static_cast<double>(fan.maxRPM);
-    return min + clampPercent(percent) * (max - min) / 100;
+    return RPM(min + clamped(share).value() * (max - min) / 100);
 }
 
 /// Raised to the minimum, then lowered to the maximum, which wins where they contradict.
-double clampRPM(const sensors::Fan& fan, double rpm) {
+RPM clamped(const sensors::Fan& fan, RPM speed) {
+    const double rpm = speed.value();
     const auto min = static_cast<double>(fan.minRPM);
     const auto max = static_cast<double>(fan.maxRPM);
     const double raised = rpm >= min ? rpm : min;
-    return raised > max ? max : raised;
+    return RPM(raised > max ? max : raised);
 }
 
 }  // namespace
@@ -43,7 +47,7 @@ std::map<std::int64_t, FanDecision> PlanEvaluator::evaluate(const plan::FanContr
         const auto fan = std::ranges::find(snapshot.fans, fanPlan.fanID, &sensors::Fan::id);
         if (fan == snapshot.fans.end()) continue;
         decisions[fanPlan.fanID] =
-            decide(fanPlan, *fan, overrides, plan.tuning.maxDeltaRPMPerTick, now);
+            decide(fanPlan, *fan, overrides, RPM(plan.tuning.maxDeltaRPMPerTick), now);
     }
     return decisions;
 }
@@ -75,11 +79,12 @@ PlanEvaluator::Overrides PlanEvaluator::applyRules(const plan::FanControlPlan& p
         if (!rule.enabled) continue;
         updateLatch(rule, temperature(rule.sensorID), now);
         if (!ruleLatched.contains(rule.id)) continue;
+        const Percent forced(rule.targetPercent);
         if (rule.fanTarget.fanID) {
-            overrides.emplace(*rule.fanTarget.fanID, rule.targetPercent);
+            overrides.emplace(*rule.fanTarget.fanID, forced);
             continue;
         }
-        for (const plan::FanPlan& fan : plan.fans) overrides.emplace(fan.fanID, rule.targetPercent);
+        for (const plan::FanPlan& fan : plan.fans) overrides.emplace(fan.fanID, forced);
     }
     return overrides;
 }
@@ -109,16 +114,16 @@ std::optional<double> PlanEvaluator::temperature(const std::optional<std::string
 }
 
 FanDecision PlanEvaluator::decide(const plan::FanPlan& fanPlan, const sensors::Fan& fan,
-                                  const Overrides& overrides, double maxDelta, Date now) {
+                                  const Overrides& overrides, RPM maxDelta, Date now) {
     if (const auto forced = overrides.find(fan.id); forced != overrides.end()) {
         return decidePercent(fan, forced->second, true, now);
     }
     if (const auto* fixed = std::get_if<plan::FixedRPM>(&fanPlan.mode.mode)) {
         clearStop(fan.id);
-        return target(fan, fixed->rpm);
+        return target(fan, RPM(fixed->rpm));
     }
     if (const auto* fixed = std::get_if<plan::FixedPercent>(&fanPlan.mode.mode)) {
-        return decidePercent(fan, clampPercent(fixed->percent), false, now);
+        return decidePercent(fan, clamped(Percent(fixed->percent)), false, now);
     }
     if (const auto* curve = std::get_if<plan::FanCurve>(&fanPlan.mode.mode)) {
         return decideCurve(*curve, fan, maxDelta, now);
@@ -126,26 +131,26 @@ FanDecision PlanEvaluator::decide(const plan::FanPlan& fanPlan, const sensors::F
     return release(fan.id);
 }
 
-FanDecision PlanEvaluator::decidePercent(const sensors::Fan& fan, double requestedPercent,
+FanDecision PlanEvaluator::decidePercent(const sensors::Fan& fan, Percent requested,
                                          bool isRuleOverride, Date now) {
-    if (auto stop = stopDecision(fan.id, requestedPercent, isRuleOverride, now)) {
+    if (auto stop = stopDecision(fan.id, requested, isRuleOverride, now)) {
         return stopped(fan.id, *stop);
     }
-    return target(fan, rpmAt(fan, requestedPercent));
+    return target(fan, speedAt(fan, requested));
 }
 
 FanDecision PlanEvaluator::decideCurve(const plan::FanCurve& curve, const sensors::Fan& fan,
-                                       double maxDelta, Date now) {
+                                       RPM maxDelta, Date now) {
     const auto celsius = temperature(curve.sourceSensorID);
     if (!celsius) return release(fan.id);
-    const double percent = curve.percentAt(*celsius);
+    const Percent percent(curve.percentAt(*celsius));
     if (auto stop = stopDecision(fan.id, percent, false, now)) return stopped(fan.id, *stop);
-    double rpm = rpmAt(fan, percent);
+    double rpm = speedAt(fan, percent).value();
     if (const auto last = lastTargetByFan.find(fan.id); last != lastTargetByFan.end()) {
-        rpm = std::max(rpm, last->second - maxDelta);
-        rpm = std::min(rpm, last->second + maxDelta);
+        rpm = std::max(rpm, last->second - maxDelta.value());
+        rpm = std::min(rpm, last->second + maxDelta.value());
     }
-    return target(fan, rpm);
+    return target(fan, RPM(rpm));
 }
 
 FanDecision PlanEvaluator::release(std::int64_t fanID) {
@@ -154,8 +159,8 @@ FanDecision PlanEvaluator::release(std::int64_t fanID) {
     return ReleaseToAuto{};
 }
 
-FanDecision PlanEvaluator::target(const sensors::Fan& fan, double rpm) {
-    const double final = clampRPM(fan, rpm);
+FanDecision PlanEvaluator::target(const sensors::Fan& fan, RPM speed) {
+    const double final = clamped(fan, speed).value();
     lastTargetByFan[fan.id] = final;
     return Target{final};
 }
@@ -172,9 +177,9 @@ void PlanEvaluator::clearStop(std::int64_t fanID) {
     stoppedFans.erase(fanID);
 }
 
-std::optional<FanDecision> PlanEvaluator::stopDecision(std::int64_t fanID, double requestedPercent,
+std::optional<FanDecision> PlanEvaluator::stopDecision(std::int64_t fanID, Percent requested,
                                                        bool isRuleOverride, Date now) {
-    if (!(requestedPercent > 0)) {
+    if (!(requested > Percent(0))) {
         resumeSince.erase(fanID);
         const Date start = zeroSince.emplace(fanID, now).first->second;
         const bool isStopped = stoppedFans.contains(fanID);
@@ -188,7 +193,7 @@ std::optional<FanDecision> PlanEvaluator::stopDecision(std::int64_t fanID, doubl
         clearStop(fanID);
         return std::nullopt;
     }
-    if (requestedPercent < FanStopPolicy::resumePercent) {
+    if (requested < FanStopPolicy::resumePercent) {
         resumeSince.erase(fanID);
         return IdleStopped{};
     }

@@ -10,6 +10,7 @@
 
 #include "concurrency/Date.h"
 #include "evaluation/FanDecision.h"
+#include "numbers/Units.h"
 #include "plan/FanControlPlan.h"
 #include "sensors/SensorSnapshot.h"
 
@@ -42,13 +43,13 @@ struct PlanEvaluator {
     [[nodiscard]] std::optional<double> hottest() const;
 
     /// The zero-speed policy: idleStopped while the fan is to stand still, nothing while it runs.
-    /// `requestedPercent` that is not a number is no request, the same as 0.
+    /// A request that is not a number is none, the same as 0.
     [[nodiscard]] std::optional<FanDecision> stopDecision(std::int64_t fanID,
-                                                          double requestedPercent,
+                                                          numbers::Percent requested,
                                                           bool isRuleOverride, Date now);
 
 private:
-    using Overrides = std::map<std::int64_t, double>;  ///< forced percentage by fan
+    using Overrides = std::map<std::int64_t, numbers::Percent>;  ///< by fan
 
     void smooth(const sensors::SensorSnapshot& snapshot, double alpha);
     Overrides applyRules(const plan::FanControlPlan& plan, Date now);
@@ -56,13 +57,13 @@ private:
     [[nodiscard]] std::optional<double> temperature(
         const std::optional<std::string>& sensorID) const;
     FanDecision decide(const plan::FanPlan& fanPlan, const sensors::Fan& fan,
-                       const Overrides& overrides, double maxDelta, Date now);
-    FanDecision decideCurve(const plan::FanCurve& curve, const sensors::Fan& fan, double maxDelta,
-                            Date now);
-    FanDecision decidePercent(const sensors::Fan& fan, double requestedPercent, bool isRuleOverride,
-                              Date now);
+                       const Overrides& overrides, numbers::RPM maxDelta, Date now);
+    FanDecision decideCurve(const plan::FanCurve& curve, const sensors::Fan& fan,
+                            numbers::RPM maxDelta, Date now);
+    FanDecision decidePercent(const sensors::Fan& fan, numbers::Percent requested,
+                              bool isRuleOverride, Date now);
     FanDecision release(std::int64_t fanID);
-    FanDecision target(const sensors::Fan& fan, double rpm);
+    FanDecision target(const sensors::Fan& fan, numbers::RPM speed);
     FanDecision stopped(std::int64_t fanID, FanDecision decision);
     void clearStop(std::int64_t fanID);
 };

@@ -46,7 +46,7 @@ void FanWatch::wrote(const ModeWrite& write) {
     if (!write.isForcing) {
         fan.last = write.isTaken ? Last::givenBack : Last::refusedToGoBack;
         fan.untilLook = write.isTaken ? lookDelay : lookDelayAfterRefusedRelease;
-        fan.isPatient = !write.isTaken;
+        fan.waitsForBusyDriver = !write.isTaken;
         lookAtUnknown();
         return;
     }
@@ -54,7 +54,7 @@ void FanWatch::wrote(const ModeWrite& write) {
     if (!write.isTaken) ++refusals;
     if (fan.last == Last::forced) return;
     fan.untilLook = lookDelayAfterRefusedClaim;
-    fan.isPatient = true;
+    fan.waitsForBusyDriver = true;
 }
 
 void FanWatch::sawForced(Fan index, const std::string& key) {
@@ -103,7 +103,7 @@ void FanWatch::elapsed(Duration time, Duration driverBusy) {
     silent += unexplained;
     for (auto& [index, fan] : fans) {
         fan.unattended += unaccounted;
-        if (fan.untilLook) *fan.untilLook -= fan.isPatient ? unexplained : counted;
+        if (fan.untilLook) *fan.untilLook -= fan.waitsForBusyDriver ? unexplained : counted;
     }
 }
 
@@ -152,7 +152,7 @@ bool FanWatch::note(const Look& look, Finding finding) {
     Record& fan = fans[look.fan];
     if (fan.writes != look.writes) return false;
     fan.untilLook.reset();
-    fan.isPatient = false;
+    fan.waitsForBusyDriver = false;
     const bool wasKnown = !fan.key.empty();
     const bool isUncertain =
         finding == Finding::unreadable || (finding == Finding::absent && wasKnown);
@@ -163,7 +163,7 @@ bool FanWatch::note(const Look& look, Finding finding) {
 
 void FanWatch::noteOwn(Fan fan) {
     fans[fan].untilLook = lookDelay;
-    fans[fan].isPatient = false;
+    fans[fan].waitsForBusyDriver = false;
 }
 
 std::map<FanWatch::Fan, std::string> FanWatch::mayBeForced() const {

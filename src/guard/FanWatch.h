@@ -41,7 +41,7 @@ public:
     /// Watching begins again, so long after a client was heard.
     void resume(Duration sinceHeard) { silent = sinceHeard; }
     /// So much time went by, for so much of which the driver was busy. What claims explain, which
-    /// pause 100 ms behind each refusal and end after 10 s for each fan, is left out, too; and
+    /// pause 100 ms after each refusal and end after 10 s for each fan, is left out, too; and
     /// what the snapshot of a machine with very many SMC temperatures takes, 20 s at most.
     void elapsed(Duration time, Duration driverBusy);
 
@@ -82,7 +82,7 @@ private:
         Last last = Last::none;
         Duration unattended{};                ///< since the last write
         std::optional<Duration> untilLook{};  ///< at its mode key
-        bool isPatient = false;               ///< the look waits for claims and the driver, too
+        bool waitsForBusyDriver = false;      ///< the look waits for claims and the driver, too
         std::uint64_t writes = 0;
     };
 

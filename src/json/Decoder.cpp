@@ -7,6 +7,8 @@
 #include <cmath>
 #include <system_error>
 
+#include "numbers/Int64.h"
+
 namespace airflow::json {
 
 namespace {
@@ -51,7 +53,6 @@ double Decoder::number() const {
 }
 
 std::int64_t Decoder::integer() const {
-    constexpr double limit = 9223372036854775808.0;  // 2^63, the first that does not fit
     const auto unfit = [this](auto number) {
         fail(fmt::format("The number {} does not fit a signed 64-bit integer.", number));
         return std::int64_t{0};
@@ -65,8 +66,7 @@ std::int64_t Decoder::integer() const {
         case Document::Kind::real: {
             const double real = node().real;
             if (std::trunc(real) == real) {
-                return real >= -limit && real < limit ? static_cast<std::int64_t>(real)
-                                                      : unfit(real);
+                return numbers::fitsInt64(real) ? static_cast<std::int64_t>(real) : unfit(real);
             }
             fail(fmt::format("The number {} is not whole.", real));
             return 0;

@@ -84,7 +84,7 @@ private:
     /// False, with an error, unless this is an object (or array) and nothing has failed yet.
     [[nodiscard]] bool opens(Document::Kind expected) const;
     [[nodiscard]] std::optional<std::size_t> find(std::string_view wanted) const;
-    /// This member's key as a number: digits, behind a minus sign if negative.
+    /// This member's key as a number: digits, after a minus sign if negative.
     [[nodiscard]] std::int64_t integerKey() const;
     void expected(std::string_view what) const;
     [[nodiscard]] std::string codingPath() const;

@@ -79,13 +79,13 @@ std::size_t startOfToken(std::string_view text, ParseErrorCode code, std::size_t
 }
 
 DecodingError syntaxError(std::string_view text, std::size_t start, const Expectation& expected) {
-    const auto fault = faultInToken(text, start);
+    const auto error = errorInToken(text, start);
     std::string description =
         fmt::format("syntax error while parsing {} - {}", expected.where,
-                    fault ? fault->reason : "unexpected " + nameOfToken(text, start));
+                    error ? error->reason : "unexpected " + nameOfToken(text, start));
     // A malformed value is still a value.
-    if (!fault || !expected.isOfValue) description.append("; expected ").append(expected.what);
-    return malformed(text, fault ? fault->offset : start, std::move(description));
+    if (!error || !expected.isOfValue) description.append("; expected ").append(expected.what);
+    return malformed(text, error ? error->offset : start, std::move(description));
 }
 
 /// Whether a string that the library unescaped holds a low surrogate without a high one: the
@@ -267,7 +267,7 @@ std::expected<void, DecodingError> Document::parse(std::string_view text, const 
     if (text.find_first_not_of(" \t\r\n") == std::string_view::npos) {
         return std::unexpected(malformed(text, 0, "the document is empty"));
     }
-    // The library would take a NUL for the end of the text and never see what stands behind it.
+    // The library would take a NUL for the end of the text and never see what stands after it.
     if (const auto nul = text.find('\0'); nul != std::string_view::npos) {
         return std::unexpected(malformed(text, nul, "a NUL byte is not allowed"));
     }

@@ -37,7 +37,7 @@ public:
     /// in the document's text store, since nodes move while they are read.
     struct Node {
         Kind kind = Kind::null;
-        std::size_t end = 0;  ///< index behind the value's last node
+        std::size_t end = 0;  ///< index after the value's last node
         std::size_t keyStart = 0;
         std::size_t keyLength = 0;
         std::size_t textStart = 0;
@@ -51,7 +51,7 @@ public:
     };
 
     /// Replaces what the document holds by `text`, a UTF-8 text without a byte-order mark that
-    /// holds one value and nothing behind it. After an error the document is empty.
+    /// holds one value and nothing after it. After an error the document is empty.
     [[nodiscard]] std::expected<void, DecodingError> parse(std::string_view text,
                                                            const Limits& limits = {});
 

@@ -47,7 +47,7 @@ WrittenNumber firstNumber(std::string_view text) {
         return WrittenNumber{.length = scan.offset(), .isInteger = isInteger, .reason = reason};
     };
     scan.takes('-');
-    // Nothing but a fraction or an exponent belongs to a number behind a leading zero.
+    // Nothing but a fraction or an exponent belongs to a number after a leading zero.
     if (!scan.takes('0') && !scan.takesDigits()) {
         return result("invalid number; expected digit after '-'");
     }

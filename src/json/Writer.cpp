@@ -8,6 +8,7 @@
 #include <iterator>
 
 #include "json/Unicode.h"
+#include "numbers/Int64.h"
 
 namespace airflow::json {
 
@@ -42,12 +43,11 @@ void appendEscaped(std::string& text, char character) {
 }  // namespace
 
 void Writer::write(double number) {
-    constexpr double limit = 9223372036854775808.0;  // 2^63
     if (!std::isfinite(number)) {
         fail("A number that is not finite has no JSON form.");
         return;
     }
-    if (std::trunc(number) == number && number > -limit && number < limit) {
+    if (std::trunc(number) == number && numbers::fitsInt64(std::abs(number))) {
         if (std::signbit(number) && number == 0) text += '-';
         write(static_cast<std::int64_t>(number));
         return;

@@ -35,7 +35,7 @@ struct FanCurve {
     bool operator==(const FanCurve&) const = default;
 
     /// The percentage at a temperature in °C, in [0, 100]; 0 without points. Flat before the
-    /// coolest point and behind the hottest. Not a number where the arithmetic has no answer (a
+    /// coolest point and after the hottest. Not a number where the arithmetic has no answer (a
     /// temperature that is not a number, points too far apart for a double): no request at all.
     /// A point whose temperature is not a number counts as the hottest; documents hold none.
     [[nodiscard]] double percentAt(double celsius) const;

@@ -27,7 +27,7 @@ double changingLoad(Duration now) {
     return changingWatts.at(static_cast<std::size_t>(now / pieceLength) % changingWatts.size());
 }
 
-/// The moment that lies `later` behind `now`, or the end of all time.
+/// The moment that is `later` after `now`, or the end of all time.
 Duration after(Duration now, Duration later) {
     return later > Duration::max() - now ? Duration::max() : now + later;
 }

@@ -29,7 +29,7 @@ struct ServedMachine {
     /// Answers a request of the operation `control`.
     std::function<std::string(std::string_view)> control;
 
-    std::mutex mutex;  ///< guards everything here and behind it
+    std::mutex mutex;  ///< guards what follows
     std::uint64_t smcRequests = 0;
     std::uint64_t hidRequests = 0;
 };

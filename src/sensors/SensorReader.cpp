@@ -9,6 +9,7 @@
 #include <tuple>
 #include <utility>
 
+#include "numbers/Int64.h"
 #include "sensors/PlausibleTemperature.h"
 #include "smc/FanNumbers.h"
 
@@ -23,7 +24,7 @@ constexpr std::chrono::milliseconds pauseBetweenReadings{40};
 
 /// The number without its fraction; nothing when it is not finite or too large for the type.
 std::optional<std::int64_t> truncated(double number) {
-    if (!(number >= -0x1p63 && number < 0x1p63)) return std::nullopt;
+    if (!numbers::fitsInt64(number)) return std::nullopt;
     return static_cast<std::int64_t>(number);
 }
 

@@ -28,7 +28,7 @@ struct SMCPLimitData {
     std::uint32_t memPLimit = 0;
 };
 
-/// What the SMC says about a key. Nine bytes; the three behind them fill the record up to its
+/// What the SMC says about a key. Nine bytes; the three after them fill the record up to its
 /// `result` and are zero in requests.
 struct SMCKeyInfoData {
     std::uint32_t dataSize = 0;  ///< of the value, in bytes; as claimed, so possibly above 32

@@ -13,7 +13,7 @@ struct Streams {
     std::ostream& err;
 };
 
-/// Runs one command. `arguments` are those behind the program's name. Returns the exit status:
+/// Runs one command. `arguments` are those after the program's name. Returns the exit status:
 /// 0 for success, 1 when the command failed, 2 for wrong usage.
 [[nodiscard]] int runTool(std::vector<std::string> arguments, Streams streams);
 

@@ -29,7 +29,7 @@ private:
     std::size_t limit;
     std::string bytes;
     std::size_t start = 0;     ///< of the next line
-    std::size_t searched = 0;  ///< up to here there is no newline behind `start`
+    std::size_t searched = 0;  ///< up to here there is no newline after `start`
     bool isBroken = false;
 };
 

@@ -59,7 +59,7 @@ TEST(RequireDeathTest, theLineBeginsAsTheProgramSays) {
         isAborted, "^\\[program\\] A bug: expected that it holds\\.\n$");
 }
 
-TEST(RequireDeathTest, anExceptionThatNobodyCanCatchIsToldInOneLineToo) {
+TEST(RequireDeathTest, anExceptionThatNobodyCanCatchIsReportedInOneLineToo) {
     EXPECT_EXIT(
         {
             beginLastLineWith("[program] ");

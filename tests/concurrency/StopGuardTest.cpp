@@ -72,7 +72,7 @@ protected:
     std::shared_ptr<int> tracer = std::make_shared<int>();
 };
 
-TEST_F(StopGuardTest, aBugIsToldAsOneLineAndUnwindsItsTask) {
+TEST_F(StopGuardTest, aBugIsReportedInOneLineAndUnwindsItsTask) {
     runtime.detach("bug", await(*this, meetBug(), tracer));
     runtime.detach("later", note(*this, "something else ran"));
     runtime.settle();

@@ -67,4 +67,12 @@ inline void breakCalls(ControllerHarness& harness, const std::string& key, doubl
                           .kernelReturn = static_cast<std::int32_t>(kernelReturn)});
 }
 
+/// Holds both fans, and forgets what was written and published until then.
+inline void holdBothFans(ControllerHarness& harness) {
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
+    (void)harness.run(harness.controller().setManual(1_fan, 4000_rpm));
+    harness.writes.clear();
+    harness.published.clear();
+}
+
 }  // namespace airflow::control

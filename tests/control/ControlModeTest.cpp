@@ -82,7 +82,7 @@ TEST(ControlMode, aModeIsAutomaticUnlessSaidOtherwise) {
     EXPECT_EQ(ControlMode(), ControlMode::automatic);
 }
 
-TEST(ControlMode, modesAreToldApart) {
+TEST(ControlMode, modesAreDistinguished) {
     EXPECT_NE(ControlMode(ControlMode::manual), ControlMode(ControlMode::curve));
     EXPECT_EQ(ControlMode(ControlMode::manual), ControlMode(ControlMode::manual));
 }

@@ -94,7 +94,7 @@ TEST(ControlResult, onlyAppliedIsApplied) {
     EXPECT_FALSE(ControlResult::failed("").isApplied());
 }
 
-TEST(ControlResult, outcomesAndPayloadsAreToldApart) {
+TEST(ControlResult, outcomesAndPayloadsAreDistinguished) {
     EXPECT_EQ(ControlResult::rejected(255), ControlResult::rejected(255));
     EXPECT_NE(ControlResult::rejected(254), ControlResult::rejected(255));
     EXPECT_EQ(ControlResult::failed("a"), ControlResult::failed("a"));

@@ -8,14 +8,20 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "simulation/daemon/SimulatedSystem.h"
+#include "support/UnitLiterals.h"
 
 namespace airflow::control {
 
 using namespace std::chrono_literals;
+using namespace tests::literals;
+
+/// The SMC's answer to a write that it does not take.
+inline constexpr std::uint8_t refused = simulation::SimulatedMac::refused;
 
 /// A machine with plain keys, without jitter, whose behaviours a test switches on.
 inline simulation::MachineDescription plainMachine(std::size_t fans = 2) {
@@ -54,7 +60,7 @@ public:
     simulation::SimulatedMac& mac() { return system.mac; }
     ControlState state() { return run(controller().currentState()); }
 
-    /// "F0Md=1" and so on; a refused or failed write has its result behind it: "F0Md=1 (0x86)".
+    /// "F0Md=1" and so on; a refused or failed write has its result after it: "F0Md=1 (0x86)".
     std::vector<std::string> writes;
     /// The same for reads of single values: "F0Md".
     std::vector<std::string> reads;

@@ -87,7 +87,7 @@ TEST(FanIndexMap, theFirstWrongKeyIsTheOneNamed) {
               R"(file: a: Expected a whole number as the key but found "a".)");
 }
 
-TEST(FanIndexMap, aWrongKeyIsNamedBeforeTheWrongValueBehindIt) {
+TEST(FanIndexMap, aWrongKeyIsNamedBeforeItsWrongValue) {
     EXPECT_EQ(refusal(R"({"a":"b"})"),
               R"(file: a: Expected a whole number as the key but found "a".)");
 }

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "ControllerHarness.h"
+#include "support/Plans.h"
 
 namespace airflow::control {
 
@@ -22,6 +23,7 @@ using simulation::FanMode;
 using simulation::Fault;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using tests::degreesAsPercent;
 
 inline Mode rpm(double speed) {
     return Mode::fixedRPM(speed);
@@ -35,14 +37,6 @@ inline plan::FanControlPlan planOf(const std::vector<std::pair<std::int64_t, Mod
     plan::FanControlPlan plan;
     for (const auto& [fan, mode] : fans) plan.fans.push_back({.fanID = fan, .mode = mode});
     return plan;
-}
-
-/// Asks for as many percent as there are degrees; nothing while the sensor is not there.
-inline Mode degreesAsPercent(std::optional<std::string> sourceSensorID = {}) {
-    plan::FanCurve curve{.sourceSensorID = std::move(sourceSensorID), .points = {}};
-    curve.points.push_back({.id = {}, .celsius = 0, .percent = 0});
-    curve.points.push_back({.id = {}, .celsius = 128, .percent = 128});
-    return Mode::curve(std::move(curve));
 }
 
 /// The label of a sensor whose value may stand still without being taken for a dead channel.

@@ -53,8 +53,8 @@ private:
 };
 
 /// A machine and a controller that reaches it through a ScriptedSMC.
-struct ScriptedBench {
-    explicit ScriptedBench(simulation::MachineDescription machine) : system(std::move(machine)) {}
+struct ScriptedHarness {
+    explicit ScriptedHarness(simulation::MachineDescription machine) : system(std::move(machine)) {}
 
     template <typename T>
     T run(concurrency::Task<T> task) {

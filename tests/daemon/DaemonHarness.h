@@ -15,6 +15,7 @@
 #include "simulation/daemon/SimulatedDaemon.h"
 #include "simulation/machine/RecordedLines.h"
 #include "simulation/machine/SimulatedMac.h"
+#include "support/UnitLiterals.h"
 
 namespace airflow::daemon {
 
@@ -23,6 +24,7 @@ using simulation::FanMode;
 using simulation::Fault;
 using simulation::ProcessEnd;
 using namespace std::chrono_literals;
+using namespace tests::literals;
 
 inline constexpr const char* listening =
     "[com.brisquell.helper] listening on com.brisquell.helper (build 1.0.3+6)\n";

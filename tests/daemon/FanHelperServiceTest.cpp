@@ -46,10 +46,14 @@ protected:
     std::string state() { return harness->stateOf(client); }
 
     static Command manual(std::int64_t fan, std::int64_t rpm) {
-        return [=](auto& service, auto reply) { service.setManualRPM(fan, rpm, reply); };
+        return [=](auto& service, auto reply) {
+            service.setManualRPM(numbers::FanIndex(fan), numbers::WholeRPM(rpm), reply);
+        };
     }
     static Command percent(std::int64_t fan, double share) {
-        return [=](auto& service, auto reply) { service.setPercent(fan, share, reply); };
+        return [=](auto& service, auto reply) {
+            service.setPercent(numbers::FanIndex(fan), numbers::Percent(share), reply);
+        };
     }
     static Command apply(const std::string& document) {
         return [=](auto& service, auto reply) { service.applyConfig(document, reply); };
@@ -253,8 +257,8 @@ TEST_P(FanHelperServiceTest, manyCommandsAtOnceAreEachAnsweredOnce) {
             const auto count = [&answers](const std::string& name) {
                 return [&answers, name](auto...) { ++answers[name]; };
             };
-            service.setManualRPM(0, 3000, count("setManualRPM"));
-            service.setPercent(1, 40, count("setPercent"));
+            service.setManualRPM(0_fan, 3000_rpm, count("setManualRPM"));
+            service.setPercent(1_fan, 40_percent, count("setPercent"));
             service.fullBlast(count("fullBlast"));
             service.automatic(count("automatic"));
             service.applyConfig(planForFan1, count("applyConfig"));

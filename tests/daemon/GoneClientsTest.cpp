@@ -73,21 +73,21 @@ private:
 };
 
 TEST_F(GoneClients, forceNothingAfterTheEndOfTheLast) {
-    first.exported->setManualRPM(0, 3000, keepCode());
+    first.exported->setManualRPM(0_fan, 3000_rpm, keepCode());
     first.invalidated();
     runtime.advance(1s);
     expectRejected();
 }
 
 TEST_F(GoneClients, setNoSpeedWhenTheNextHasCome) {
-    first.exported->setManualRPM(0, 3000, keepCode());
+    first.exported->setManualRPM(0_fan, 3000_rpm, keepCode());
     letTheNextComeInTheirPlace();
     runtime.advance(1s);
     expectRejected();
 }
 
 TEST_F(GoneClients, setNoSpeedWhenTheirConnectionWasInterrupted) {
-    first.exported->setManualRPM(0, 3000, keepCode());
+    first.exported->setManualRPM(0_fan, 3000_rpm, keepCode());
     first.interrupted();
     runtime.advance(1s);
     expectRejected();

@@ -123,16 +123,16 @@ TEST_P(Connections, aFanThatRefusesAtTheEndOfOneIsTriedAgain) {
     EXPECT_THAT(harness.modes(), ElementsAre(FanMode::forced, FanMode::automatic));
 }
 
-TEST_P(Connections, aStrangerIsAcceptedButNoneOfItsMessagesIsCarriedOut) {
-    const auto stranger = harness.daemon->listener.connect(false);
+TEST_P(Connections, anUntrustedPeerIsAcceptedButNoneOfItsMessagesIsCarriedOut) {
+    const auto untrusted = harness.daemon->listener.connect(false);
     harness.daemon->runtime.settle();
-    EXPECT_TRUE(stranger->isOpen());
+    EXPECT_TRUE(untrusted->isOpen());
     EXPECT_THAT(harness.modes(), Each(FanMode::forced));
     bool wasCarriedOut = false;
-    stranger->send([&wasCarriedOut](FanHelperService&) { wasCarriedOut = true; });
+    untrusted->send([&wasCarriedOut](FanHelperService&) { wasCarriedOut = true; });
     harness.advance(1s);
     EXPECT_FALSE(wasCarriedOut);
-    EXPECT_FALSE(stranger->isOpen());
+    EXPECT_FALSE(untrusted->isOpen());
     EXPECT_THAT(harness.modes(), Each(FanMode::automatic));  // its connection has ended
 }
 

@@ -44,7 +44,7 @@ TEST(HelperVersionReconciler, aCountBeyondTheLimitIsStaleToo) {
     EXPECT_EQ(reconciler.classification, Belief::stale);
 }
 
-TEST(HelperVersionReconciler, aSwapLeavesEveryBeliefAsItWas) {
+TEST(HelperVersionReconciler, anUpgradeLeavesEveryOtherFieldAsItWas) {
     for (const Belief belief : {Belief::unknown, Belief::matched, Belief::stale}) {
         HelperVersionReconciler reconciler{.classification = belief};
         EXPECT_EQ(reconciler.next(mismatched, 0), Decision::triggerUpgradeSwap);
@@ -95,7 +95,7 @@ TEST(HelperVersionReconciler, aChangeOfConnectionKeepsTheLimit) {
     EXPECT_EQ(reconciler.maxUpgradeAttempts, 7);
 }
 
-TEST(HelperVersionReconciler, beliefAndLimitTakePartInEquality) {
+TEST(HelperVersionReconciler, everyFieldTakesPartInEquality) {
     const HelperVersionReconciler reconciler;
     EXPECT_EQ(reconciler, (HelperVersionReconciler{.maxUpgradeAttempts = 3}));
     EXPECT_NE(reconciler, (HelperVersionReconciler{.maxUpgradeAttempts = 4}));

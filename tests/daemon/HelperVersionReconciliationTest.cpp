@@ -19,7 +19,7 @@ constexpr auto noReply = HelperVersionProbe::noReply;
 constexpr auto lowest = std::numeric_limits<std::int64_t>::min();
 constexpr auto highest = std::numeric_limits<std::int64_t>::max();
 
-TEST(HelperVersionReconciliation, threeSwapsAreAllowedByDefault) {
+TEST(HelperVersionReconciliation, threeUpgradesAreAllowedByDefault) {
     EXPECT_EQ(HelperVersionReconciliation::defaultMaxUpgradeAttempts, 3);
 }
 
@@ -67,7 +67,7 @@ RC_GTEST_PROP(HelperVersionReconciliation, theReconcilerDecidesByTheSameRule,
     RC_ASSERT(reconciler.next(probe, attempts) == decide(probe, attempts, limit));
 }
 
-TEST(HelperVersionReconciliation, probesDecisionsAndBeliefsCanBeHashed) {
+TEST(HelperVersionReconciliation, probesDecisionsAndStatesCanBeHashed) {
     EXPECT_EQ((std::unordered_set{matched, mismatched, noReply, matched}.size()), 3u);
     EXPECT_EQ((std::unordered_set{proceed, triggerUpgradeSwap, stale, stale}.size()), 3u);
     EXPECT_EQ((std::unordered_set{

@@ -26,7 +26,7 @@ protected:
     ~Interruption() override { system.runtime.abandon(); }
 
     void send() {
-        service.setManualRPM(0, 3000, [this](std::int64_t code) { codes.push_back(code); });
+        service.setManualRPM(0_fan, 3000_rpm, [this](std::int64_t code) { codes.push_back(code); });
     }
     [[nodiscard]] FanMode mode() { return system.mac.fan(0).mode; }
 

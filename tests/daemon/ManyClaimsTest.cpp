@@ -25,7 +25,7 @@ std::string flood(const std::string& end) {
            events + R"({"at":8,)" + end + "}]";
 }
 
-/// Were each of the claims to give its fan back, the exit's own requests would wait behind them.
+/// Were each of the claims to give its fan back, the exit's own requests would wait for them.
 TEST(ManyClaims, areGivenBackOnceForAllAtAnExit) {
     const ScenarioDiary run(flood(R"("signal":"SIGTERM")"));
     EXPECT_FALSE(run.isAnyForced());

@@ -175,7 +175,7 @@ TEST(NobodyWatches, aFanThatTheCountLeavesOutAtTheStartIsFoundSoonAfter) {
     EXPECT_THAT(run.givenBack(1), Optional(DoubleNear(2, 1)));
 }
 
-TEST(NobodyWatches, aFanOfWhichTheSMCOnlySaysThatItWentBackIsGivenBackAfterTheLie) {
+TEST(NobodyWatches, aFanWhoseReleaseTheSMCFalselyReportedIsGivenBackOnceItAnswersTruly) {
     const ScenarioDiary run(R"("machine":"laptop","duration":60,
         "faults":[{"key":"F0Md","value":0,"effect":"ignored","until":30}],
         "events":[{"at":1,"call":"setManualRPM","fan":0,"rpm":3000},{"at":5,"call":"automatic"}])");

@@ -35,7 +35,7 @@ TEST(OverlappingClaims, ofWhichOneTookTheFanGiveItBackWhenANewerPlanLeavesItOut)
     EXPECT_THAT(run.guardActed, IsEmpty());
 }
 
-TEST(OverlappingClaims, ofWhichOneTookTheFanLeaveNoneForcedBehindARelease) {
+TEST(OverlappingClaims, ofWhichOneTookTheFanLeaveNoneForcedAfterARelease) {
     const ScenarioDiary run(oneForcingIsTaken(R"({"at":3.42,"call":"automatic"})"));
     EXPECT_GT(run.secondsForced(0), 0);
     EXPECT_THAT(run.givenBack(0), Optional(DoubleNear(3.9, 0.5)));

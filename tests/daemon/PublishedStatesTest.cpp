@@ -34,14 +34,14 @@ protected:
         *simulation::machinePreset("laptop"), [] { return Duration::zero(); }, {.jitter = 0}};
 };
 
-TEST_F(PublishedStates, areToldOneByOneToWhoeverAsksForThem) {
+TEST_F(PublishedStates, areDeliveredOneByOneToTheirReader) {
     TellingDaemon daemon(mac);
     EXPECT_THAT(daemon.told, ElementsAre(false));  // of the recovery
     daemon.fullBlast();
     EXPECT_THAT(daemon.told, ElementsAre(false, true));
 }
 
-TEST_F(PublishedStates, areNotKeptForNobody) {
+TEST_F(PublishedStates, areNotQueuedWithoutAReader) {
     TellingDaemon daemon(mac, false);
     daemon.fullBlast();
     EXPECT_EQ(daemon.life.runtime.pending().find("states"), std::string::npos);

@@ -64,7 +64,7 @@ TEST_P(SafetyHandlersTest, aSignalWhileNothingIsHeldRestoresAllTheSame) {
     EXPECT_THAT(harness.modes(), Each(FanMode::automatic));
 }
 
-TEST_P(SafetyHandlersTest, aSecondSigtermWaitsBehindTheFirstAndNeverRuns) {
+TEST_P(SafetyHandlersTest, aSecondSigtermWaitsForTheFirstAndNeverRuns) {
     (void)harness.startAndHold();
     slowRelease(1500ms);
     deliver(Signal::terminate);
@@ -76,7 +76,7 @@ TEST_P(SafetyHandlersTest, aSecondSigtermWaitsBehindTheFirstAndNeverRuns) {
     EXPECT_EQ(harness.timesWritten("F0Md=0"), 2);  // at the start and at the end
 }
 
-TEST_P(SafetyHandlersTest, aSigintBehindASigtermChangesNothing) {
+TEST_P(SafetyHandlersTest, aSigintAfterASigtermChangesNothing) {
     (void)harness.startAndHold();
     slowRelease(1500ms);
     deliver(Signal::terminate);
@@ -87,7 +87,7 @@ TEST_P(SafetyHandlersTest, aSigintBehindASigtermChangesNothing) {
     EXPECT_THAT(harness.lines(), ElementsAre(listening, sigtermLine));
 }
 
-TEST_P(SafetyHandlersTest, aSigtermBehindASigintChangesNothing) {
+TEST_P(SafetyHandlersTest, aSigtermAfterASigintChangesNothing) {
     (void)harness.startAndHold();
     slowRelease(1500ms);
     deliver(Signal::interrupt);

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "simulation/scenario/ScenarioRun.h"
+#include "support/ScenarioText.h"
 
 namespace airflow::daemon {
 
@@ -20,10 +21,7 @@ public:
 
     /// Plays the members of a scenario, which stand without their outer braces.
     explicit ScenarioDiary(const std::string& members, std::uint64_t seed = 0) {
-        const auto scenario = simulation::Scenario::parse(
-            "{" + members + "}", [](const std::string&) -> std::expected<std::string, std::string> {
-                return std::unexpected("There are no files.");
-            });
+        const auto scenario = tests::parsedScenario("{" + members + "}");
         if (!scenario) {
             ADD_FAILURE() << scenario.error().description;
             return;

@@ -33,7 +33,7 @@ TEST_P(StartUp, withoutAnSMCOneLineIsWrittenAndNoFanIsTouched) {
     EXPECT_THAT(left.modes(), ElementsAre(FanMode::forced, FanMode::forced));
 }
 
-TEST_P(StartUp, anSMCThatCannotBeOpenedIsToldWithItsError) {
+TEST_P(StartUp, anSMCThatCannotBeOpenedIsReportedWithItsError) {
     left.mac.smc().openResult = -536870207;
     left.start();
     EXPECT_THAT(left.journal, ElementsAre("log [com.brisquell.helper] failed to open AppleSMC: "

@@ -90,7 +90,8 @@ TEST_P(Upgrade, commandsInTheMeantimeAreCarriedOutAndUndoneByTheExit) {
     harness.advance(50ms);
     std::vector<std::int64_t> codes;
     client->send([&codes](FanHelperService& service) {
-        service.setManualRPM(0, 4000, [&codes](std::int64_t code) { codes.push_back(code); });
+        service.setManualRPM(0_fan, 4000_rpm,
+                             [&codes](std::int64_t code) { codes.push_back(code); });
     });
     harness.advance(149ms);
     EXPECT_THAT(codes, ElementsAre(0));

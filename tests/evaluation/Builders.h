@@ -12,11 +12,14 @@
 #include <vector>
 
 #include "evaluation/PlanEvaluator.h"
+#include "support/Plans.h"
 
 namespace airflow::evaluation {
 
 using Decisions = std::map<std::int64_t, FanDecision>;
 using Mode = plan::FanControlModePlan;
+using tests::curve;
+using tests::degreesAsPercent;
 
 inline std::ostream& operator<<(std::ostream& out, const FanDecision& decision) {
     if (const auto* target = std::get_if<Target>(&decision)) return out << target->rpm << " RPM";
@@ -41,21 +44,6 @@ inline sensors::Fan fan(std::int64_t id, std::int64_t min = 1000, std::int64_t m
 /// The sensor that plans know as "SMC-" and its key.
 inline sensors::TempSensor sensor(const std::string& key, double celsius) {
     return {.key = key, .name = "", .celsius = celsius, .source = sensors::SensorSource::smc};
-}
-
-/// A curve through points of (°C, %).
-inline Mode curve(const std::vector<std::pair<double, double>>& points,
-                  std::optional<std::string> sourceSensorID = {}) {
-    plan::FanCurve curve{.sourceSensorID = std::move(sourceSensorID), .points = {}};
-    for (const auto& [celsius, percent] : points) {
-        curve.points.push_back({.id = {}, .celsius = celsius, .percent = percent});
-    }
-    return Mode::curve(std::move(curve));
-}
-
-/// Asks for as many percent as there are degrees. Ends at a power of two to calculate exactly.
-inline Mode degreesAsPercent(std::optional<std::string> sourceSensorID = {}) {
-    return curve({{0, 0}, {128, 128}}, std::move(sourceSensorID));
 }
 
 struct RuleTraits {

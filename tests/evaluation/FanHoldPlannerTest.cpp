@@ -108,7 +108,7 @@ TEST(FanHoldPlanner, listsFansInAscendingOrder) {
     EXPECT_THAT(result.stoppedFans, ElementsAre(-2, 10, highest));
 }
 
-TEST(FanHoldPlanner, actionsAreToldApartByEachOfTheirFields) {
+TEST(FanHoldPlanner, actionsDifferByEachOfTheirFields) {
     const FanHoldActions original = actions({{0, stopped}, {1, rpm(1800)}}, {2});
     const auto differsAfter = [&](auto change) {
         FanHoldActions changed = original;

@@ -1,6 +1,7 @@
 #include <limits>
 
 #include "evaluation/Builders.h"
+#include "support/Doubles.h"
 
 namespace airflow::evaluation {
 namespace {
@@ -8,9 +9,8 @@ namespace {
 using testing::IsEmpty;
 using testing::Pair;
 using testing::UnorderedElementsAre;
-
-constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
-constexpr double infinity = std::numeric_limits<double>::infinity();
+using tests::infinity;
+using tests::notANumber;
 
 class FanMode : public EvaluatorTest {};
 
@@ -68,7 +68,7 @@ TEST_F(FanMode, anAutomaticFanIsReleasedAndForgotten) {
     EXPECT_EQ(evaluator, PlanEvaluator{});
 }
 
-TEST_F(FanMode, aFixedSpeedIsKeptWithinTheFansLimits) {
+TEST_F(FanMode, aFixedSpeedIsClampedToTheFansLimits) {
     const std::vector<std::pair<double, double>> askedAndTarget = {
         {999.5, 1000},  {1000, 1000}, {1000.5, 1000.5}, {4999.5, 4999.5}, {5000, 5000},
         {5000.5, 5000}, {0, 1000},    {-1, 1000},       {infinity, 5000}, {-infinity, 1000}};

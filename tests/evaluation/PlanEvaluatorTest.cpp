@@ -1,5 +1,6 @@
 #include "evaluation/Builders.h"
 #include "evaluation/PlanEvaluator.h"
+#include "support/Doubles.h"
 
 namespace airflow::evaluation {
 namespace {
@@ -7,6 +8,7 @@ namespace {
 using testing::IsEmpty;
 using testing::Pair;
 using testing::UnorderedElementsAre;
+using tests::notANumber;
 
 /// An evaluator that remembers something in every field: fan 0 follows a curve, fan 1 waits to
 /// stop, fan 2 is stopped and waits to resume, rule 1 is latched.
@@ -83,7 +85,7 @@ TEST_F(AnEvaluator, evaluatesToTheSameAsItsCopy) {
     EXPECT_EQ(copy, evaluator);
 }
 
-TEST_F(AnEvaluator, isToldApartByEachOfItsFields) {
+TEST_F(AnEvaluator, differsByEachOfItsFields) {
     const PlanEvaluator original = evaluator;
     const auto differsAfter = [&](auto change) {
         PlanEvaluator changed = original;
@@ -119,7 +121,7 @@ TEST(FanDecision, isEqualWhenItIsTheSameCaseAndSpeed) {
 }
 
 TEST(FanDecision, ofASpeedThatIsNotANumberEqualsNothing) {
-    const FanDecision decision = Target{std::numeric_limits<double>::quiet_NaN()};
+    const FanDecision decision = Target{notANumber};
     EXPECT_NE(decision, decision);
 }
 

@@ -1,6 +1,6 @@
-#include <limits>
 
 #include "evaluation/Builders.h"
+#include "support/Doubles.h"
 
 namespace airflow::evaluation {
 namespace {
@@ -8,6 +8,7 @@ namespace {
 using testing::IsEmpty;
 using testing::Pair;
 using testing::UnorderedElementsAre;
+using tests::infinity;
 
 /// Fan 0 follows a curve that asks for as many percent as there are degrees; 400 RPM a tick.
 class RateLimit : public EvaluatorTest {
@@ -72,7 +73,7 @@ TEST_F(RateLimit, aNegativeLimitLowersTheTargetEveryTick) {
 }
 
 TEST_F(RateLimit, anInfiniteLimitHoldsNothingBack) {
-    plan.tuning.maxDeltaRPMPerTick = std::numeric_limits<double>::infinity();
+    plan.tuning.maxDeltaRPMPerTick = infinity;
     EXPECT_EQ(decisionAtCelsius(5), rpm(1200));
     EXPECT_EQ(decisionAtCelsius(100), rpm(5000));
     EXPECT_EQ(decisionAtCelsius(5), rpm(1200));
@@ -104,7 +105,7 @@ TEST_F(RateLimit, aCurveGoesOnFromARuleInSteps) {
     EXPECT_EQ(decisionAtCelsius(50), rpm(4600));
 }
 
-TEST_F(RateLimit, aCurveGoesOnFromTheTargetThatWasKeptWithinTheLimits) {
+TEST_F(RateLimit, aCurveGoesOnFromTheClampedTarget) {
     ask(Mode::fixedRPM(9000));
     EXPECT_EQ(decisionAtCelsius(50), rpm(5000));
     EXPECT_THAT(evaluator.lastTargetByFan, UnorderedElementsAre(Pair(0, 5000)));

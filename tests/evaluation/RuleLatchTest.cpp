@@ -1,15 +1,14 @@
-#include <limits>
 
 #include "evaluation/Builders.h"
+#include "support/Doubles.h"
 
 namespace airflow::evaluation {
 namespace {
 
 using testing::Pair;
 using testing::UnorderedElementsAre;
-
-constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
-constexpr double infinity = std::numeric_limits<double>::infinity();
+using tests::infinity;
+using tests::notANumber;
 
 /// Sensor A reads a temperature at a time; the plan has rules, and no fans.
 class RuleLatch : public EvaluatorTest {

@@ -1,7 +1,7 @@
 #include <cmath>
-#include <limits>
 
 #include "evaluation/Builders.h"
+#include "support/Doubles.h"
 
 namespace airflow::evaluation {
 namespace {
@@ -9,9 +9,8 @@ namespace {
 using testing::IsEmpty;
 using testing::Pair;
 using testing::UnorderedElementsAre;
-
-constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
-constexpr double infinity = std::numeric_limits<double>::infinity();
+using tests::infinity;
+using tests::notANumber;
 
 class Smoothing : public EvaluatorTest {
 protected:

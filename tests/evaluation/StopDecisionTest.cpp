@@ -2,6 +2,7 @@
 
 #include "evaluation/Builders.h"
 #include "evaluation/FanStopPolicy.h"
+#include "support/Doubles.h"
 
 namespace airflow::evaluation {
 namespace {
@@ -10,27 +11,27 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
 using testing::UnorderedElementsAre;
+using tests::notANumber;
 
 /// Asks the policy about fan 3, which no plan and no snapshot knows.
 class StopDecision : public testing::Test {
 protected:
     std::optional<FanDecision> ask(double percent, double seconds) {
-        return evaluator.stopDecision(3, percent, false, at(seconds));
+        return evaluator.stopDecision(3, numbers::Percent(percent), false, at(seconds));
     }
     std::optional<FanDecision> force(double percent, double seconds) {
-        return evaluator.stopDecision(3, percent, true, at(seconds));
+        return evaluator.stopDecision(3, numbers::Percent(percent), true, at(seconds));
     }
 
     PlanEvaluator evaluator;
 };
 
-constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 constexpr double smallest = std::numeric_limits<double>::denorm_min();
 constexpr double justBelowThree = 2.9999999999999996;
 
-TEST(FanStopPolicy, isWhatPeopleAreTold) {
+TEST(FanStopPolicy, hasTheDocumentedTimesAndPercentages) {
     EXPECT_EQ(FanStopPolicy::stopDwellSeconds.count(), 10.0);
-    EXPECT_EQ(FanStopPolicy::resumePercent, 3.0);
+    EXPECT_EQ(FanStopPolicy::resumePercent.value(), 3.0);
     EXPECT_EQ(FanStopPolicy::resumeDwellSeconds.count(), 3.0);
     EXPECT_EQ(FanStopPolicy::stoppedTargetRPM, 0.0);
 }

@@ -72,7 +72,7 @@ TEST(Commands, aPlanDuringARestoreIsTheLastWord) {
 }
 
 /// Two releases, by the command and by the exit, whatever the plan does. What comes into force
-/// behind the first is given back by the second.
+/// after the first is given back by the second.
 TEST(Commands, aPlanDuringAnUpgradeDoesNotOutliveTheProcess) {
     const auto outcome = [](const Witness& seen) {
         const auto isRelease = [](const auto& write) {

@@ -17,7 +17,7 @@ TEST(Ends, aClientThatGoesDuringItsClaimsLeavesNothing) {
         .comesTo({"auto auto, then auto auto"}, soonAndAtTheEnd);
 }
 
-/// The end of any client gives all fans back, whoever set them: only what comes behind it stays.
+/// The end of any client gives all fans back, whoever set them: only what comes after it stays.
 TEST(Ends, aClientThatGoesAndThePlanOfAnother) {
     Situation()
         .apply(1s, {3000, 3000}, "app")
@@ -37,10 +37,10 @@ TEST(Ends, twoClientsThatGoDuringAStepLeaveNothing) {
         .comesTo({"auto auto, then auto auto"}, soonAndAtTheEnd, 1);
 }
 
-/// A command that is sent in the moment of its client's end may reach the controller behind the
+/// A command that is sent in the moment of its client's end may reach the controller after the
 /// release. While another client is there it counts as newer, and the watchdog ends what it
 /// began: 15 s and a tick.
-TEST(Ends, aCommandSentAtItsClientsEndMayComeBehindTheRelease) {
+TEST(Ends, aCommandSentAtItsClientsEndMayComeAfterTheRelease) {
     Situation()
         .call(1s, Method::fullBlast, "app")
         .disconnect(1s, "app")
@@ -48,7 +48,7 @@ TEST(Ends, aCommandSentAtItsClientsEndMayComeBehindTheRelease) {
         .comesTo({"6000 6000 Ftst, then auto auto", "auto auto, then auto auto"}, soonAndAtTheEnd);
 }
 
-/// With the last client the gate closes: whatever came before its end forces nothing behind it.
+/// With the last client the gate closes: whatever came before its end forces nothing after it.
 TEST(Ends, aCommandSentAtTheLastClientsEndLeavesNothing) {
     Situation()
         .disconnect(700ms, "other")

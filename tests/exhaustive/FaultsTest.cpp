@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <limits>
 #include <map>
 #include <optional>
 #include <sstream>
@@ -19,17 +18,21 @@
 
 #include "Witness.h"
 #include "simulation/scenario/ScenarioRun.h"
+#include "simulation/verification/Soak.h"
+#include "support/Doubles.h"
 
 namespace airflow::simulation {
 namespace {
 
+using tests::infinity;
+using tests::notANumber;
 using namespace std::chrono_literals;
 using Operation = Fault::Operation;
 
 /// A prime, so that over many requests every kind has its turn.
 constexpr std::uint64_t usualStride = 61;
 constexpr std::uint64_t firstRun = 7;
-/// Behind the end of a scenario, so that what has to come right can.
+/// After the end of a scenario, so that what has to come right can.
 constexpr concurrency::Duration calm = 30s;
 /// Of longer scenarios only the beginning: what follows repeats it.
 constexpr concurrency::Duration longest = 60s;
@@ -54,8 +57,6 @@ Scenario example(const std::string& name) {
 /// What a request of this kind can suffer.
 std::vector<std::pair<std::string, Fault>> faultsOf(Operation operation) {
     constexpr std::int32_t ioError = -536870212;  // 0xE00002BC
-    constexpr double infinity = std::numeric_limits<double>::infinity();
-    constexpr double nan = std::numeric_limits<double>::quiet_NaN();
     std::vector<std::pair<std::string, Fault>> faults;
     for (const int result : {0x82, 0x84, 0x86, 0x87, 0xFF}) {
         faults.emplace_back(fmt::format("result 0x{:x}", result),
@@ -71,7 +72,7 @@ std::vector<std::pair<std::string, Fault>> faultsOf(Operation operation) {
     }
     if (operation == Operation::information) faults.emplace_back("wrong size", Fault{.size = 8});
     if (operation == Operation::read) {
-        for (const double reading : {nan, -1.0, 0.0, infinity}) {
+        for (const double reading : {notANumber, -1.0, 0.0, infinity}) {
             faults.emplace_back(fmt::format("reading {}", reading), Fault{.reading = reading});
         }
     }
@@ -96,23 +97,14 @@ std::vector<SMCAccess> accessesOf(const Scenario& scenario) {
     return accesses.all;
 }
 
-struct Finding {
-    std::optional<Property> property;  ///< none: the daemon got stuck
-    std::string text;
-};
-
-std::optional<Finding> violationOf(const Scenario& scenario) {
-    Oracle oracle(scenario);
+/// What is wrong with the run, or nothing.
+std::optional<std::string> violationOf(const Scenario& scenario) {
     try {
-        ScenarioRun(scenario, oracle, 0).play(scenario.length());
+        const auto violation = judge(scenario, 0).violation;
+        return violation ? std::optional(describe(*violation)) : std::nullopt;
     } catch (const Stuck& stuck) {
-        return Finding{.property = std::nullopt, .text = stuck.what()};
+        return stuck.what();
     }
-    if (!oracle.violation()) return std::nullopt;
-    const Violation& violation = *oracle.violation();
-    return Finding{.property = violation.property,
-                   .text = fmt::format("{} at {:.3f} s: {}", textOf(violation.property).name,
-                                       concurrency::inSeconds(violation.time), violation.what)};
 }
 
 class Faults : public testing::TestWithParam<std::string> {
@@ -128,7 +120,7 @@ protected:
         if (!violation) return;
         ADD_FAILURE() << fmt::format("request {} at {:.3f} s, {}, {}: {}", number,
                                      concurrency::inSeconds(access.time), access.key, name,
-                                     violation->text);
+                                     *violation);
     }
 
     Scenario scenario = example(GetParam());

@@ -34,7 +34,7 @@ TEST(Retries, aPlanDuringTheRetryOfAllIsTheLastWord) {
         .comesTo({"4000 4000 Ftst, then 4000 4000 Ftst"}, soonAndAtTheEnd);
 }
 
-/// The state behind the plans, and how many zeros were written to mode keys since 5.005 s.
+/// The state after the plans, and how many zeros were written to mode keys since 5.005 s.
 std::string afterThePlans(const Witness& seen) {
     const auto isZero = [](const auto& write) {
         return write.first >= 5005ms && (write.second == "F0Md=0" || write.second == "F1Md=0");
@@ -64,7 +64,7 @@ TEST(Retries, ofAllThatAPlanSupersededWriteNothingMore) {
         .comesTo({"5000 5000 Ftst, then 5000 5000 Ftst, 0 zeros"}, afterThePlans, 1);
 }
 
-/// The retry raises force-test, too: it is lowered behind both.
+/// The retry raises force-test, too: it is lowered after both.
 TEST(Retries, aRestoreDuringARetryLeavesNothing) {
     refusedOnce("F0Md")
         .call(5s, Method::restoreAuto, "other")

@@ -34,11 +34,6 @@ std::string documentOf(const Scenario& scenario) {
     return writer.take().value_or("");
 }
 
-std::string describe(const Violation& violation) {
-    return fmt::format("{} at {:.3f} s: {}", textOf(violation.property).name,
-                       concurrency::inSeconds(violation.time), violation.what);
-}
-
 void tell(const Exploration& found, ScheduleBounds bounds) {
     std::string line =
         fmt::format("{}, {}: {} schedules, at most {} deviations, up to {} choices", nameOfTest(),

@@ -24,7 +24,7 @@ TEST(Ticks, automaticDuringAStepIsTheLastWord) {
 }
 
 /// The hold loop has ended: nothing is written any more, and nothing is asked of the SMC once the
-/// guard has looked, 2 s behind the release, whether the fans went back.
+/// guard has looked, 2 s after the release, whether the fans went back.
 TEST(Ticks, aRestoreDuringAStepIsTheLastWord) {
     const auto outcome = [](const Witness& seen) {
         const bool isAtRest = seen.writes.back().first < 3s && seen.lastRequest < 7s;
@@ -72,7 +72,7 @@ TEST(Ticks, aHeartbeatAtTheTickOfTheWatchdogComesInTimeOrNot) {
                  outcome);
 }
 
-/// A plan that comes behind the release is in force, one that comes before it is released as well.
+/// A plan that comes after the release is in force, one that comes before it is released as well.
 TEST(Ticks, aPlanDuringTheReleaseOfTheCeiling) {
     Situation situation;
     situation.scenario.temperatures = {{.at = 2s, .hid = {{"CPU", 97.0}}},

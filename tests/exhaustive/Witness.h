@@ -9,18 +9,16 @@
 #include <string>
 #include <vector>
 
-#include "simulation/oracle/Oracle.h"
-#include "simulation/scenario/ScenarioObserver.h"
+#include "support/OracleObserver.h"
 
 namespace airflow::simulation {
 
-class Witness final : public ScenarioObserver {
+class Witness final : public tests::OracleObserver {
 public:
-    /// The scenario outlives the witness.
-    explicit Witness(const Scenario& scenario) : oracle(scenario) {}
+    using OracleObserver::OracleObserver;
 
     /// The machine at a second of the run: of each fan the speed that it is forced to, or "auto";
-    /// behind them "Ftst" if that is on. "3000 auto Ftst".
+    /// after them "Ftst" if that is on. "3000 auto Ftst".
     [[nodiscard]] const std::string& machineAt(std::size_t second) const {
         return machine.at(second);
     }
@@ -32,7 +30,6 @@ public:
         return found == answers.end() ? "no answer" : found->second;
     }
 
-    Oracle oracle;
     std::optional<control::ControlState> read;  ///< by the last readState
     std::vector<control::ControlState> states;  ///< as they were published
     std::vector<ProcessEnd> ends;               ///< of the daemon's lives
@@ -41,35 +38,29 @@ public:
     std::vector<std::pair<concurrency::Duration, std::string>> writes;  ///< "F0Md=1"
 
     void access(const SMCAccess& access) override {
-        oracle.access(access);
+        OracleObserver::access(access);
         lastRequest = access.time;
         if (access.operation != Fault::Operation::write) return;
         const bool isRefused = access.result != 0 || access.kernelReturn != 0;
         writes.emplace_back(access.time, fmt::format("{}={}{}", access.key, access.value,
                                                      isRefused ? " refused" : ""));
     }
-    void modeChanged(concurrency::Duration time, std::size_t fan, FanMode mode) override {
-        oracle.modeChanged(time, fan, mode);
-    }
     void published(concurrency::Duration time, const control::ControlState& state) override {
-        oracle.published(time, state);
+        OracleObserver::published(time, state);
         states.push_back(state);
     }
-    void called(concurrency::Duration time, std::string_view client, const Call& call) override {
-        oracle.called(time, client, call);
-    }
     void replied(concurrency::Duration time, const Reply& reply) override {
-        oracle.replied(time, reply);
+        OracleObserver::replied(time, reply);
         if (reply.state) read = reply.state;
         answers.emplace(nameOf(reply.method),
                         reply.result ? reply.result->description() : "answered");
     }
     void logged(concurrency::Duration time, std::string_view line) override {
-        oracle.logged(time, line);
+        OracleObserver::logged(time, line);
         log.emplace_back(line);
     }
     void second(concurrency::Duration time, SimulatedMac& mac) override {
-        oracle.second(time, mac);
+        OracleObserver::second(time, mac);
         std::string text;
         for (std::size_t i = 0; i < mac.fanCount(); ++i) {
             const auto fan = mac.fan(i);
@@ -78,25 +69,9 @@ public:
         }
         machine.push_back(text + (mac.forceTest() ? " Ftst" : ""));
     }
-    void started(concurrency::Duration time) override { oracle.started(time); }
-    void listening(concurrency::Duration time) override { oracle.listening(time); }
-    void exitBegan(concurrency::Duration time) override { oracle.exitBegan(time); }
-    void guarded(concurrency::Duration time) override { oracle.guarded(time); }
-    void signalled(concurrency::Duration time, daemon::Signal signal) override {
-        oracle.signalled(time, signal);
-    }
     void ended(const ProcessEnd& end) override {
-        oracle.ended(end);
+        OracleObserver::ended(end);
         ends.push_back(end);
-    }
-    void connected(concurrency::Duration time, std::string_view client, bool isUntrusted) override {
-        oracle.connected(time, client, isUntrusted);
-    }
-    void disconnected(concurrency::Duration time, std::string_view client) override {
-        oracle.disconnected(time, client);
-    }
-    void clockJumped(concurrency::Duration time, double seconds) override {
-        oracle.clockJumped(time, seconds);
     }
 
 private:

@@ -1,65 +1,12 @@
-// What the guard does to the machine: when it writes, what it reads, and whom it tells.
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-
-#include <chrono>
-
-#include "guard/FanGuard.h"
-#include "simulation/daemon/SimulatedSystem.h"
+// What the guard does to the machine: when it writes, and whom it tells.
+#include "FanGuardFixture.h"
 
 namespace airflow::guard {
 namespace {
 
-using namespace std::chrono_literals;
-using simulation::FanMode;
-using simulation::Fault;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
-
-constexpr std::uint8_t refused = 0x86;
-
-class FanGuardTest : public testing::Test {
-protected:
-    FanGuardTest() {
-        system.mac.smc().observer = [this](const simulation::SMCAccess& access) {
-            if (access.operation == Fault::Operation::read) reads.push_back(access.key);
-            if (access.operation != Fault::Operation::write) return;
-            writes.push_back(fmt::format("{}={}", access.key, access.value));
-        };
-    }
-    ~FanGuardTest() override { system.runtime.abandon(); }
-
-    /// As the controller writes, whose checks and clients the test plays.
-    void write(const std::string& key, std::uint8_t value) {
-        (void)system.runtime.run(gate.writeUInt8(key, value));
-    }
-    void force(std::int64_t fan) {
-        write(fmt::format("F{}Md", fan), 1);
-        writes.clear();
-    }
-    /// A driver that works on one slow request after the other, up to `until`.
-    static concurrency::Task<void> keepDriverBusy(FanGuardTest& test, concurrency::Duration until) {
-        while (test.system.elapsed() < until) (void)co_await test.gate.tryReadValue("FNum");
-    }
-    [[nodiscard]] FanMode mode(std::size_t fan) { return system.mac.fan(fan).mode; }
-
-    std::vector<std::string> writes;
-    std::vector<std::string> reads;
-    std::vector<control::ControlError> causes;
-    std::vector<std::int64_t> givenBack;
-    std::vector<std::int64_t> givenBackAtOnce;  ///< before a release
-    simulation::SimulatedSystem system{*simulation::machinePreset("laptop")};
-    SMCGate gate{system.smc.executor(), system.smc, system.smc};
-    FanGuard guard{
-        system.runtime, gate,
-        [this](control::ControlError cause, const auto& taken) {
-            causes.push_back(std::move(cause));
-            for (const auto& after : taken) givenBackAtOnce.push_back(after.fan);
-        },
-        [this](control::ControlledFans::Request after) { givenBack.push_back(after.fan); },
-        [] { return std::uint64_t{0}; }};
-};
 
 TEST_F(FanGuardTest, givesEveryFanBackWhenTheChecksAreOverdue) {
     write("F1Md", 1);
@@ -140,7 +87,7 @@ TEST_F(FanGuardTest, watchesAgainAfterAWhileWithoutForcedFans) {
     EXPECT_EQ(mode(0), FanMode::automatic);
 }
 
-TEST_F(FanGuardTest, isOneHoweverManyFansAreForced) {
+TEST_F(FanGuardTest, watchesOnceHoweverManyFansAreForced) {
     write("F0Md", 1);
     write("F1Md", 1);
     const std::string pending = system.runtime.pending();
@@ -241,54 +188,6 @@ TEST_F(FanGuardTest, tellsOfNoFanThatItLeavesToAnExit) {
     EXPECT_EQ(mode(0), FanMode::forced);
 }
 
-/// A release that knows of no fan writes nothing else.
-TEST_F(FanGuardTest, looksForHiddenFansTwoSecondsAfterForceTestWasRaisedAndLowered) {
-    guard.begin();
-    system.mac.setMode(1, FanMode::forced);
-    system.mac.smc().add(Fault{.until = 10s,
-                               .key = "F1Md",
-                               .operation = Fault::Operation::information,
-                               .result = std::uint8_t{0x84}});
-    system.runtime.advance(12s);
-    ASSERT_EQ(mode(1), FanMode::forced);
-    write("Ftst", 1);
-    write("Ftst", 0);
-    system.runtime.advance(1900ms);
-    EXPECT_EQ(mode(1), FanMode::forced);
-    system.runtime.advance(1200ms);
-    EXPECT_EQ(mode(1), FanMode::automatic);
-}
-
-/// As a plan does it that holds nothing any more.
-TEST_F(FanGuardTest, doesNotLookForHiddenFansWhenForceTestIsOnlyLowered) {
-    guard.begin();
-    system.runtime.advance(12s);
-    reads.clear();
-    for (int tick = 0; tick < 3; ++tick) {
-        write("Ftst", 0);
-        system.runtime.advance(5s);
-    }
-    EXPECT_THAT(reads, IsEmpty());
-}
-
-TEST_F(FanGuardTest, doesNotLookForHiddenFansWhenForceTestIsOnlyRaised) {
-    guard.begin();
-    system.runtime.advance(12s);
-    reads.clear();
-    write("Ftst", 1);
-    system.runtime.advance(5s);
-    EXPECT_THAT(reads, IsEmpty());
-}
-
-/// Start-up recovery raises it and lowers it, too.
-TEST_F(FanGuardTest, looksForNoFanBeforeItHasBegun) {
-    write("Ftst", 1);
-    write("Ftst", 0);
-    EXPECT_THAT(system.runtime.pending(), Not(testing::HasSubstr("guard")));
-    system.runtime.advance(10s);
-    EXPECT_THAT(reads, IsEmpty());
-}
-
 TEST_F(FanGuardTest, leavesOutTheSnapshotOfAMachineWithVeryManyTemperatures) {
     force(0);
     for (int read = 0; read < 500; ++read) {
@@ -296,33 +195,6 @@ TEST_F(FanGuardTest, leavesOutTheSnapshotOfAMachineWithVeryManyTemperatures) {
         system.runtime.advance(20ms);
     }
     EXPECT_THAT(causes, IsEmpty());
-}
-
-TEST_F(FanGuardTest, findsAFanThatCouldNotBeReadAtFirst) {
-    system.mac.setMode(0, FanMode::forced);
-    system.mac.smc().add(
-        Fault{.until = 3s, .key = "F0Md", .operation = Fault::Operation::read, .result = refused});
-    guard.begin();
-    system.runtime.advance(8s);
-    EXPECT_EQ(mode(0), FanMode::automatic);
-}
-
-TEST_F(FanGuardTest, writesNothingWhereItFindsNoForcedFan) {
-    system.mac.setMode(1, FanMode::reclaimed);
-    guard.begin();
-    system.runtime.advance(10s);
-    EXPECT_THAT(reads, ElementsAre("F0Md", "F1Md"));
-    EXPECT_THAT(writes, IsEmpty());
-}
-
-TEST_F(FanGuardTest, isOverOnceItHasLookedAtEveryFanThatThereMayBe) {
-    int asked = 0;
-    guard.begin();
-    system.runtime.advance(5s);
-    system.mac.smc().observer = [&asked](const simulation::SMCAccess&) { ++asked; };
-    system.runtime.advance(1min);
-    EXPECT_EQ(asked, 0);
-    EXPECT_THAT(system.runtime.pending(), Not(testing::HasSubstr("guard")));
 }
 
 }  // namespace

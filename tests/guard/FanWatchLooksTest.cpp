@@ -98,7 +98,7 @@ TEST(FanWatch, looksAgainAfterAReleaseAtFansThatWereNotThere) {
     EXPECT_EQ(watch.dueLooks().size(), 10U);
 }
 
-TEST(FanWatch, looksAtAFanThatSomebodySawForcedWithoutBeingTold) {
+TEST(FanWatch, looksAtAFanThatIsReadAsForcedAndThatNobodyForced) {
     FanWatch watch;
     watch.sawForced(3, "F3md");
     pass(watch, 1s, {});
@@ -113,7 +113,7 @@ TEST_F(FanWatchOfAForcedFan, doesNotLookAtItBecauseItIsSeenForced) {
     EXPECT_THAT(watch.dueLooks(), IsEmpty());
 }
 
-TEST(FanWatch, isNotKeptFromLookingByReleaseUponRelease) {
+TEST(FanWatch, looksAlsoWhenReleaseFollowsRelease) {
     FanWatch watch;
     watch.lookAtUnknown();
     pass(watch, 1s, {});
@@ -148,7 +148,7 @@ TEST_F(FanWatchOfAForcedFan, looksAtOneThatNobodyAsksAgainToGoBack) {
     EXPECT_TRUE(watch.note(dueLooks(watch).at(0), Finding::forced));
 }
 
-TEST(FanWatch, believesItsOwnEyesOfAFanThatRefusedToGoBack) {
+TEST(FanWatch, findsByItsOwnLookThatAFanWentBackThatHadRefused) {
     FanWatch watch;
     watch.wrote(givingBack(0, false));
     pass(watch, 10s, {});

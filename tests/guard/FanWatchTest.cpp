@@ -121,7 +121,7 @@ TEST_F(FanWatchOfAForcedFan, leavesOutTwentySecondsOfASnapshotAtMost) {
     EXPECT_EQ(watch.overdue(), control::ControlError(control::ChecksOverdue{}));
 }
 
-TEST_F(FanWatchOfAForcedFan, leavesOutAnotherTwentySecondsBehindTheNextCheck) {
+TEST_F(FanWatchOfAForcedFan, leavesOutAnotherTwentySecondsAfterTheNextCheck) {
     for (int snapshot = 0; snapshot < 3; ++snapshot) {
         sample(watch, 20s, 25);
         watch.wrote(forcing());

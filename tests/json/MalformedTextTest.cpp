@@ -86,7 +86,7 @@ TEST(MalformedText, withWrongPunctuationIsRefusedWhereTheTokenStarts) {
     });
 }
 
-TEST(MalformedText, withAnythingBehindTheValueIsRefused) {
+TEST(MalformedText, withAnythingAfterTheValueIsRefused) {
     expectRefusals({
         {"1 22", {1, 3}, inValue + "unexpected number literal; expected end of input"},
         {"{} {}", {1, 4}, inValue + "unexpected '{'; expected end of input"},

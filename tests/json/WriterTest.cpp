@@ -9,24 +9,20 @@
 #include "json/Decoder.h"
 #include "json/Texts.h"
 #include "json/Writer.h"
+#include "support/Doubles.h"
 
 namespace airflow::json {
 
 namespace {
 
 using Numbers = std::numeric_limits<double>;
+using airflow::tests::finiteDoubles;
+using airflow::tests::infinity;
+using airflow::tests::notANumber;
 
 template <typename T>
 std::string written(const T& value) {
     return encode(value).value_or("(refused)");
-}
-
-/// Any finite double, each bit pattern as likely as another.
-rc::Gen<double> finiteDoubles() {
-    return rc::gen::suchThat(
-        rc::gen::map(rc::gen::resize(rc::kNominalSize, rc::gen::arbitrary<std::uint64_t>()),
-                     [](std::uint64_t bits) { return std::bit_cast<double>(bits); }),
-        [](double number) { return std::isfinite(number); });
 }
 
 /// How many digits of `text` count: without leading and trailing zeros, sign, point and exponent.
@@ -108,9 +104,9 @@ TEST(Writer, keepsTheSignOfZero) {
 
 TEST(Writer, refusesNumbersThatAreNotFinite) {
     const EncodingError refused{"", "A number that is not finite has no JSON form."};
-    EXPECT_EQ(encode(Numbers::infinity()).error(), refused);
-    EXPECT_EQ(encode(-Numbers::infinity()).error(), refused);
-    EXPECT_EQ(encode(Numbers::quiet_NaN()).error(), refused);
+    EXPECT_EQ(encode(infinity).error(), refused);
+    EXPECT_EQ(encode(-infinity).error(), refused);
+    EXPECT_EQ(encode(notANumber).error(), refused);
 }
 
 RC_GTEST_PROP(Writer, everyDoubleReadsBackBitForBit, ()) {
@@ -125,7 +121,7 @@ RC_GTEST_PROP(Writer, everyWholeDoubleReadsBackWithoutFractionOrExponent, ()) {
     const auto number = static_cast<double>(whole >> *rc::gen::inRange(1, 60));
     const std::string text = written(number);
     RC_ASSERT(text.find_first_not_of("-0123456789") == std::string::npos);
-    RC_ASSERT(decode<double>(text).value_or(Numbers::quiet_NaN()) == number);
+    RC_ASSERT(decode<double>(text).value_or(notANumber) == number);
 }
 
 RC_GTEST_PROP(Writer, noFewerDigitsWouldReadBack, ()) {
@@ -204,29 +200,27 @@ TEST(Writer, writesACaseWithoutPayloadAsAnEmptyObject) {
 
 TEST(Writer, saysWhereSomethingHasNoJSONForm) {
     EXPECT_EQ(
-        encode(Tree{.leaves = {{1, ""}, {Numbers::quiet_NaN(), ""}}, .byIndex = {}, .last = {}})
-            .error(),
+        encode(Tree{.leaves = {{1, ""}, {notANumber, ""}}, .byIndex = {}, .last = {}}).error(),
         (EncodingError{"leaves[1].number", "A number that is not finite has no JSON form."}));
     EXPECT_EQ(encode(Tree{.leaves = {{1, "\xFF"}}, .byIndex = {}, .last = {}}).error(),
               (EncodingError{"leaves[0].text", "A text that is not UTF-8 has no JSON form."}));
     EXPECT_EQ(
         encode(Tree{.leaves = {}, .byIndex = {{7, {1, "\xFF"}}}, .last = {}}).error(),
         (EncodingError{"inner.byIndex.7.text", "A text that is not UTF-8 has no JSON form."}));
-    EXPECT_EQ(encode(Tree{.leaves = {}, .byIndex = {}, .last = Leaf{-Numbers::infinity(), ""}})
-                  .error()
-                  .codingPath,
-              "last.number");
-    EXPECT_EQ(encode(std::vector<double>{1, 2, Numbers::infinity()}).error().codingPath, "[2]");
+    EXPECT_EQ(
+        encode(Tree{.leaves = {}, .byIndex = {}, .last = Leaf{-infinity, ""}}).error().codingPath,
+        "last.number");
+    EXPECT_EQ(encode(std::vector<double>{1, 2, infinity}).error().codingPath, "[2]");
 }
 
 TEST(Writer, reportsTheFirstThingThatHasNoJSONForm) {
-    EXPECT_EQ(encode(Leaf{Numbers::infinity(), "\xFF"}).error(),
+    EXPECT_EQ(encode(Leaf{infinity, "\xFF"}).error(),
               (EncodingError{"number", "A number that is not finite has no JSON form."}));
 }
 
 TEST(Writer, startsAgainAfterTaking) {
     Writer writer;
-    writer.write(Numbers::infinity());
+    writer.write(infinity);
     EXPECT_FALSE(writer.take().has_value());
     writer.write(std::vector<std::int64_t>{1, 2});
     EXPECT_EQ(writer.take(), "[1,2]");
@@ -238,7 +232,7 @@ TEST(Writer, viewsWhatWasWrittenUntilItIsCleared) {
     writer.write(true);
     EXPECT_EQ(writer.view(), "true");
     EXPECT_EQ(writer.view(), "true");
-    writer.write(Numbers::quiet_NaN());
+    writer.write(notANumber);
     EXPECT_EQ(writer.view().error().description, "A number that is not finite has no JSON form.");
     writer.clear();
     EXPECT_EQ(writer.view(), "");

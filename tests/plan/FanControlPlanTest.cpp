@@ -1,13 +1,15 @@
 #include <gtest/gtest.h>
 
-#include <limits>
-
 #include "plan/FanControlPlan.h"
 #include "plan/RecordChecks.h"
+#include "support/Doubles.h"
 
 namespace airflow::plan {
 
 namespace {
+
+using airflow::tests::infinity;
+using airflow::tests::notANumber;
 
 const std::vector<tests::Member> fanMembers = {
     {"fanID", "1", "a whole number"}, {"mode", R"({"fixedPercent":{"_0":30}})", "an object"}};
@@ -224,11 +226,11 @@ TEST(FanControlPlan, fansMayBeNamedTwiceAndByAnyNumber) {
 
 TEST(FanControlPlan, whatIsNotFiniteHasNoJSONForm) {
     FanControlPlan plan = documentPlan();
-    plan.rules[0].dwellSeconds = std::numeric_limits<double>::infinity();
+    plan.rules[0].dwellSeconds = infinity;
     EXPECT_EQ(json::encode(plan).error(),
               (json::EncodingError{"rules[0].dwellSeconds",
                                    "A number that is not finite has no JSON form."}));
-    plan.fans[1].mode = FanControlModePlan::fixedRPM(std::numeric_limits<double>::quiet_NaN());
+    plan.fans[1].mode = FanControlModePlan::fixedRPM(notANumber);
     EXPECT_EQ(json::encode(plan).error().codingPath, "fans[1].mode.fixedRPM._0");
 }
 

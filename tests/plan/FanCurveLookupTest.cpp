@@ -6,14 +6,15 @@
 #include <limits>
 
 #include "plan/FanCurve.h"
+#include "support/Doubles.h"
 
 namespace airflow::plan {
 
 namespace {
 
 using Numbers = std::numeric_limits<double>;
-constexpr double notANumber = Numbers::quiet_NaN();
-constexpr double infinity = Numbers::infinity();
+using airflow::tests::infinity;
+using airflow::tests::notANumber;
 
 struct Point {
     double celsius;
@@ -52,7 +53,7 @@ TEST(FanCurveLookup, aSinglePointHoldsAtEveryTemperature) {
     EXPECT_EQ(curve.percentAt(notANumber), 35);
 }
 
-TEST(FanCurveLookup, aSinglePointIsKeptBetweenZeroAndAHundred) {
+TEST(FanCurveLookup, aSinglePointIsClampedToZeroToAHundredPercent) {
     EXPECT_EQ(curveOf({{50, -5}}).percentAt(50), 0);
     EXPECT_EQ(curveOf({{50, 0}}).percentAt(50), 0);
     EXPECT_EQ(curveOf({{50, Numbers::denorm_min()}}).percentAt(50), Numbers::denorm_min());
@@ -75,7 +76,7 @@ TEST(FanCurveLookup, isFlatBeforeTheFirstPoint) {
     EXPECT_GT(curve.percentAt(45.001), 10);
 }
 
-TEST(FanCurveLookup, isFlatBehindTheLastPoint) {
+TEST(FanCurveLookup, isFlatAfterTheLastPoint) {
     const FanCurve curve = curveOf({{45, 10}, {70, 40}, {90, 80}});
     EXPECT_LT(curve.percentAt(89.999), 80);
     EXPECT_EQ(curve.percentAt(90), 80);

@@ -1,14 +1,15 @@
 // The documents of curves and their points; what a curve answers is tested beside this.
 #include <gtest/gtest.h>
 
-#include <limits>
-
 #include "plan/FanCurve.h"
 #include "plan/RecordChecks.h"
+#include "support/Doubles.h"
 
 namespace airflow::plan {
 
 namespace {
+
+using airflow::tests::notANumber;
 
 constexpr std::string_view first = "11111111-2222-3333-4444-55555555AAAA";
 
@@ -113,8 +114,7 @@ TEST(FanCurve, pointsKeepTheirOrderAndTheirDuplicates) {
 
 TEST(FanCurve, aPointThatIsNotFiniteHasNoJSONForm) {
     FanCurve broken = curve;
-    broken.points.push_back(
-        {.id = {}, .celsius = std::numeric_limits<double>::quiet_NaN(), .percent = 0});
+    broken.points.push_back({.id = {}, .celsius = notANumber, .percent = 0});
     EXPECT_EQ(json::encode(broken).error(),
               (json::EncodingError{"points[1].celsius",
                                    "A number that is not finite has no JSON form."}));

@@ -8,11 +8,14 @@
 #include <vector>
 
 #include "json/Decoder.h"
+#include "json/Reasons.h"
 #include "json/Texts.h"
 #include "json/Writer.h"
 #include "plan/UUID.h"
 
 namespace airflow::plan::tests {
+
+using json::errorOf;
 
 /// A member of a valid document. `wanted` is how an error names what its value has to be.
 struct Member {
@@ -28,13 +31,6 @@ inline std::string objectOf(const std::vector<Member>& members) {
         text += (text.empty() ? "{\"" : ",\"") + member.key + "\":" + member.value;
     }
     return text.empty() ? "{}" : text + "}";
-}
-
-template <typename Record>
-json::DecodingError errorOf(std::string_view text) {
-    const auto result = json::decode<Record>(text);
-    EXPECT_FALSE(result.has_value()) << text;
-    return result ? json::DecodingError{} : result.error();
 }
 
 /// A value of every JSON type, and how an error names it.

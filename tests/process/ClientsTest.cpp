@@ -3,7 +3,6 @@
 #include <thread>
 
 #include "ProcessHarness.h"
-#include "support/ApplyConfig.h"
 
 namespace airflow::process {
 namespace {
@@ -65,12 +64,7 @@ TEST_F(ClientsTest, theEndOfEitherOfTwoReleasesWhatTheOtherSet) {
 TEST_F(ClientsTest, aSilentClientLosesTheFansAfterFifteenSeconds) {
     auto client = connect();
     const auto before = Clock::now();
-    EXPECT_EQ(client.ask(tests::applyConfig(
-                  1, R"({"fans":[)"
-                     R"({"fanID":0,"mode":{"fixedPercent":{"_0":70}}}],"rules":[],)"
-                     R"("tuning":{"emaAlpha":0.3,"hysteresisCelsius":2,)"
-                     R"("maxDeltaRPMPerTick":400,"minDwellSeconds":3}})")),
-              R"({"id":1,"code":0})");
+    EXPECT_EQ(client.ask(holdFirstByPlan()), R"({"id":1,"code":0})");
     std::this_thread::sleep_until(before + 14s);
     EXPECT_EQ(modes(), firstForced);
     EXPECT_TRUE(eventually([&] { return modes() == bothAutomatic; }));

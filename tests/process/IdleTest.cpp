@@ -5,7 +5,6 @@
 #include <thread>
 
 #include "ProcessHarness.h"
-#include "support/ApplyConfig.h"
 
 namespace airflow::process {
 namespace {
@@ -52,16 +51,11 @@ TEST_F(IdleTest, noThreadWakesWhileThereIsNoPlan) {
     EXPECT_EQ(timesAsleep(), before);
 }
 
-TEST_F(IdleTest, norAfterAPlanHasEndedOrWhileAClientIsConnected) {
+TEST_F(IdleTest, noThreadWakesAfterAPlanHasEndedOrWhileAClientIsConnected) {
     startMachine();
     startHelper();
     auto client = connect();
-    EXPECT_EQ(client.ask(tests::applyConfig(
-                  1, R"({"fans":[)"
-                     R"({"fanID":0,"mode":{"fixedPercent":{"_0":70}}}],"rules":[],)"
-                     R"("tuning":{"emaAlpha":0.3,"hysteresisCelsius":2,)"
-                     R"("maxDeltaRPMPerTick":400,"minDwellSeconds":3}})")),
-              R"({"id":1,"code":0})");
+    EXPECT_EQ(client.ask(holdFirstByPlan()), R"({"id":1,"code":0})");
     EXPECT_EQ(client.ask(R"({"id":2,"method":"restoreAuto"})"), R"({"id":2})");
     untilQuiet();
     // The alarm of a tick that was under way may still come.

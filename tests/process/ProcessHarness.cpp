@@ -92,7 +92,7 @@ std::int64_t ProcessHarness::writesOf(const std::string& key) const {
     return found == writes.end() ? 0 : found->second;
 }
 
-void ProcessHarness::lay(const std::string& fault) const {
+void ProcessHarness::inject(const std::string& fault) const {
     (void)askMachine({"fault", fault});
 }
 

@@ -16,6 +16,7 @@
 #include "Child.h"
 #include "platform/linux/LocalSocket.h"
 #include "remote/MachineStatus.h"
+#include "support/ApplyConfig.h"
 #include "tool/ToolRun.h"
 
 namespace airflow::process {
@@ -68,7 +69,7 @@ protected:
     [[nodiscard]] remote::MachineStatus status() const;
     [[nodiscard]] std::vector<std::int64_t> modes() const;
     [[nodiscard]] std::int64_t writesOf(const std::string& key) const;
-    void lay(const std::string& fault) const;
+    void inject(const std::string& fault) const;
     void clearFaults() const;
 
     /// Whether it becomes true within five seconds.
@@ -89,5 +90,11 @@ inline const std::vector<std::int64_t> firstForced{1, 0};
 
 inline const std::string holdFirst = R"({"id":1,"method":"setPercent","fan":0,"percent":55})";
 inline const std::string holdBoth = R"({"id":2,"method":"fullBlast"})";
+/// Holds the first fan, too.
+inline std::string holdFirstByPlan() {
+    return tests::applyConfig(1, R"({"fans":[{"fanID":0,"mode":{"fixedPercent":{"_0":70}}}],)"
+                                 R"("rules":[],"tuning":{"emaAlpha":0.3,"hysteresisCelsius":2,)"
+                                 R"("maxDeltaRPMPerTick":400,"minDwellSeconds":3}})");
+}
 
 }  // namespace airflow::process

@@ -49,7 +49,7 @@ TEST_F(SignalsTest, aSecondSignalWhileTheFirstRestoresSlowlyChangesNothing) {
     startHelper();
     auto client = connect();
     EXPECT_EQ(client.ask(holdBoth), R"({"id":2,"code":0})");
-    lay(R"({"key":"F0Md","operation":"write","value":0,"latency":0.6})");
+    inject(R"({"key":"F0Md","operation":"write","value":0,"latency":0.6})");
     const auto before = writesOf("F0Md");
     helper->signal(SIGTERM);
     ASSERT_TRUE(eventually([&] { return writesOf("F0Md") == before + 1; }));
@@ -82,7 +82,7 @@ TEST_F(SignalsTest, aMachineThatRefusesDoesNotKeepTheProcess) {
     startHelper();
     auto client = connect();
     EXPECT_EQ(client.ask(holdFirst), R"({"id":1,"code":0})");
-    lay(R"({"operation":"write","result":134})");
+    inject(R"({"operation":"write","result":134})");
     helper->signal(SIGTERM);
     EXPECT_LT(timeToEnd(143), 4s);  // it tries for 3 s
     EXPECT_EQ(helper->err.readToEnd(), terminating);
@@ -96,8 +96,8 @@ TEST_F(SignalsTest, aMachineThatHangsKeepsTheProcessForThreeSecondsOnly) {
     startHelper();
     auto client = connect();
     EXPECT_EQ(client.ask(holdFirst), R"({"id":1,"code":0})");
-    lay(R"({"operation":"write","latency":30})");
-    lay(R"({"operation":"read","latency":30})");
+    inject(R"({"operation":"write","latency":30})");
+    inject(R"({"operation":"read","latency":30})");
     helper->signal(SIGTERM);
     const Seconds taken = timeToEnd(143);
     EXPECT_GE(taken, 2900ms);
@@ -157,7 +157,7 @@ protected:
     void startSlowly(const std::string& fault) {
         startMachine("left-forced");
         EXPECT_EQ(modes(), bothForced);
-        lay(fault);
+        inject(fault);
         spawnHelper();
         std::int64_t seen = -1;
         ASSERT_TRUE(eventually([&] {

@@ -18,7 +18,7 @@ TEST_F(StartUpTest, withoutAMachineThereIsOneLineAndStatusOne) {
 
 TEST_F(StartUpTest, anUnreadableNumberOfFansEndsItAfterOneMoreRestoration) {
     startMachine();
-    lay(R"({"key":"FNum","operation":"read","result":132})");
+    inject(R"({"key":"FNum","operation":"read","result":132})");
     spawnHelper();
     EXPECT_EQ(helper->wait(), 1);
     EXPECT_EQ(helper->err.readToEnd(),
@@ -29,7 +29,7 @@ TEST_F(StartUpTest, anUnreadableNumberOfFansEndsItAfterOneMoreRestoration) {
 
 TEST_F(StartUpTest, fansThatAreRefusedKeepItFromServing) {
     startMachine("left-forced");
-    lay(R"({"key":"F1Md","operation":"write","value":0,"result":134})");
+    inject(R"({"key":"F1Md","operation":"write","value":0,"result":134})");
     spawnHelper();
     EXPECT_EQ(helper->wait(), 1);
     const auto first = helper->err.readLine().value_or("");
@@ -50,7 +50,7 @@ TEST_F(StartUpTest, whatAKilledDaemonHeldIsGivenBackBeforeTheNextOneListens) {
     EXPECT_EQ(client.receive(), std::nullopt);
     EXPECT_EQ(modes(), bothForced) << "nobody is there to give them back";
     // Slow enough to see a line that would come too early.
-    lay(R"({"key":"F1Md","operation":"write","value":0,"latency":0.3})");
+    inject(R"({"key":"F1Md","operation":"write","value":0,"latency":0.3})");
     const auto before = std::chrono::steady_clock::now();
     startHelper();
     EXPECT_GE(std::chrono::steady_clock::now() - before, 300ms);

@@ -1,8 +1,8 @@
 #include <cmath>
 #include <cstdint>
-#include <limits>
 
 #include "sensors/SensorReaderFixture.h"
+#include "support/Doubles.h"
 
 namespace airflow::sensors {
 namespace {
@@ -12,9 +12,8 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
-
-constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
-constexpr double infinity = std::numeric_limits<double>::infinity();
+using tests::infinity;
+using tests::notANumber;
 
 using SensorReaderFans = SensorReaderTest;
 

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "sensors/NamedSensors.h"
 #include "sensors/SensorReader.h"
 #include "sensors/hidlibrary/HIDSystem.h"
 
@@ -62,24 +63,6 @@ struct RecordedLog final : LogSink {
 
     std::string text;
 };
-
-inline TempSensor hidSensor(std::string key, std::string name, double celsius,
-                            SensorCategory category) {
-    return {.key = std::move(key),
-            .name = std::move(name),
-            .celsius = celsius,
-            .category = category,
-            .source = SensorSource::hid};
-}
-
-inline TempSensor smcSensor(std::string key, std::string name, double celsius,
-                            SensorCategory category) {
-    return {.key = std::move(key),
-            .name = std::move(name),
-            .celsius = celsius,
-            .category = category,
-            .source = SensorSource::smc};
-}
 
 inline concurrency::Task<void> take(std::vector<SensorSnapshot>& results, SensorReader& reader) {
     SensorSnapshot snapshot = co_await reader.snapshot();

@@ -1,10 +1,12 @@
-#include <limits>
 
 #include "sensors/SensorReaderFixture.h"
+#include "support/Doubles.h"
 
 namespace airflow::sensors {
 namespace {
 
+using tests::infinity;
+using tests::notANumber;
 using namespace std::chrono_literals;
 using smc::SMCValue;
 using testing::Contains;
@@ -12,9 +14,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
-
-constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
-constexpr double infinity = std::numeric_limits<double>::infinity();
 
 using SensorReaderTemps = SensorReaderTest;
 
@@ -131,7 +130,7 @@ TEST_P(SensorReaderTemps, theHIDSystemIsUsedAgainOnceItHasReadings) {
     EXPECT_EQ(snapshot().temps.at(0).id(), "SMC-TB0T");
 }
 
-TEST_P(SensorReaderTemps, onlyKeysWithANameAreKept) {
+TEST_P(SensorReaderTemps, onlyKeysWithANameAreRead) {
     using enum SensorCategory;
     smc.tempKeys = {"TB1T", "TC0P", "TCMz", "TD01", "TG0D", "tb0T", "TCHP", "TCMb", "Ts0P"};
     for (const std::string& key : smc.tempKeys) smc.set(key, {50});
@@ -155,7 +154,7 @@ TEST_P(SensorReaderTemps, keysAreDiscoveredOnce) {
     EXPECT_EQ(smc.discoveries, 1);
 }
 
-TEST_P(SensorReaderTemps, anEmptyListOfKeysIsKeptToo) {
+TEST_P(SensorReaderTemps, anEmptyListOfKeysIsNotDiscoveredAgainEither) {
     smc.tempKeys = {"TC0P"};
     EXPECT_THAT(snapshot().temps, IsEmpty());
     EXPECT_THAT(snapshot().temps, IsEmpty());

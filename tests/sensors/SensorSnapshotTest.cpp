@@ -12,15 +12,15 @@
 #include <vector>
 
 #include "sensors/SensorSnapshot.h"
+#include "support/Doubles.h"
 
 namespace airflow::sensors {
 namespace {
 
 using concurrency::Date;
 using concurrency::Seconds;
-
-constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
-constexpr double infinity = std::numeric_limits<double>::infinity();
+using tests::infinity;
+using tests::notANumber;
 
 /// Readings with the keys "0", "1" and so on.
 SensorSnapshot readings(const std::vector<double>& temperatures) {

@@ -1,15 +1,17 @@
 #include <gmock/gmock.h>
 
-#include <limits>
 #include <optional>
 #include <string>
 #include <unordered_set>
 #include <utility>
 
 #include "sensors/TempSensor.h"
+#include "support/Doubles.h"
 
 namespace airflow::sensors {
 namespace {
+
+using tests::notANumber;
 
 TempSensor sensor(SensorSource source, std::string key) {
     return {.key = std::move(key),
@@ -52,7 +54,7 @@ TEST(TempSensor, oneKeyOfTwoSourcesIsTwoSensors) {
     EXPECT_NE(sensor(SensorSource::hid, "TC0P").id(), sensor(SensorSource::smc, "TC0P").id());
 }
 
-TEST(TempSensor, theKeyIsKeptAsItIs) {
+TEST(TempSensor, theKeyIsStoredUnchanged) {
     EXPECT_EQ(sensor(SensorSource::smc, "").id(), "SMC-");
     EXPECT_EQ(sensor(SensorSource::hid, "a-b").id(), "HID-a-b");
 }
@@ -79,7 +81,7 @@ TEST(TempSensor, everyFieldTakesPartInEquality) {
 
 TEST(TempSensor, aReadingThatIsNotANumberEqualsNothing) {
     TempSensor broken = sensor(SensorSource::smc, "TC0P");
-    broken.celsius = std::numeric_limits<double>::quiet_NaN();
+    broken.celsius = notANumber;
     const TempSensor copy = broken;
     EXPECT_NE(copy, broken);
 }

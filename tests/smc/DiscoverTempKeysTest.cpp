@@ -69,7 +69,7 @@ TEST_F(DiscoverTempKeys, leaveOutWhatCannotBeRead) {
     EXPECT_THAT(requests.discoverTempKeys(), ElementsAre("T0ab", "T3ab"));
 }
 
-TEST_F(DiscoverTempKeys, goOnBehindAnIndexThatFails) {
+TEST_F(DiscoverTempKeys, goOnAfterAnIndexThatFails) {
     have({temperature("T1ab"), temperature("T2ab"), temperature("T3ab"), temperature("T4ab")});
     test::Record refused{};
     refused[40] = 0xB8;

@@ -1,15 +1,16 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <limits>
 
 #include "smc/FanNumbers.h"
 #include "smc/FourCharCode.h"
+#include "support/Doubles.h"
 
 namespace airflow::smc {
 namespace {
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
+using tests::infinity;
+using tests::notANumber;
 
 TEST(FanNumbers, aCountIsBelievedWithoutItsFraction) {
     EXPECT_EQ(believableFanCount(0), 0);
@@ -38,8 +39,8 @@ TEST(FanNumbers, aNegativeCountMeansNoFans) {
 }
 
 TEST(FanNumbers, aCountThatIsNotANumberIsUnreadable) {
-    EXPECT_EQ(believableFanCount(std::numeric_limits<double>::quiet_NaN()), std::nullopt);
-    EXPECT_EQ(believableFanCount(-std::numeric_limits<double>::quiet_NaN()), std::nullopt);
+    EXPECT_EQ(believableFanCount(notANumber), std::nullopt);
+    EXPECT_EQ(believableFanCount(-notANumber), std::nullopt);
 }
 
 TEST(FanNumbers, aFanCanBeNamedWhenItsNumberHasOneDigit) {

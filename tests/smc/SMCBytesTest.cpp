@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
 
-#include <limits>
-
 #include "smc/SMCBytes.h"
+#include "support/Doubles.h"
 
 namespace airflow::smc {
 namespace {
+
+using tests::infinity;
+using tests::notANumber;
 
 // The payload that starts with the four given bytes and is zero from there on.
 SMCBytes payload(std::uint8_t first, std::uint8_t second, std::uint8_t third, std::uint8_t fourth) {
@@ -57,14 +59,12 @@ TEST(EncodeFloat, whatIsTooLargeBecomesTheInfinityOfItsSign) {
 }
 
 TEST(EncodeFloat, infinitiesStay) {
-    constexpr double infinity = std::numeric_limits<double>::infinity();
     EXPECT_EQ(encodeFloat(infinity), payload(0x00, 0x00, 0x80, 0x7F));
     EXPECT_EQ(encodeFloat(-infinity), payload(0x00, 0x00, 0x80, 0xFF));
 }
 
 TEST(EncodeFloat, notANumberStaysNotANumber) {
-    EXPECT_EQ(encodeFloat(std::numeric_limits<double>::quiet_NaN()),
-              payload(0x00, 0x00, 0xC0, 0x7F));
+    EXPECT_EQ(encodeFloat(notANumber), payload(0x00, 0x00, 0xC0, 0x7F));
 }
 
 }  // namespace

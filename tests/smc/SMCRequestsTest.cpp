@@ -19,7 +19,7 @@ using namespace std::string_literals;
 
 // Single requests.
 
-TEST_F(OpenSMC, anUnprivilegedCallerIsToldSo) {
+TEST_F(OpenSMC, anUnprivilegedCallerGetsTheErrorForMissingPrivileges) {
     client.callReturn = notPrivileged;
     const std::string text = "not privileged (root required) for this SMC call";
     EXPECT_EQ(failure(requests.call({})), text);

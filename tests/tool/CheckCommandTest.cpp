@@ -109,7 +109,7 @@ TEST(CheckCommand, aFileOverOneMebibyteIsRefused) {
 
 struct Broken {
     const char* name;
-    const char* error;  ///< behind the path
+    const char* error;  ///< after the path
 };
 
 void PrintTo(const Broken& broken, std::ostream* out) {

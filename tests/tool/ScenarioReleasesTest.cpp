@@ -62,20 +62,20 @@ TEST_F(ScenarioReleasesTest, theCeilingIsTheReasonThatTheStateGives) {
                 ElementsAre(Pair("thermal ceiling 97°C exceeded", 1)));
 }
 
-TEST_F(ScenarioReleasesTest, soAreTemperaturesThatAreMissingForLongEnough) {
+TEST_F(ScenarioReleasesTest, missingTemperaturesAreTheReasonThatTheStateGives) {
     EXPECT_THAT(causeOf(control::TemperaturesMissing{.snapshots = 2, .limit = 2}),
                 ElementsAre(Pair("temperature data unavailable", 1)));
 }
 
-TEST_F(ScenarioReleasesTest, soIsALostHeartbeat) {
+TEST_F(ScenarioReleasesTest, aLostHeartbeatIsTheReasonThatTheStateGives) {
     EXPECT_THAT(causeOf(control::HeartbeatLost{}), ElementsAre(Pair("no heartbeat for >15s", 1)));
 }
 
-TEST_F(ScenarioReleasesTest, soAreTheReasonsOfTheGuard) {
+TEST_F(ScenarioReleasesTest, aReasonOfTheGuardIsTheReasonThatTheStateGives) {
     EXPECT_THAT(causeOf(control::ChecksOverdue{}), ElementsAre(Pair("safety checks overdue", 1)));
 }
 
-TEST_F(ScenarioReleasesTest, soIsAFanThatNobodyHeld) {
+TEST_F(ScenarioReleasesTest, aFanThatNobodyHeldIsTheReasonThatTheStateGives) {
     EXPECT_THAT(causeOf(control::FanUnattended{}),
                 ElementsAre(Pair("a fan was forced unattended", 1)));
 }
@@ -105,7 +105,7 @@ TEST_F(ScenarioReleasesTest, aCommandThatGivesAllFansBackIsTheReasonWhateverTheS
     EXPECT_THAT(causeOf(control::HeartbeatLost{}), ElementsAre(Pair("restoreAuto", 1)));
 }
 
-TEST_F(ScenarioReleasesTest, aReasonThatIsToldLaterBelongsToAnotherRelease) {
+TEST_F(ScenarioReleasesTest, aReasonThatIsPublishedLaterBelongsToAnotherRelease) {
     write(20s, 0, FanMode::automatic);
     publish(20s, std::nullopt);
     publish(21s, control::HeartbeatLost{});

@@ -63,14 +63,14 @@ private:
 constexpr const char* upAndListening =
     "       0.0  log: [com.brisquell.helper] listening on com.brisquell.helper (build 1.0.3+6)\n";
 
-TEST_F(SimulateDaemon, theTableTellsOfConnections) {
+TEST_F(SimulateDaemon, theTableShowsConnections) {
     EXPECT_EQ(tableOf(R"({"at":1,"connect":"app"},{"at":2,"disconnect":"app"})"),
               std::string(upAndListening) +
                   "       1.0  app connects\n"
                   "       2.0  app is gone\n");
 }
 
-TEST_F(SimulateDaemon, theTableTellsThatAStrangerIsRefused) {
+TEST_F(SimulateDaemon, theTableShowsThatAnUntrustedPeerIsRefused) {
     EXPECT_EQ(tableOf(R"({"at":1,"connect":"other","stranger":true},
                          {"at":2,"client":"other","call":"fullBlast"})"),
               std::string(upAndListening) +
@@ -79,7 +79,7 @@ TEST_F(SimulateDaemon, theTableTellsThatAStrangerIsRefused) {
                   "       2.0  other is gone\n");
 }
 
-TEST_F(SimulateDaemon, theTableTellsOfSignals) {
+TEST_F(SimulateDaemon, theTableShowsSignals) {
     EXPECT_EQ(tableOf(R"({"at":1,"signal":"SIGTERM"},{"at":2,"signal":"SIGTERM"})"),
               std::string(upAndListening) +
                   "       1.0  SIGTERM\n"
@@ -92,7 +92,7 @@ TEST_F(SimulateDaemon, theTableTellsOfSignals) {
                   "       1.0  the daemon exits with status 130\n");
 }
 
-TEST_F(SimulateDaemon, theTableTellsOfKillsAndStarts) {
+TEST_F(SimulateDaemon, theTableShowsKillsAndStarts) {
     EXPECT_EQ(tableOf(R"({"at":1,"kill":true},{"at":2,"call":"readState"},{"at":3,"start":true})"),
               std::string(upAndListening) +
                   "       1.0  the daemon is killed\n"
@@ -101,13 +101,13 @@ TEST_F(SimulateDaemon, theTableTellsOfKillsAndStarts) {
                   "(build 1.0.3+6)\n");
 }
 
-TEST_F(SimulateDaemon, theTableTellsOfADaemonThatASignalEndsBeforeItsHandlersStand) {
+TEST_F(SimulateDaemon, theTableShowsADaemonThatASignalEndsBeforeItsHandlersAreInstalled) {
     EXPECT_EQ(tableOf(R"({"at":0,"signal":"SIGTERM","afterSteps":1})"),
               "       0.0  SIGTERM\n"
               "       0.0  the daemon is killed\n");
 }
 
-TEST_F(SimulateDaemon, theTableTellsHowLongADocumentIs) {
+TEST_F(SimulateDaemon, theTableShowsHowLongADocumentIs) {
     EXPECT_EQ(tableOf(R"({"at":1,"call":"applyConfig","document":"no plan"})"),
               std::string(upAndListening) +
                   "       1.0  app connects\n"
@@ -122,7 +122,7 @@ TEST_F(SimulateDaemon, anErrorOfAnEarlierLifeIsNotGoneButForgotten) {
     EXPECT_THAT(table, Not(HasSubstr("lastError is gone")));
 }
 
-TEST_F(SimulateDaemon, jsonLinesTellOfConnections) {
+TEST_F(SimulateDaemon, jsonLinesShowConnections) {
     EXPECT_EQ(jsonOf(R"({"at":1,"connect":"app"},{"at":2,"disconnect":"app"})"),
               R"x({"time":0,"daemon":"started"}
 {"time":0,"log":"[com.brisquell.helper] listening on com.brisquell.helper (build 1.0.3+6)"}
@@ -131,7 +131,7 @@ TEST_F(SimulateDaemon, jsonLinesTellOfConnections) {
 )x");
 }
 
-TEST_F(SimulateDaemon, jsonLinesTellOfSignalsEndsAndStarts) {
+TEST_F(SimulateDaemon, jsonLinesShowSignalsEndsAndStarts) {
     EXPECT_EQ(jsonOf(R"({"at":1,"signal":"SIGTERM"},{"at":2,"start":true},{"at":3,"kill":true},
                         {"at":4,"start":true},{"at":5,"signal":"SIGINT"})"),
               R"x({"time":0,"daemon":"started"}
@@ -150,7 +150,7 @@ TEST_F(SimulateDaemon, jsonLinesTellOfSignalsEndsAndStarts) {
 )x");
 }
 
-TEST_F(SimulateDaemon, aStopIsToldWithItsLine) {
+TEST_F(SimulateDaemon, aStopIsShownWithItsLine) {
     const std::string events = R"({"at":1,"stop":true},{"at":2,"start":true})";
     EXPECT_EQ(tableOf(events),
               std::string(upAndListening) +
@@ -211,7 +211,7 @@ TEST_P(SimulateDaemonReleases, theEndOfAConnectionReleases) {
               "releases         1 × the end of a connection\n");
 }
 
-TEST_P(SimulateDaemonReleases, aRefusedStrangerReleases) {
+TEST_P(SimulateDaemonReleases, aRefusedUntrustedPeerReleases) {
     EXPECT_EQ(releasesIn(R"({"at":1,"call":"fullBlast"},{"at":2,"connect":"x","stranger":true},
                             {"at":3,"client":"x","call":"heartbeat"})",
                          GetParam()),
@@ -225,7 +225,7 @@ TEST_P(SimulateDaemonReleases, aSignalReleases) {
               "releases         1 × SIGINT\n");
 }
 
-TEST_P(SimulateDaemonReleases, theStartBehindAStopReleases) {
+TEST_P(SimulateDaemonReleases, theStartAfterAStopReleases) {
     EXPECT_EQ(
         releasesIn(R"({"at":1,"call":"fullBlast"},{"at":3,"stop":true},{"at":4,"start":true})",
                    GetParam()),

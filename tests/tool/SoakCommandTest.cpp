@@ -140,7 +140,7 @@ TEST_F(SoakCommand, thatIsInterruptedTellsTheResultUpToThere) {
     EXPECT_EQ(after.sa_handler, SIG_DFL);
 }
 
-TEST_F(SoakCommand, thatIsInterruptedBehindAViolationFailsAsOneWithAViolation) {
+TEST_F(SoakCommand, thatIsInterruptedAfterAViolationFailsAsOneWithAViolation) {
     const auto run = judged(jsonOf(1, 30), [](const auto&, std::uint64_t seed) -> Verdict {
         if (seed == 3) throw simulation::Stuck("nothing goes on");
         if (seed == 7) raise(SIGINT);
@@ -258,7 +258,7 @@ TEST_F(SoakCommand, saysWhyAFileCannotBeRead) {
     EXPECT_EQ(run.err, missing + ": cannot be read: No such file or directory\n");
 }
 
-TEST_F(SoakCommand, isToldWhichSeedsInOneWayOnly) {
+TEST_F(SoakCommand, acceptsOneWayOnlyToChooseItsSeeds) {
     for (const char* seeds : {"", "x", "-5", "1..", "..5", "5..1", "1..2..3", "1 ..2", "0x5",
                               "9223372036854775808", "1..18446744073709551616"}) {
         EXPECT_EQ(runTool({"soak", "--seeds", seeds}).status, 2) << seeds;

@@ -37,7 +37,7 @@ TEST(Tool, everyCommandHasHelp) {
     EXPECT_EQ(runTool({"machines", "--help"}).status, 0);
 }
 
-TEST(Tool, aWrongFormatIsToldWhichThereAre) {
+TEST(Tool, aWrongFormatIsRefusedWithTheListOfFormats) {
     const auto run = runTool({"replay", "a.json", "--trace", "t.jsonl", "--format", "xml"});
     EXPECT_EQ(run.status, 2);
     EXPECT_THAT(run.err, HasSubstr("xml"));

@@ -8,12 +8,14 @@
 #include <vector>
 
 #include "json/Decoder.h"
+#include "support/Doubles.h"
 #include "wire/Answer.h"
 #include "wire/Request.h"
 
 namespace airflow::wire {
 namespace {
 
+using tests::infinity;
 using namespace std::string_literals;
 namespace commands = daemon::commands;
 
@@ -78,8 +80,7 @@ TEST(Request, argumentsAreTakenAsTheyComeWhateverTheyMean) {
 }
 
 TEST(Request, aNumberThatIsNotFiniteIsNotSent) {
-    const auto infinite = std::numeric_limits<double>::infinity();
-    EXPECT_EQ(requestLine(1, commands::SetPercent{.percent = infinite}).error(),
+    EXPECT_EQ(requestLine(1, commands::SetPercent{.percent = infinity}).error(),
               "percent: A number that is not finite has no JSON form.");
 }
 

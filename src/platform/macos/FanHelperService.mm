@@ -5,9 +5,12 @@
 #include <string>
 #include <string_view>
 
+#include "numbers/Units.h"
 #include "platform/macos/FoundationText.h"
 
 namespace {
+
+using airflow::numbers::FanIndex, airflow::numbers::Percent, airflow::numbers::WholeRPM;
 
 using airflow::platform::dataOf;
 using airflow::platform::stringOf;
@@ -55,13 +58,13 @@ airflow::daemon::FanHelperService::CodeReply codeReply(void (^reply)(NSInteger))
 }
 
 - (void)setManualRPMWithFan:(NSInteger)fan rpm:(NSInteger)rpm withReply:(void (^)(NSInteger))reply {
-    portable->setManualRPM(fan, rpm, codeReply(reply));
+    portable->setManualRPM(FanIndex(fan), WholeRPM(rpm), codeReply(reply));
 }
 
 - (void)setPercentWithFan:(NSInteger)fan
                   percent:(double)percent
                 withReply:(void (^)(NSInteger))reply {
-    portable->setPercent(fan, percent, codeReply(reply));
+    portable->setPercent(FanIndex(fan), Percent(percent), codeReply(reply));
 }
 
 - (void)fullBlastWithReply:(void (^)(NSInteger))reply {

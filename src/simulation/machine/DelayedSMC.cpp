@@ -7,11 +7,11 @@ namespace airflow::simulation {
 
 using concurrency::Task;
 
-DelayedSMC::DelayedSMC(concurrency::Runtime& latentRuntime, smc::SMCConnection& smcConnection,
+DelayedSMC::DelayedSMC(concurrency::Runtime& ownRuntime, smc::SMCConnection& smcConnection,
                        SimulatedSMC& simulatedSMC)
     : Actor(std::shared_ptr<concurrency::Executor>(std::shared_ptr<void>(),
                                                    &smcConnection.executor())),
-      runtime(latentRuntime),
+      runtime(ownRuntime),
       connection(smcConnection),
       simulated(simulatedSMC) {}
 

@@ -10,7 +10,7 @@
 
 namespace airflow::simulation {
 
-/// Laid over the requests of one kind to one key, or to all keys, whether the machine has them or
+/// Applies to the requests of one kind to one key, or to all keys, whether the machine has them or
 /// not. Of several faults that fit a request, the first in the machine's list counts.
 struct Fault {
     enum class Operation : std::uint8_t { read, write, information, enumeration };

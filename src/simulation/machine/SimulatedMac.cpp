@@ -13,7 +13,7 @@ namespace {
 
 using concurrency::Duration;
 
-constexpr double stepSeconds = 0.1;
+constexpr concurrency::Seconds stepLength{0.1};
 constexpr std::size_t mostFans{smc::mostFans};
 /// The share of the way to its goal that a fan covers in a step: most of it in about five seconds.
 constexpr double fanInertia = 0.04;
@@ -237,7 +237,7 @@ double SimulatedMac::moveHeat() {
         if (fan.description.maxRPM <= 0) continue;
         airflow += fan.state.speed / fan.description.maxRPM / static_cast<double>(fans.size());
     }
-    thermal->step(reached, stepSeconds, std::clamp(airflow, 0.0, 1.0));
+    thermal->step(reached, stepLength, std::clamp(airflow, 0.0, 1.0));
     return std::max(thermal->dieCelsius(), thermal->sinkCelsius());
 }
 

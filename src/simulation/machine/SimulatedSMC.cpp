@@ -163,13 +163,13 @@ const Fault* SimulatedSMC::activeFault(Operation operation, const std::string& k
 }
 
 std::uint32_t SimulatedSMC::claimedSize(const Key& key) const {
-    const Fault* const lie = activeFault(Operation::information, key.name, std::nullopt);
-    return lie && lie->size ? *lie->size : key.size;
+    const Fault* const fault = activeFault(Operation::information, key.name, std::nullopt);
+    return fault && fault->size ? *fault->size : key.size;
 }
 
 std::string SimulatedSMC::claimedType(const Key& key) const {
-    const Fault* const lie = activeFault(Operation::information, key.name, std::nullopt);
-    return lie && lie->type ? *lie->type : key.type;
+    const Fault* const fault = activeFault(Operation::information, key.name, std::nullopt);
+    return fault && fault->type ? *fault->type : key.type;
 }
 
 std::optional<double> SimulatedSMC::numberRead(const Key& key, const smc::SMCBytes& bytes) const {

@@ -49,7 +49,7 @@ public:
     /// `clock` gives the time since the machine was switched on.
     explicit SimulatedSMC(std::function<concurrency::Duration()> clock);
 
-    /// Keys are enumerated in the order in which they were added, behind "#KEY", which counts them
+    /// Keys are enumerated in the order in which they were added, after "#KEY", which counts them
     /// all. A name that is not four bytes long stops the process.
     void add(Key key);
     /// A key of the given type ("ui8 ", "ui32", "flt ", "sp78", "fpe2") that holds a number.

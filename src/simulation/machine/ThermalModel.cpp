@@ -40,7 +40,8 @@ ThermalModel ThermalModel::withLoad(std::function<double(concurrency::Duration)>
     return model;
 }
 
-void ThermalModel::step(concurrency::Duration now, double seconds, double airflow) {
+void ThermalModel::step(concurrency::Duration now, concurrency::Seconds length, double airflow) {
+    const double seconds = length.count();
     const double intoSink = dieToSink * (die - sink);
     const double intoAir = (sinkToStillAir + sinkToMovingAir * airflow) * (sink - ambient);
     die += (watts(now) - intoSink) * seconds / dieCapacity;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "concurrency/Clock.h"
+#include "concurrency/Date.h"
 
 namespace airflow::simulation {
 
@@ -23,8 +24,9 @@ public:
     static ThermalModel withLoad(std::function<double(concurrency::Duration)> watts,
                                  double ambientCelsius);
 
-    /// Moves on by one step. `airflow` is the fans' mean speed as a share of their maximum, [0, 1].
-    void step(concurrency::Duration now, double seconds, double airflow);
+    /// Moves on by one step of this length. `airflow` is the fans' mean speed as a share of their
+    /// maximum, [0, 1].
+    void step(concurrency::Duration now, concurrency::Seconds length, double airflow);
 
     [[nodiscard]] double dieCelsius() const { return die; }
     [[nodiscard]] double sinkCelsius() const { return sink; }

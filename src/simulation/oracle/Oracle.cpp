@@ -1,6 +1,8 @@
 // Who is told what, and in which order: the model first, so that monitors judge what is.
 #include "simulation/oracle/Oracle.h"
 
+#include <fmt/format.h>
+
 #include <bit>
 #include <utility>
 
@@ -16,6 +18,11 @@
 namespace airflow::simulation {
 
 using concurrency::Duration;
+
+std::string describe(const Violation& violation) {
+    return fmt::format("{} at {:.3f} s: {}", textOf(violation.property).name,
+                       concurrency::inSeconds(violation.time), violation.what);
+}
 
 template <typename M>
 M& Oracle::add() {
@@ -86,7 +93,7 @@ void Oracle::published(Duration time, const control::ControlState& state) {
     for (const auto& monitor : monitors) monitor->published(time, state);
 }
 
-/// Strangers are not heard, and not answered.
+/// Untrusted peers are not heard, and not answered.
 void Oracle::called(Duration time, std::string_view client, const Call& call) {
     if (run.untrustedPeers.contains(std::string(client))) return;
     for (const auto& monitor : monitors) {

@@ -27,6 +27,9 @@ struct Violation {
     std::string what{};
 };
 
+/// For people: "releaseBegins at 12.500 s: ...".
+[[nodiscard]] std::string describe(const Violation& violation);
+
 class Oracle final : public ScenarioObserver {
 public:
     /// The scenario outlives the oracle.

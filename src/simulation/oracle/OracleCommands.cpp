@@ -15,12 +15,12 @@ using Method = Call::Method;
 
 /// Whether the SMC may have said of a fan that it is forced when it was not, or took it back.
 bool mayBeWrong(const Scenario& scenario, const std::string& modeKey) {
-    const auto isLie = [&](const Fault& fault) {
+    const auto isFalseAnswer = [&](const Fault& fault) {
         const bool isOfKey = fault.key == modeKey || fault.key == "*";
         return isOfKey && (fault.effect != Fault::Effect::natural || fault.result == 0);
     };
     const auto isOfKey = [&](const FirmwareChange& change) { return change.key == modeKey; };
-    return scenario.machine.reclaimAfter || std::ranges::any_of(scenario.faults, isLie) ||
+    return scenario.machine.reclaimAfter || std::ranges::any_of(scenario.faults, isFalseAnswer) ||
            std::ranges::any_of(scenario.firmware, isOfKey);
 }
 

@@ -27,7 +27,7 @@ void CountMonitor::askedToRelease(std::size_t index, Duration) {
     }
     if (fan.refusals == 100) count("a fan refused a hundred times in a row");
     refusals[index] = fan.refusals;
-    if (fan.isLiedAbout) count("the SMC said that a fan went back when it did not");
+    if (fan.isFalselyReleased) count("the SMC said that a fan went back when it did not");
 }
 
 void CountMonitor::published(Duration, const control::ControlState& state) {

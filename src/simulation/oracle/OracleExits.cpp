@@ -37,8 +37,8 @@ bool stopsProcess(const Scenario& scenario) {
 void RecoveryMonitor::listening(Duration now) {
     for (std::size_t i = 0; i < run.fans.size(); ++i) {
         const RunModel::Fan& fan = run.fans[i];
-        const bool isConcealed =
-            i >= run.countedFansAtStart || fan.isLiedAbout || (!fan.isKnown && fan.hasFailedProbe);
+        const bool isConcealed = i >= run.countedFansAtStart || fan.isFalselyReleased ||
+                                 (!fan.isKnown && fan.hasFailedProbe);
         if (!fan.isForced || fan.modeKey.empty() || fan.isMachinesOwn || isConcealed) continue;
         fail(Property::recoveryComesFirst, now,
              fmt::format("the daemon listens while fan {} is forced", i));
@@ -100,13 +100,14 @@ void ExitMonitor::judgeTime(Duration now) const {
 /// A fan that the SMC keeps: it refused it, lied about it, or hid it.
 bool ExitMonitor::mayStayForced(std::size_t index) const {
     const RunModel::Fan& fan = run.fans[index];
-    if (fan.modeKey.empty() || fan.isMachinesOwn || fan.isLiedAbout || fan.isDenied) return true;
+    if (fan.modeKey.empty() || fan.isMachinesOwn || fan.isFalselyReleased || fan.isDenied)
+        return true;
     const Mark begin = run.exiting.value_or(Mark{});
     const bool wasAsked = run.exiting && fan.lastRelease && fan.lastRelease->time >= begin.time;
     if (wasAsked && fan.refusals > 0) return true;
     const bool isHidden = !fan.isKnown && run.exiting && fan.readableSince.time >= begin.time;
     const bool isConcealed = !fan.isKnown && index >= run.countedFansAtStart;
-    // The guard looks for it again behind the next release, 2 s later.
+    // The guard looks for it again after the next release, 2 s later.
     const bool isThoughtAbsent = !fan.isKnown && fan.wasDenied;
     return isHidden || isConcealed || isThoughtAbsent;
 }

@@ -68,7 +68,7 @@ void ReleaseLastsMonitor::askedToForce(std::size_t index, Duration now) {
                      concurrency::inSeconds(late)));
 }
 
-/// A safety release is told when it is over: was any fan forced behind its part of it?
+/// A safety release is published when it is over: was any fan forced after its part of it?
 void ReleaseLastsMonitor::published(Duration now, const control::ControlState& state) {
     if (!state.cause || !control::isSafetyRelease(*state.cause)) return;
     for (std::size_t i = 0; i < run.fans.size(); ++i) {
@@ -91,7 +91,7 @@ void HiddenFanMonitor::looked(Duration now, SimulatedMac&) {
         // A fan that the SMC forced and denied is not known to be held: a plan may leave it out.
         const bool isReleased = run.lastRelease && run.lastRelease->time >= fan.forcedSince.time;
         const bool isSecret = fan.isForcedInSecret && isReleased;
-        if (fan.isLiedAbout || isSecret)
+        if (fan.isFalselyReleased || isSecret)
             judgeLiedAbout(i, fan, now);
         else if (!fan.isKnown)
             judgeHidden(i, fan, now);
@@ -101,7 +101,7 @@ void HiddenFanMonitor::looked(Duration now, SimulatedMac&) {
 void HiddenFanMonitor::judgeHidden(std::size_t index, const RunModel::Fan& fan,
                                    Duration now) const {
     const Mark seen = DriverClock::later(DriverClock::later(*fan.unwantedSince, fan.forcedSince),
-                                         DriverClock::later(fan.readableSince, fan.honestSince));
+                                         DriverClock::later(fan.readableSince, fan.truthfulSince));
     if (run.since(seen, now) <= lookPeriod) return;
     fail(Property::hiddenFansAreFound, now,
          fmt::format("fan {} could be seen to be forced for {:.2f} s", index,
@@ -111,7 +111,7 @@ void HiddenFanMonitor::judgeHidden(std::size_t index, const RunModel::Fan& fan,
 void HiddenFanMonitor::judgeLiedAbout(std::size_t index, const RunModel::Fan& fan,
                                       Duration now) const {
     const Mark asked = DriverClock::later(*fan.unwantedSince, fan.lastRelease.value_or(Mark{}));
-    Mark seen = DriverClock::later(asked, DriverClock::later(fan.readableSince, fan.honestSince));
+    Mark seen = DriverClock::later(asked, DriverClock::later(fan.readableSince, fan.truthfulSince));
     Duration bound = secondLook;
     if (fan.isForcedInSecret || fan.refusedForce) {
         seen = DriverClock::later(seen, fan.lastForceRequest.value_or(Mark{}));

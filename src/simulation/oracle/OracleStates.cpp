@@ -19,7 +19,7 @@ using control::ControlState;
 using namespace std::chrono_literals;
 using Mark = DriverClock::Mark;
 
-/// Something behind which the state has to be told anew.
+/// Something after which the state has to be published again.
 constexpr Duration settling = 3s;
 
 }  // namespace
@@ -79,7 +79,7 @@ void StateMonitor::published(Duration now, const ControlState& state) {
         // Where the SMC has said that the fan went back, and it did not, the reason may go. The
         // guard finds the fan 2 s later, and its request may be the one that is refused.
         const RunModel::Fan& fan = run.fans[key->first];
-        return fan.refusals > 0 && !fan.isLiedAbout;
+        return fan.refusals > 0 && !fan.isFalselyReleased;
     };
     const bool isOver = refused && std::ranges::none_of(refused->refusals, isPending);
     if (standing && isQuiet && !isOver) {
@@ -103,11 +103,12 @@ void StateMonitor::answered(Duration now, const RunModel::Command& command, cons
 void StateMonitor::judgeTargets(Duration now, const State& state) const {
     for (const auto& [index, target] : state.targets) {
         const auto fan = static_cast<std::size_t>(index);
-        const auto isTold = [told = static_cast<double>(target)](double written) {
-            return std::abs(written - told) <= 1 + std::abs(told) * 1e-6;
+        const auto isPublished = [rpm = static_cast<double>(target)](double written) {
+            return std::abs(written - rpm) <= 1 + std::abs(rpm) * 1e-6;
         };
-        const bool isWritten = fan < targets.size() && (unwritten.contains(fan) ||
-                                                        std::ranges::any_of(targets[fan], isTold));
+        const bool isWritten =
+            fan < targets.size() &&
+            (unwritten.contains(fan) || std::ranges::any_of(targets[fan], isPublished));
         if (isWritten) continue;
         fail(Property::stateIsTrue, now,
              fmt::format("fan {} was never told to turn at {} RPM", index, target));
@@ -144,9 +145,9 @@ void StateMonitor::judgeHolding(Duration now, const State& state, const Mark& as
 }
 
 void StateMonitor::judgeGivenBack(Duration now, const State& state, const Mark& asked) const {
-    std::set<std::int64_t> told;
-    for (const auto& [fan, mode] : state.perFanMode) told.insert(fan);
-    for (const auto& [fan, target] : state.targets) told.insert(fan);
+    std::set<std::int64_t> named;
+    for (const auto& [fan, mode] : state.perFanMode) named.insert(fan);
+    for (const auto& [fan, target] : state.targets) named.insert(fan);
     // A release of every fan leaves the list of stopped fans to the next control step.
     const auto stopped = run.isUnwanted() ? std::vector<std::int64_t>{}
                                           : state.stoppedFans.value_or(std::vector<std::int64_t>{});
@@ -159,9 +160,9 @@ void StateMonitor::judgeGivenBack(Duration now, const State& state, const Mark& 
             back && run.lastUnwanted && run.lastUnwanted->time >= back->time;
         const bool isOfRelease = back && run.lastRelease && back->time >= run.lastRelease->time &&
                                  back->time - run.lastRelease->time < 1s;
-        if (!isUnwantedSince && !isOfRelease) told.insert(fan);
+        if (!isUnwantedSince && !isOfRelease) named.insert(fan);
     }
-    for (const std::int64_t fan : told) {
+    for (const std::int64_t fan : named) {
         const auto index = static_cast<std::size_t>(fan);
         const auto back = index < run.fans.size() ? run.fans[index].givenBack : std::nullopt;
         // A tick gives fans back before it claims others, and publishes at its end.
@@ -189,16 +190,16 @@ void ReasonMonitor::telling(Duration now, const ControlState& state) {
     if (!state.cause && state.lastError) {
         fail(Property::reasonsAreTrue, now, "a text without a reason: " + *state.lastError);
     }
-    if (!state.cause) return told.reset();
+    if (!state.cause) return lastJudged.reset();
     if (state.lastError != description(*state.cause)) {
         fail(Property::reasonsAreTrue, now,
              "the text is not that of the reason: " + description(*state.cause));
     }
-    // What is told again was judged when it was new.
-    if (told != state.cause) {
+    // What is published again was judged when it was new.
+    if (lastJudged != state.cause) {
         std::visit([&](const auto& error) { judge(now, error); }, *state.cause);
     }
-    told = state.cause;
+    lastJudged = state.cause;
 }
 
 /// A fan that was forced before is asserted by a step, unless a command claims it anew.
@@ -210,7 +211,7 @@ void ReasonMonitor::askedToForce(std::size_t fan, Duration now) {
 
 void ReasonMonitor::started(Duration) {
     lastStep.reset();
-    told.reset();
+    lastJudged.reset();
 }
 
 /// The silence may have ended after the release began.

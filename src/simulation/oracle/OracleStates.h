@@ -60,7 +60,7 @@ private:
     void judge(Duration, const control::PlanIncomplete&) const {}
 
     std::optional<Duration> lastStep;  ///< of the hold loop, which asserts what it holds
-    std::optional<control::ControlError> told;
+    std::optional<control::ControlError> lastJudged;
     std::optional<Duration> sinceStep;  ///< when the guard last acted
 };
 

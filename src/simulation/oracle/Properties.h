@@ -91,9 +91,11 @@ inline constexpr std::array<PropertyText, 21> properties{{
     {Property::forceTestIsLowered, "forceTestIsLowered",
      "3 s after a release that nothing refused, Ftst is off."},
     {Property::stateIsTrue, "stateIsTrue",
-     "A state without error, plan and fans is told only when no fan is held; none tells of a plan, "
+     "A state without error, plan and fans is published only when no fan is held; none names a "
+     "plan, "
      "a mode, a target or a stop 3 s after that was given back, but for stops, which a release of "
-     "every fan leaves to the next control step; a target is told only when it was written, full "
+     "every fan leaves to the next control step; a target is published only when it was written, "
+     "full "
      "blast for 100 % and for nothing else, and the reason of a release until something newer "
      "happens."},
     {Property::reasonsAreTrue, "reasonsAreTrue",

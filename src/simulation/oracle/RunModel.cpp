@@ -201,7 +201,7 @@ void RunModel::published(Duration time, const control::ControlState& state) {
     if (control::isSafetyRelease(*state.cause)) noteSafetyRelease(time);
 }
 
-/// It is told when it is over. A command that came meanwhile is newer.
+/// It is published when it is over. A command that came meanwhile is newer.
 void RunModel::noteSafetyRelease(Duration time) {
     Mark begin = mark(time);
     for (const Fan& fan : fans) {
@@ -226,7 +226,7 @@ void RunModel::started(Duration time) {
         fan.lastForceRequest.reset();
         fan.refusedForce.reset();
         fan.givenBack.reset();
-        fan.isMachinesOwn = fan.isLiedAbout = false;
+        fan.isMachinesOwn = fan.isFalselyReleased = false;
         fan.isKnown = fan.isInReleases = fan.hasFailedProbe = fan.wasDenied = false;
         fan.refusals = 0;
     }

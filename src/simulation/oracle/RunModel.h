@@ -35,7 +35,7 @@ struct RunModel {
         std::optional<Mark> lastRelease{};   ///< when it was last asked to go back
         std::optional<Mark> givenBack{};     ///< the SMC said so, and took no 1 since
         int refusals = 0;                    ///< to go back, in a row
-        bool isLiedAbout = false;            ///< the SMC said that it went back, and it did not
+        bool isFalselyReleased = false;      ///< the SMC said that it went back, and it did not
         bool isForcedInSecret = false;       ///< the SMC refused that, and did it all the same
 
         // What this life of the daemon can know
@@ -46,8 +46,8 @@ struct RunModel {
         bool hasFailedProbe = false;  ///< of its mode key
         bool isDenied = false;        ///< the SMC said last that its mode key does not exist
         bool wasDenied = false;       ///< in this life of the daemon, at any time
-        Mark readableSince{};         ///< behind what kept its mode key from being read
-        Mark honestSince{};           ///< behind lies about its mode key
+        Mark readableSince{};         ///< after what prevented its mode key from being read
+        Mark truthfulSince{};         ///< after false answers about its mode key
     };
 
     struct Command {
@@ -88,7 +88,7 @@ struct RunModel {
     [[nodiscard]] bool isSilent(Duration now) const;
     /// Forced by this daemon's doing, as far as it can know, and not lied about.
     [[nodiscard]] static bool isJudged(const Fan& fan) {
-        return fan.isForced && !fan.isLiedAbout && !fan.isMachinesOwn && fan.isKnown;
+        return fan.isForced && !fan.isFalselyReleased && !fan.isMachinesOwn && fan.isKnown;
     }
     /// It refuses, and was asked within the period of retries.
     [[nodiscard]] bool isPending(const Fan& fan, Duration now) const;

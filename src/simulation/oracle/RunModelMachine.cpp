@@ -24,7 +24,7 @@ bool keepsFromReading(const Fault& fault) {
     return !isOfWrites && (isRefused || fault.reading || fault.size || fault.type);
 }
 
-bool isLie(const Fault& fault) {
+bool isFalseAnswer(const Fault& fault) {
     const bool hidesRefusal = fault.result && *fault.result == 0;
     return hidesRefusal || fault.effect != Fault::Effect::natural;
 }
@@ -121,7 +121,7 @@ void RunModel::noteReleaseRequest(Fan& fan, const SMCAccess& access, bool isRefu
     }
     fan.refusals = 0;
     fan.givenBack = mark(access.time);
-    if (fan.isForced) fan.isLiedAbout = true;
+    if (fan.isForced) fan.isFalselyReleased = true;
 }
 
 /// The change comes before the request that makes it, if one does.
@@ -129,7 +129,7 @@ void RunModel::modeChanged(Duration time, std::size_t index, FanMode mode) {
     Fan& fan = fans.at(index);
     if (fan.isForced) fan.lastForced = mark(time);
     fan.isForced = mode == FanMode::forced;
-    fan.isLiedAbout = fan.isForcedInSecret = false;
+    fan.isFalselyReleased = fan.isForcedInSecret = false;
     fan.isMachinesOwn = fan.isForced;
     if (!fan.isForced) return;
     fan.forcedSince = mark(time);
@@ -141,7 +141,7 @@ void RunModel::noteFaults(Duration time) {
         for (const Fault& fault : scenario.faults) {
             if (!isOver(fault, fan.modeKey, time)) continue;
             if (keepsFromReading(fault)) fan.readableSince = mark(time);
-            if (isLie(fault)) fan.honestSince = mark(time);
+            if (isFalseAnswer(fault)) fan.truthfulSince = mark(time);
         }
     }
 }

@@ -17,6 +17,16 @@ namespace {
 
 constexpr double longestSilence = 30;  // seconds after the last event of a scenario
 
+template <typename T>
+void sortByTime(std::vector<T>& changes) {
+    // Stable, and the same everywhere: what an unstable sort does is the library's choice.
+    for (std::size_t i = 1; i < changes.size(); ++i) {
+        for (std::size_t j = i; j > 0 && changes[j].at < changes[j - 1].at; --j) {
+            std::swap(changes[j], changes[j - 1]);
+        }
+    }
+}
+
 TemperatureChange::Values decodeValues(const Decoder& decoder) {
     TemperatureChange::Values values;
     decoder.forEachMember([&values](std::string_view name, const Decoder& value) {
@@ -170,6 +180,11 @@ std::string planDocument(const Call& call) {
     json::Writer writer;
     writer.write(call.plan);
     return writer.take().value_or("");  // numbers that have no JSON form make no plan
+}
+
+void Scenario::sortChanges() {
+    sortByTime(temperatures);
+    sortByTime(firmware);
 }
 
 Duration Scenario::length() const {

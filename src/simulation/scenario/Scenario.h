@@ -128,6 +128,10 @@ struct Scenario {
     [[nodiscard]] static std::expected<Scenario, json::DecodingError> parse(
         std::string_view text, const ReadFile& readFile);
 
+    /// Brings temperatures and changes of the firmware into the order of their times, in which a
+    /// document lists them. Those of one moment keep their order.
+    void sortChanges();
+
     /// As long as it says; otherwise until 30 s after the last thing that happens.
     [[nodiscard]] concurrency::Duration length() const;
 

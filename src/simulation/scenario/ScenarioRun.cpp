@@ -34,7 +34,7 @@ std::uint64_t seedOfLife(std::uint64_t seed, std::uint64_t life) {
 constexpr int mostStartsInAMoment = 100;
 
 /// Of what is done in one moment: what the machine does comes before a look at it, and what clients
-/// do behind that. An interruption is last, and what comes before it has not run yet then.
+/// do after that. An interruption is last, and what comes before it has not run yet then.
 enum Order { machine, sample, event, interruption, atTheEnd };
 
 Order orderOf(const Event& event) {

@@ -56,7 +56,7 @@ struct Swarm {
 
 // SwarmMachine.cpp
 void chooseMachine(Swarm& swarm);
-void makeLies(Swarm& swarm);
+void makeFalseAnswers(Swarm& swarm);
 void makeReadings(Swarm& swarm);
 void makeFirmware(Swarm& swarm);
 void makeHeat(Swarm& swarm);

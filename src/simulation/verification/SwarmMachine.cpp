@@ -114,7 +114,7 @@ void chooseMachine(Swarm& swarm) {
     if (swarm.random.chance(3)) scenario.effectiveUserID = 501;
 }
 
-void makeLies(Swarm& swarm) {
+void makeFalseAnswers(Swarm& swarm) {
     if (swarm.random.chance(50))
         swarm.add(swarm.span(20s), {.key = swarm.anyModeKey(), .effect = Fault::Effect::ignored});
     else
@@ -168,7 +168,7 @@ void makeHeldHeat(Swarm& swarm) {
     Heater heater(swarm);
     if (!heater.hasSensor() || swarm.fanCount() == 0) return;
     Random& random = swarm.random;
-    // Behind most of the other commands, or none of this would last.
+    // After most of the other commands, or none of this would last.
     const Duration begin = troubleEnds - 5s + random.upTo(10s);
     Call call{.at = begin, .client = anyClient(swarm), .method = Call::Method::applyConfig};
     const std::int64_t still = swarm.anyFan();

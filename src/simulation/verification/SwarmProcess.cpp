@@ -67,7 +67,7 @@ void makeUpgrade(Swarm& swarm) {
     swarm.scenario.events.emplace_back(
         Call{.at = at, .client = anyClient(swarm), .method = Call::Method::shutdownForUpgrade});
     if (swarm.random.chance(30)) return;
-    // The process ends 200 ms behind the answer.
+    // The process ends 200 ms after the answer.
     crowd(swarm, at - 5ms, 230ms);
     if (swarm.random.chance(50)) slowWrites(swarm, at);
 }

@@ -138,7 +138,7 @@ void makeLongRefusal(Swarm& swarm) {
         endControl(swarm, release, onlyClient);
     }
     if (random.chance(20)) {
-        // Seconds before or behind the end of the refusal.
+        // Seconds before or after the end of the refusal.
         const Duration again = end - 5s + random.upTo(10s);
         send(swarm, again, "monitor", anyPlan(swarm));
     }

@@ -1,9 +1,7 @@
 #include "simulation/verification/SwarmScenario.h"
 
 #include <array>
-#include <cstddef>
 #include <utility>
-#include <vector>
 
 #include "simulation/verification/Swarm.h"
 
@@ -21,7 +19,7 @@ struct Part {
 
 constexpr std::array parts{
     Part{50, makeReleaseRefusals}, Part{40, makeClaimTrouble}, Part{40, makeResults},
-    Part{25, makeLatency},         Part{25, makeLies},         Part{25, makeReadings},
+    Part{25, makeLatency},         Part{25, makeFalseAnswers}, Part{25, makeReadings},
     Part{30, makeFirmware},        Part{50, makeHeat},         Part{25, makeClockJumps},
     Part{50, makeProcessEvents},   Part{15, makeUpgrade},      Part{12, makeHang},
     Part{12, makePartialPlans},    Part{2, makeBacklog},       Part{12, makeReaders},
@@ -30,16 +28,6 @@ constexpr std::array parts{
 
 /// Of a thousand scenarios: they take many times as long as others.
 constexpr std::int64_t longOnes = 8;
-
-template <typename T>
-void sortByTime(std::vector<T>& changes) {
-    // Stable, and the same everywhere: what an unstable sort does is the library's choice.
-    for (std::size_t i = 1; i < changes.size(); ++i) {
-        for (std::size_t j = i; j > 0 && changes[j].at < changes[j - 1].at; --j) {
-            std::swap(changes[j], changes[j - 1]);
-        }
-    }
-}
 
 void makeTrouble(Swarm& swarm) {
     makeClients(swarm);
@@ -63,8 +51,7 @@ Scenario swarmScenario(std::uint64_t seed, SwarmNumbers numbers) {
     // From a sequence of its own, so that it changes nothing of the rest.
     swarm.random = Random(seed ^ 0xA5A5A5A5A5A5A5A5U);
     if (numbers == SwarmNumbers::any && swarm.random.chance(10)) makeImpossibleNumbers(swarm);
-    sortByTime(swarm.scenario.firmware);
-    sortByTime(swarm.scenario.temperatures);
+    swarm.scenario.sortChanges();
     return std::move(swarm.scenario);
 }
 

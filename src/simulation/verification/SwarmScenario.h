@@ -1,4 +1,8 @@
 // SwarmScenario: what a seed makes happen to a whole daemon.
+//
+// The only place where a seed draws a scenario. The fuzzer of the daemon takes each choice from a
+// byte of its input instead, so that it can change one without the others. Properties draw plans,
+// ticks and documents with generators that shrink.
 #pragma once
 
 #include <cstdint>

@@ -100,7 +100,7 @@ void ScenarioReleases::published(Duration time, const control::ControlState& sta
     underWay.reset();
     if (!state.cause) return;
     const auto safetyCause = std::visit(SafetyCause{}, *state.cause);
-    // A fan that refuses is told instead of the check that released the others.
+    // A fan that refuses is published instead of the check that released the others.
     const bool isHidden = std::holds_alternative<control::NotRestored>(*state.cause);
     for (Release& release : open) {
         if (!release.mayBeSafety) continue;
@@ -140,7 +140,7 @@ void ScenarioReleases::started(Duration time) {
 }
 
 /// What happened is over: whoever changed a fan without a write was the machine itself, and a
-/// safety check that has not been told by now was none.
+/// safety check that has not been published by now was none.
 void ScenarioReleases::settle(Duration now) {
     if (std::exchange(changed, std::nullopt)) ++counts["the firmware itself"];
     if (publishedAt && now > *publishedAt) countAll();

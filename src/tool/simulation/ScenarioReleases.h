@@ -46,7 +46,7 @@ private:
     };
     struct Release {
         std::string cause;
-        /// The safety check that is told later on explains it better.
+        /// The safety check that is published later on explains it better.
         bool mayBeSafety = false;
     };
 
@@ -60,7 +60,8 @@ private:
     std::int64_t commands = 0;
     std::optional<std::size_t> changed;  ///< this fan, just now, by whom the next access tells
     std::vector<Release> open;           ///< not counted yet
-    /// Since the last of them. A safety check is told right after the state that its release left.
+    /// Since the last of them. A safety check is published right after the state that its release
+    /// left.
     std::optional<concurrency::Duration> publishedAt;
     std::map<std::string, int> counts;
 };

@@ -28,9 +28,9 @@ struct SoakOptions {
 };
 
 /// Judges one random run for each seed. Returns the exit status: 0, or 1 for a violation, which is
-/// told with its seed and kept as the smallest scenario that shows it. Ten of them end the soak,
-/// and so does SIGINT or SIGTERM, once the runs that have begun are over: the result up to there is
-/// told, and the status is 128 and the signal's number unless there is a violation.
+/// reported with its seed and saved as the smallest scenario that shows it. Ten of them end the
+/// soak, and so does SIGINT or SIGTERM, once the runs that have begun are over: the result up to
+/// there is told, and the status is 128 and the signal's number unless there is a violation.
 [[nodiscard]] int soak(const SoakOptions& options, std::ostream& out, std::ostream& err);
 
 void addSoak(CLI::App& app, Streams streams, int& status);

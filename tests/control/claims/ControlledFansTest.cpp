@@ -98,7 +98,7 @@ TEST(ControlledFans, keepAFanPendingThatAStepHasGivenBack) {
     EXPECT_THAT(fans.pending(), ElementsAre(0));
 }
 
-TEST(ControlledFans, doNotBelieveAForcingBehindWhichTheFanWasAskedFor) {
+TEST(ControlledFans, doNotCountAForcingAfterWhichTheFanWasAskedFor) {
     ControlledFans fans;
     const auto forcing = fans.beginForcing(0);
     const auto givingBack = fans.beginRelease(0);
@@ -108,7 +108,7 @@ TEST(ControlledFans, doNotBelieveAForcingBehindWhichTheFanWasAskedFor) {
 }
 
 /// Two claims ask for one fan, and the SMC takes the first of their requests only.
-TEST(ControlledFans, believeAForcingBehindWhichAnotherIsRefused) {
+TEST(ControlledFans, countAForcingAfterWhichAnotherIsRefused) {
     ControlledFans fans;
     const auto taken = fans.beginForcing(0);
     (void)fans.beginForcing(0);
@@ -116,7 +116,7 @@ TEST(ControlledFans, believeAForcingBehindWhichAnotherIsRefused) {
     EXPECT_THAT(fans.claimed(), ElementsAre(0));
 }
 
-TEST(ControlledFans, believeAForcingBehindWhichAReleaseIsRefused) {
+TEST(ControlledFans, countAForcingAfterWhichAReleaseIsRefused) {
     ControlledFans fans;
     const auto forcing = fans.beginForcing(0);
     const auto givingBack = fans.beginRelease(0);
@@ -156,7 +156,7 @@ TEST(ControlledFans, keepAFanThatIsHeldWhenItRefusesToBeForcedAgain) {
 }
 
 /// A second release asks for the fan, too, and is refused: it was given back all the same.
-TEST(ControlledFans, believeAReleaseBehindWhichAnotherAsksForTheFan) {
+TEST(ControlledFans, countAReleaseAfterWhichAnotherAsksForTheFan) {
     ControlledFans fans;
     take(fans, 0);
     const auto first = fans.beginRelease(0);
@@ -179,7 +179,7 @@ TEST(ControlledFans, doNotForgetAFanThatIsBeingForcedAgain) {
     EXPECT_THAT(fans.claimed(), ElementsAre(0));
 }
 
-TEST(ControlledFans, haveNotToGiveBackAFanForARefusalBehindWhichItWasForced) {
+TEST(ControlledFans, haveNotToGiveBackAFanForARefusalAfterWhichItWasForced) {
     ControlledFans fans;
     const auto givingBack = fans.beginRelease(0);
     const auto forcing = fans.beginForcing(0);
@@ -189,7 +189,7 @@ TEST(ControlledFans, haveNotToGiveBackAFanForARefusalBehindWhichItWasForced) {
     EXPECT_THAT(fans.claimed(), ElementsAre(0));
 }
 
-TEST(ControlledFans, haveToGiveBackAFanThatIsHandedBackUntilItIsKept) {
+TEST(ControlledFans, haveToGiveBackAFanThatIsHandedBackUntilAPlanManagesIt) {
     ControlledFans fans;
     fans.handBack(0);
     fans.handBack(1);

@@ -3,11 +3,14 @@
 
 #include "AccessLog.h"
 #include "ScriptedSMC.h"
+#include "support/Doubles.h"
 
 namespace airflow::control {
 namespace {
 
 using testing::ElementsAre;
+using tests::infinity;
+using tests::notANumber;
 
 simulation::MachineDescription oneFan(std::optional<std::string> modeKey) {
     auto machine = plainMachine(1);
@@ -16,7 +19,7 @@ simulation::MachineDescription oneFan(std::optional<std::string> modeKey) {
 }
 
 std::vector<std::string> keysProbedInTwoRecoveries(simulation::MachineDescription machine) {
-    ScriptedBench harness(std::move(machine));
+    ScriptedHarness harness(std::move(machine));
     (void)harness.run(harness.controller->restoreAllFansToAutomatic());
     (void)harness.run(harness.controller->restoreAllFansToAutomatic());
     return harness.smc.reads;
@@ -37,7 +40,7 @@ TEST(ModeKey, isProbedAgainWhileTheMachineHasNeither) {
 }
 
 TEST(ModeKey, isFoundWhateverItHolds) {
-    ScriptedBench harness(oneFan("F0Md"));
+    ScriptedHarness harness(oneFan("F0Md"));
     harness.smc.readings["F0Md"] = smc::SMCValue::raw();
     (void)harness.run(harness.controller->restoreAllFansToAutomatic());
     EXPECT_THAT(harness.smc.reads, ElementsAre("FNum", "F0Md"));
@@ -52,7 +55,8 @@ TEST(ModeKey, isRememberedForEachFanOnItsOwn) {
 
 TEST(ModeKey, isTheOneThatIsWritten) {
     ControllerHarness harness(oneFan("F0md"));
-    EXPECT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
+    EXPECT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
+              ControlResult::applied());
     EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0md=1", "Ftst=1", "F0md=1", "F0Tg=3000"));
     EXPECT_EQ(harness.run(harness.controller().restoreAuto()), std::nullopt);
     EXPECT_EQ(harness.mac().fan(0).mode, simulation::FanMode::automatic);
@@ -62,7 +66,7 @@ TEST(ModeKey, whoseAbsenceFailsACommandWithBothNames) {
     auto machine = plainMachine(2);
     machine.fans[1].modeKey.reset();
     ControllerHarness harness(machine);
-    EXPECT_EQ(harness.run(harness.controller().setManual(1, 3000)),
+    EXPECT_EQ(harness.run(harness.controller().setManual(1_fan, 3000_rpm)),
               ControlResult::failed("neither F1Md nor F1md exists on this machine"));
 }
 
@@ -73,15 +77,16 @@ TEST(ModeKey, thatAppearsLaterIsFoundThen) {
                           .key = "F0Md",
                           .operation = simulation::Fault::Operation::information,
                           .result = simulation::SimulatedSMC::keyNotFound});
-    EXPECT_EQ(harness.run(harness.controller().setManual(0, 3000)),
+    EXPECT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
               ControlResult::failed("neither F0Md nor F0md exists on this machine"));
     harness.advance(1s);
-    EXPECT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
+    EXPECT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
+              ControlResult::applied());
 }
 
 /// How many of three fans are looked for when "FNum" reads `count`.
 std::size_t fansLookedFor(std::optional<smc::SMCValue> count) {
-    ScriptedBench harness(plainMachine(3));
+    ScriptedHarness harness(plainMachine(3));
     harness.smc.readings["FNum"] = count;
     (void)harness.run(harness.controller->restoreAllFansToAutomatic());
     return harness.smc.reads.size() - 1;
@@ -89,7 +94,7 @@ std::size_t fansLookedFor(std::optional<smc::SMCValue> count) {
 
 /// How many fans fullBlast() plans for, each of which the machine does not have.
 std::int64_t fansNamed(smc::SMCValue count) {
-    ScriptedBench harness(plainMachine(0));
+    ScriptedHarness harness(plainMachine(0));
     harness.smc.readings["FNum"] = count;
     const auto result = harness.run(harness.controller->fullBlast());
     for (std::int64_t fans = 1; fans <= 100; ++fans) {
@@ -115,7 +120,7 @@ TEST(FanCount, belowZeroMeansNoFans) {
 }
 
 TEST(FanCount, isUnknownWhenItCannotBeReadOrIsNoNumber) {
-    ScriptedBench harness(plainMachine(1));
+    ScriptedHarness harness(plainMachine(1));
     harness.smc.readings["FNum"] = std::nullopt;
     EXPECT_EQ(harness.run(harness.controller->fullBlast()),
               ControlResult::failed("could not read FNum"));
@@ -128,7 +133,6 @@ TEST(FanCount, isUnknownWhenItCannotBeReadOrIsNoNumber) {
 
 TEST(FanCount, beyondTheTenThatKeysCanNameIsTen) {
     using smc::SMCValue;
-    const auto infinity = std::numeric_limits<double>::infinity();
     for (const double count : {10.0, 10.99, 11.0, 300.0, 3e9, 0x1p63, infinity}) {
         EXPECT_EQ(fansNamed(SMCValue::floating(count)), 10) << count;
     }
@@ -137,15 +141,13 @@ TEST(FanCount, beyondTheTenThatKeysCanNameIsTen) {
 }
 
 TEST(FanCount, belowEveryNumberMeansNoFansToo) {
-    const auto infinity = std::numeric_limits<double>::infinity();
     EXPECT_EQ(fansNamed(smc::SMCValue::floating(-infinity)), 0);
     EXPECT_EQ(fansNamed(smc::SMCValue::floating(-0x1.0000000000001p63)), 0);
 }
 
 TEST(FanCount, thatIsNotANumberIsUnreadable) {
-    ScriptedBench harness(plainMachine(1));
-    harness.smc.readings["FNum"] =
-        smc::SMCValue::floating(std::numeric_limits<double>::quiet_NaN());
+    ScriptedHarness harness(plainMachine(1));
+    harness.smc.readings["FNum"] = smc::SMCValue::floating(notANumber);
     EXPECT_EQ(harness.run(harness.controller->fullBlast()),
               ControlResult::failed("could not read FNum"));
     EXPECT_EQ(harness.run(harness.controller->restoreAllFansToAutomatic()),
@@ -154,7 +156,7 @@ TEST(FanCount, thatIsNotANumberIsUnreadable) {
 }
 
 TEST(FanCount, ofElevenLetsStartUpRecoveryGiveTenFansBack) {
-    ScriptedBench harness(plainMachine(10));
+    ScriptedHarness harness(plainMachine(10));
     harness.smc.readings["FNum"] = smc::SMCValue::uint(11);
     for (std::size_t fan = 0; fan < 10; ++fan) {
         (void)harness.run(harness.system.smc.writeUInt8(simulation::upperModeKey(fan), 1));
@@ -169,8 +171,9 @@ TEST(FanCount, ofElevenLetsStartUpRecoveryGiveTenFansBack) {
 class FanWithoutAName : public testing::TestWithParam<std::int64_t> {};
 
 TEST_P(FanWithoutAName, isOneThatTheMachineDoesNotHave) {
-    ScriptedBench harness(plainMachine(1));
-    const auto result = harness.run(harness.controller->setManual(GetParam(), 3000));
+    ScriptedHarness harness(plainMachine(1));
+    const auto result =
+        harness.run(harness.controller->setManual(numbers::FanIndex(GetParam()), 3000_rpm));
     EXPECT_EQ(result, ControlResult::failed(fmt::format(
                           "neither F{0}Md nor F{0}md exists on this machine", GetParam())));
     harness.system.runtime.advance(5s);  // the steps of its plan, too
@@ -179,8 +182,8 @@ TEST_P(FanWithoutAName, isOneThatTheMachineDoesNotHave) {
 
 TEST_P(FanWithoutAName, doesNotKeepTheOthersFromBeingHeld) {
     ControllerHarness harness;
-    (void)harness.run(harness.controller().setManual(GetParam(), 3000));
-    EXPECT_FALSE(harness.run(harness.controller().setPercent(0, 50)).isApplied());
+    (void)harness.run(harness.controller().setManual(numbers::FanIndex(GetParam()), 3000_rpm));
+    EXPECT_FALSE(harness.run(harness.controller().setPercent(0_fan, 50_percent)).isApplied());
     EXPECT_EQ(harness.mac().fan(0).mode, simulation::FanMode::forced);
 }
 
@@ -190,7 +193,8 @@ INSTANTIATE_TEST_SUITE_P(BesidesTheTenThatHaveOne, FanWithoutAName,
 
 TEST(FanWithTheHighestNumber, isHeld) {
     ControllerHarness harness(plainMachine(10));
-    EXPECT_EQ(harness.run(harness.controller().setManual(9, 3000)), ControlResult::applied());
+    EXPECT_EQ(harness.run(harness.controller().setManual(9_fan, 3000_rpm)),
+              ControlResult::applied());
     EXPECT_EQ(harness.mac().fan(9).mode, simulation::FanMode::forced);
 }
 

@@ -3,11 +3,12 @@
 #include <limits>
 
 #include "HoldHarness.h"
+#include "support/Doubles.h"
 
 namespace airflow::control {
 namespace {
 
-constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
+using tests::notANumber;
 
 /// Two entries for fan 1 around one for fan 0, a rule and a tuning of its own.
 plan::FanControlPlan crowdedPlan() {
@@ -25,7 +26,7 @@ TEST(ManualCommands, setManualReplacesEveryEntryOfItsFanByOneAtTheEnd) {
     const auto controller = install<PlanKeeper>(harness);
     EXPECT_EQ(harness.run(controller->applyPlan(crowdedPlan())), ControlResult::applied());
 
-    EXPECT_EQ(harness.run(controller->setManual(1, 2000)), ControlResult::applied());
+    EXPECT_EQ(harness.run(controller->setManual(1_fan, 2000_rpm)), ControlResult::applied());
     auto expected = crowdedPlan();
     expected.fans = {{.fanID = 0, .mode = rpm(3000.0)}, {.fanID = 1, .mode = rpm(2000.0)}};
     EXPECT_EQ(controller->plans.back(), expected);
@@ -37,7 +38,7 @@ TEST(ManualCommands, setPercentReplacesEveryEntryOfItsFanByOneAtTheEnd) {
     const auto controller = install<PlanKeeper>(harness);
     EXPECT_EQ(harness.run(controller->applyPlan(crowdedPlan())), ControlResult::applied());
 
-    EXPECT_EQ(harness.run(controller->setPercent(1, 25)), ControlResult::applied());
+    EXPECT_EQ(harness.run(controller->setPercent(1_fan, 25_percent)), ControlResult::applied());
     auto expected = crowdedPlan();
     expected.fans = {{.fanID = 0, .mode = rpm(3000.0)}, {.fanID = 1, .mode = percent(25.0)}};
     EXPECT_EQ(controller->plans.back(), expected);
@@ -47,16 +48,17 @@ TEST(ManualCommands, setPercentReplacesEveryEntryOfItsFanByOneAtTheEnd) {
 TEST(ManualCommands, withoutAPlanTheFirstCommandIsTheWholePlan) {
     ControllerHarness harness(steadyMachine(), withoutJitter);
     const auto controller = install<PlanKeeper>(harness);
-    (void)harness.run(controller->setManual(1, 2000));
+    (void)harness.run(controller->setManual(1_fan, 2000_rpm));
     EXPECT_EQ(controller->plans.back(), planOf({{1, rpm(2000.0)}}));
 }
 
-TEST(ManualCommands, aSpeedIsPassedOnUncheckedAndKeptWithinTheFansLimitsWhenHeld) {
+TEST(ManualCommands, aSpeedIsPassedOnUncheckedAndClampedToTheFansLimitsWhenHeld) {
     ControllerHarness harness(steadyMachine(), withoutJitter);
     const auto controller = install<PlanKeeper>(harness);
     for (const std::int64_t speed : {std::int64_t{-5}, std::int64_t{0}, std::int64_t{9000},
                                      std::numeric_limits<std::int64_t>::max()}) {
-        EXPECT_EQ(harness.run(controller->setManual(0, speed)), ControlResult::applied());
+        EXPECT_EQ(harness.run(controller->setManual(0_fan, numbers::WholeRPM(speed))),
+                  ControlResult::applied());
         EXPECT_EQ(controller->plans.back(), planOf({{0, rpm(static_cast<double>(speed))}}));
         EXPECT_EQ(harness.mac().fan(0).target, speed > 0 ? 6000 : 1200);
     }
@@ -66,10 +68,12 @@ TEST(ManualCommands, aPercentageIsPassedOnAsItIs) {
     ControllerHarness harness(steadyMachine(), withoutJitter);
     const auto controller = install<PlanKeeper>(harness);
     for (const double share : {12.5, -3.0, 250.0}) {
-        EXPECT_EQ(harness.run(controller->setPercent(0, share)), ControlResult::applied());
+        EXPECT_EQ(harness.run(controller->setPercent(0_fan, numbers::Percent(share))),
+                  ControlResult::applied());
         EXPECT_EQ(controller->plans.back(), planOf({{0, percent(share)}}));
     }
-    EXPECT_EQ(harness.run(controller->setPercent(0, notANumber)), ControlResult::applied());
+    EXPECT_EQ(harness.run(controller->setPercent(0_fan, numbers::Percent(notANumber))),
+              ControlResult::applied());
     const auto& mode = controller->plans.back().fans.front().mode.mode;
     EXPECT_TRUE(std::isnan(std::get<plan::FixedPercent>(mode).percent));
 }
@@ -78,8 +82,8 @@ TEST(ManualCommands, everyCommandGoesThroughAnApplyPlanThatInterceptsIt) {
     ControllerHarness harness(steadyMachine(), withoutJitter);
     const auto controller = install<PlanKeeper>(harness);
     controller->answer = ControlResult::rejected(7);
-    EXPECT_EQ(harness.run(controller->setManual(0, 2000)), ControlResult::rejected(7));
-    EXPECT_EQ(harness.run(controller->setPercent(1, 50)), ControlResult::rejected(7));
+    EXPECT_EQ(harness.run(controller->setManual(0_fan, 2000_rpm)), ControlResult::rejected(7));
+    EXPECT_EQ(harness.run(controller->setPercent(1_fan, 50_percent)), ControlResult::rejected(7));
     EXPECT_EQ(harness.run(controller->fullBlast()), ControlResult::rejected(7));
     EXPECT_EQ(controller->plans, (std::vector{planOf({{0, rpm(2000)}}), planOf({{1, percent(50)}}),
                                               planOf({{0, percent(100)}, {1, percent(100)}})}));
@@ -119,7 +123,7 @@ TEST(ManualCommands, fullBlastOnAMachineWithoutFansIsAnEmptyPlan) {
 TEST(ManualCommands, fullBlastWithoutAReadableCountOfFansFailsAndChangesNothing) {
     ControllerHarness harness(steadyMachine(), withoutJitter);
     const auto controller = install<PlanKeeper>(harness);
-    (void)harness.run(controller->setManual(0, 3000));
+    (void)harness.run(controller->setManual(0_fan, 3000_rpm));
     forget(harness);
 
     auto unreadable = missing("FNum");
@@ -132,7 +136,7 @@ TEST(ManualCommands, fullBlastWithoutAReadableCountOfFansFailsAndChangesNothing)
     EXPECT_EQ(harness.mac().fan(0).mode, FanMode::forced);
 
     harness.advance(10ms);
-    (void)harness.run(controller->setManual(1, 4000));
+    (void)harness.run(controller->setManual(1_fan, 4000_rpm));
     EXPECT_EQ(controller->plans.back(), planOf({{0, rpm(3000)}, {1, rpm(4000)}}));
 }
 
@@ -172,13 +176,13 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(ManualCommands, aFanThatIsHeldAlreadyIsPublishedInItsNewMode) {
     ControllerHarness harness(steadyMachine(), withoutJitter);
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     (void)harness.run(harness.controller().fullBlast());
     const std::map<std::int64_t, ControlMode> modes{{0, ControlMode::fullBlast},
                                                     {1, ControlMode::fullBlast}};
     EXPECT_EQ(harness.state().perFanMode, modes);
     EXPECT_EQ(harness.mac().fan(0).target, 6000);
-    (void)harness.run(harness.controller().setManual(0, 2000));
+    (void)harness.run(harness.controller().setManual(0_fan, 2000_rpm));
     EXPECT_EQ(harness.state().perFanMode.at(0), ControlMode::manual);
     EXPECT_EQ(harness.state().perFanMode.at(1), ControlMode::fullBlast);
 }
@@ -186,7 +190,7 @@ TEST(ManualCommands, aFanThatIsHeldAlreadyIsPublishedInItsNewMode) {
 /// Fan 1 keeps the plan busy, so that the loop is the first to publish.
 TEST(ManualCommands, aFanThatIsHeldAlreadyIsPublishedInItsNewModeWhileAnotherIsStillClaimed) {
     ControllerHarness harness(steadyMachine(), withoutJitter);
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.mac().smc().add(refusal("F1Md", 1, 0x82));
     forget(harness);
     (void)harness.start(harness.controller().fullBlast());
@@ -212,7 +216,7 @@ TEST(Automatic, givesEveryFanBackAndClearsThePlan) {
     forget(harness);
     harness.advance(60s);
     EXPECT_THAT(harness.writes, IsEmpty());  // the hold loop has ended
-    (void)harness.run(controller->setManual(1, 2000));
+    (void)harness.run(controller->setManual(1_fan, 2000_rpm));
     EXPECT_EQ(controller->plans.back(), planOf({{1, rpm(2000)}}));
 }
 
@@ -239,7 +243,7 @@ TEST(Automatic, tellsWhyAFanCouldNotBeGivenBack) {
 
 TEST(Automatic, isRefusedToAProcessThatIsNotRootWithoutAskingTheSMC) {
     ControllerHarness harness(steadyMachine(), withoutJitter);
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     forget(harness);
     harness.system.effectiveUserID = 501;
     EXPECT_EQ(harness.run(harness.controller().automatic()), ControlResult::notPrivileged());

@@ -20,7 +20,7 @@ protected:
         slowDown(harness, 5ms);
         atWrite(harness, "F0Md", 1, 1,
                 [this] { released = harness.start(harness.controller().automatic()); });
-        EXPECT_EQ(harness.run(harness.controller().setManual(0, 3000)),
+        EXPECT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
                   ControlResult::rejected(255));
         harness.advance(1s);
     }
@@ -62,7 +62,8 @@ TEST_F(SupersededClaimEnd, doesNotRaiseForceTestAnyMore) {
     harness.mac().smc().add(refusal("F0Md", 1, 0x82));
     atWrite(harness, "F0Md", 1, 20,
             [this] { released = harness.start(harness.controller().automatic()); });
-    EXPECT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::rejected(255));
+    EXPECT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
+              ControlResult::rejected(255));
     harness.advance(1s);
     EXPECT_EQ(*released, ControlResult::applied());
     EXPECT_FALSE(harness.mac().forceTest());
@@ -74,7 +75,8 @@ TEST_F(SupersededClaimEnd, stopsWhenItWasRaisingForceTest) {
     slowDown(harness, 5ms);
     atWrite(harness, "Ftst", 1, 2,
             [this] { released = harness.start(harness.controller().automatic()); });
-    EXPECT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::rejected(255));
+    EXPECT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
+              ControlResult::rejected(255));
     harness.advance(1s);
     EXPECT_THAT(harness.writes, testing::Not(testing::Contains("F0Md=1")));
     EXPECT_FALSE(harness.mac().forceTest());
@@ -93,7 +95,7 @@ TEST_F(SupersededClaimEnd, hasAFanThatRefusesToGoBackTriedAgain) {
 }
 
 TEST_F(SupersededClaimEnd, ofAFanThatWasHeldBesideOthersGivesTheOthersBackToo) {
-    (void)harness.run(harness.controller().setManual(1, 3000));
+    (void)harness.run(harness.controller().setManual(1_fan, 3000_rpm));
     forget(harness);
     supersede();
     EXPECT_EQ(*released, ControlResult::applied());
@@ -105,7 +107,7 @@ TEST_F(SupersededClaimEnd, ofAFanThatWasHeldBesideOthersGivesTheOthersBackToo) {
 /// The release asks for fan 0 first. The older claim's own request for fan 1 is refused, but that
 /// fan is a newer plan's by then: no retry takes it away from that plan.
 TEST_F(SupersededClaimEnd, hasNoFanTriedAgainThatANewerPlanManages) {
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.mac().smc().add(refusal("F1Md", 0, 0x86, 0s, 1s));
     slowDown(harness, 5ms);
     Answer newer;
@@ -114,7 +116,8 @@ TEST_F(SupersededClaimEnd, hasNoFanTriedAgainThatANewerPlanManages) {
         newer =
             harness.start(harness.controller().applyPlan(planOf({{0, rpm(4000)}, {1, rpm(5000)}})));
     });
-    EXPECT_EQ(harness.run(harness.controller().setManual(1, 3000)), ControlResult::rejected(255));
+    EXPECT_EQ(harness.run(harness.controller().setManual(1_fan, 3000_rpm)),
+              ControlResult::rejected(255));
     harness.advance(1500ms);
     EXPECT_EQ(*newer, ControlResult::applied());
     forget(harness);

@@ -16,7 +16,8 @@ void advanceTo(ControllerHarness& harness, concurrency::Duration time) {
 void letTheFirstTickClaim(ControllerHarness& harness) {
     harness.mac().smc().add(refusal("F0Md", 1, 0x86, 0s, 1200ms));
     harness.mac().smc().add(refusal("F0Md", 1, 0x82, 1200ms, 3s));
-    EXPECT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::rejected(134));
+    EXPECT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
+              ControlResult::rejected(134));
     advanceTo(harness, 2500ms);
     EXPECT_EQ(harness.writes.back(), "F0Md=1 (0x82)");
     forget(harness);
@@ -87,7 +88,7 @@ TEST(SupersededClaim, ofAPlansOwnStepLeavesItsFanAutomaticWhateverTheHeat) {
     ControllerHarness harness(steadyMachine(1), withoutJitter);
     harness.mac().smc().add(refusal("F0Md", 1, 0x82, 0s, 15s));
     harness.advance(1s);
-    const Answer plan = harness.start(harness.controller().setManual(0, 3000));
+    const Answer plan = harness.start(harness.controller().setManual(0_fan, 3000_rpm));
     for (int second = 2; second <= 13; ++second) {
         advanceTo(harness, concurrency::Duration(1s) * second);
         harness.run(harness.controller().heartbeat());
@@ -102,7 +103,7 @@ TEST(SupersededClaim, ofAPlansOwnStepLeavesItsFanAutomaticWhateverTheHeat) {
 TEST(SupersededClaim, ofAPlansOwnStepLeavesItsFanAutomaticWhenTheClientIsGone) {
     ControllerHarness harness(steadyMachine(1), withoutJitter);
     harness.mac().smc().add(refusal("F0Md", 1, 0x82, 0s, 15s));
-    const Answer plan = harness.start(harness.controller().setManual(0, 3000));
+    const Answer plan = harness.start(harness.controller().setManual(0_fan, 3000_rpm));
     harness.advance(13s);
     EXPECT_EQ(harness.run(harness.controller().restoreAuto()), std::nullopt);
     harness.advance(7s);
@@ -148,7 +149,7 @@ TEST(SupersededClaim, ofEachOfTwoStepsAtOnceStops) {
 TEST(SupersededClaim, ofAPlanStopsBeforeItsNextWriteAndIsAnswered255) {
     ControllerHarness harness(steadyMachine(1), withoutJitter);
     harness.mac().smc().add(refusal("F0Md", 1, 0x82, 0s, 3s));
-    const Answer plan = harness.start(harness.controller().setManual(0, 3000));
+    const Answer plan = harness.start(harness.controller().setManual(0_fan, 3000_rpm));
     harness.advance(1s);
     forget(harness);
     EXPECT_EQ(harness.run(harness.controller().restoreAuto()), std::nullopt);
@@ -161,10 +162,10 @@ TEST(SupersededClaim, ofAPlanStopsBeforeItsNextWriteAndIsAnswered255) {
 
 TEST(SupersededClaim, ofAPlanIsAnswered255AfterASafetyReleaseToo) {
     ControllerHarness harness(steadyMachine(), withoutJitter);
-    (void)harness.run(harness.controller().setManual(1, 3000));
+    (void)harness.run(harness.controller().setManual(1_fan, 3000_rpm));
     harness.mac().smc().add(refusal("F0Md", 1, 0x82, 0s, 5s));
     harness.mac().setHIDTemperature(steadyLabel, 97);
-    const Answer plan = harness.start(harness.controller().setManual(0, 3000));
+    const Answer plan = harness.start(harness.controller().setManual(0_fan, 3000_rpm));
     harness.advance(2s);
     EXPECT_EQ(*plan, ControlResult::rejected(255));
     EXPECT_EQ(told(harness.published).back(),
@@ -191,7 +192,7 @@ TEST(SupersededClaim, ofAPlansFirstFanKeepsThePlanFromItsSecond) {
 }
 
 /// The SMC would take fan 0 at 3 s, between the release's writes for the one fan and the other.
-TEST(SupersededClaim, ofATickForcesNothingBehindTheReleasesWriteForItsFan) {
+TEST(SupersededClaim, ofATickForcesNothingAfterTheReleasesWriteForItsFan) {
     ControllerHarness harness(steadyMachine(2), withoutJitter);
     harness.mac().smc().add(refusal("F0Md", 1, 0x86, 0s, 1200ms));
     harness.mac().smc().add(refusal("F0Md", 1, 0x82, 1200ms, 3s));
@@ -214,7 +215,7 @@ TEST(SupersededClaim, ofATickForcesNothingBehindTheReleasesWriteForItsFan) {
 TEST(SupersededClaim, ofAPlanEndsWhenAPlanThatManagesNothingComes) {
     ControllerHarness harness(steadyMachine(1), withoutJitter);
     harness.mac().smc().add(refusal("F0Md", 1, 0x82));
-    const Answer plan = harness.start(harness.controller().setManual(0, 3000));
+    const Answer plan = harness.start(harness.controller().setManual(0_fan, 3000_rpm));
     harness.advance(1s);
     EXPECT_EQ(harness.run(harness.controller().applyPlan({})), ControlResult::applied());
     EXPECT_THAT(told(harness.published), ElementsAre("not holding"));
@@ -238,7 +239,7 @@ TEST(SupersededClaim, isNotBegunForAFanThatIsFoundWhileAReleaseIsUnderWay) {
                                   .operation = Fault::Operation::information,
                                   .latency = 400ms});
     harness.advance(1s);
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     advanceTo(harness, 3200ms);
     EXPECT_EQ(harness.run(harness.controller().automatic()), ControlResult::applied());
     advanceTo(harness, 60s);
@@ -248,7 +249,7 @@ TEST(SupersededClaim, isNotBegunForAFanThatIsFoundWhileAReleaseIsUnderWay) {
 }
 
 /// A tick claims one fan after the other, up to ten seconds each, and looks at nothing meanwhile.
-TEST(ClaimsOfATick, putItsNextChecksOff) {
+TEST(ClaimsOfATick, delayItsNextChecks) {
     ControllerHarness harness(steadyMachine(), withoutJitter);
     harness.mac().smc().add(refusal("F1Md", 1, 0x82));
     (void)harness.run(harness.controller().applyPlan(planOf({{0, rpm(3000)}, {1, rpm(3000)}})));

@@ -23,7 +23,7 @@ protected:
         return result;
     }
 
-    ScriptedBench harness{steadyMachine()};
+    ScriptedHarness harness{steadyMachine()};
     LocalFanController& controller = *harness.controller;
 
 private:
@@ -35,7 +35,7 @@ private:
 
 TEST_F(WithheldForcing, answersAPlanWith255AndPutsItNotInForce) {
     withhold();
-    EXPECT_EQ(harness.run(controller.setManual(0, 3000)), ControlResult::rejected(255));
+    EXPECT_EQ(harness.run(controller.setManual(0_fan, 3000_rpm)), ControlResult::rejected(255));
     EXPECT_THAT(harness.smc.reads, IsEmpty());
     EXPECT_FALSE(harness.system.mac.forceTest());
     harness.system.runtime.advance(60s);
@@ -54,12 +54,12 @@ TEST_F(WithheldForcing, stillAnswersAProcessThatIsNotRootThatItIsNotPrivileged) 
     const auto other = std::make_shared<LocalFanController>(harness.system.runtime, harness.smc,
                                                             harness.system.sensors,
                                                             [] { return std::uint32_t{501}; });
-    EXPECT_EQ(harness.run(other->setManual(0, 3000)), ControlResult::notPrivileged());
+    EXPECT_EQ(harness.run(other->setManual(0_fan, 3000_rpm)), ControlResult::notPrivileged());
 }
 
 TEST_F(WithheldForcing, endsAClaimThatIsUnderWay) {
     harness.smc.answers[{"F0Md", 1}] = std::uint8_t{0x82};
-    const auto plan = start(controller.setManual(0, 3000));
+    const auto plan = start(controller.setManual(0_fan, 3000_rpm));
     harness.system.runtime.advance(1s);
     EXPECT_EQ(*plan, std::nullopt);
     withhold();
@@ -77,14 +77,14 @@ TEST_F(WithheldForcing, letsEveryHeldFanGoBack) {
 }
 
 TEST_F(WithheldForcing, letsTheWatchdogGiveAFanBackThatIsHeld) {
-    EXPECT_EQ(harness.run(controller.setManual(0, 3000)), ControlResult::applied());
+    EXPECT_EQ(harness.run(controller.setManual(0_fan, 3000_rpm)), ControlResult::applied());
     withhold();
     harness.system.runtime.advance(20s);
     EXPECT_EQ(modeOf(0), FanMode::automatic);
 }
 
 TEST_F(WithheldForcing, letsARetryGiveAFanBack) {
-    EXPECT_EQ(harness.run(controller.setManual(0, 3000)), ControlResult::applied());
+    EXPECT_EQ(harness.run(controller.setManual(0_fan, 3000_rpm)), ControlResult::applied());
     harness.smc.answers[{"F0Md", 0}] = std::uint8_t{0x86};
     EXPECT_NE(harness.run(controller.restoreAuto()), std::nullopt);
     withhold();
@@ -107,23 +107,23 @@ TEST_F(WithheldForcing, atTheStartLetsTheExitFindTheFanThatRecoveryCouldNotRead)
 
 TEST_F(WithheldForcing, showsNoTargetThatWasWithheldBesideIt) {
     harness.smc.targetAnswer = std::unexpected(smc::SMCError::withheld());
-    EXPECT_EQ(harness.run(controller.setManual(0, 3000)), ControlResult::applied());
+    EXPECT_EQ(harness.run(controller.setManual(0_fan, 3000_rpm)), ControlResult::applied());
     EXPECT_THAT(harness.run(controller.currentState()).targets, IsEmpty());
 }
 
 TEST_F(WithheldForcing, isNoReasonNotToShowATargetThatWasRefused) {
     harness.smc.targetAnswer = std::uint8_t{0x86};
-    EXPECT_EQ(harness.run(controller.setManual(0, 3000)), ControlResult::applied());
+    EXPECT_EQ(harness.run(controller.setManual(0_fan, 3000_rpm)), ControlResult::applied());
     EXPECT_THAT(harness.run(controller.currentState()).targets,
                 ElementsAre(testing::Pair(0, 3000)));
 }
 
 TEST_F(WithheldForcing, isOverForAPlanThatComesWhenForcingIsTakenAgain) {
     withhold();
-    EXPECT_EQ(harness.run(controller.setManual(0, 3000)), ControlResult::rejected(255));
+    EXPECT_EQ(harness.run(controller.setManual(0_fan, 3000_rpm)), ControlResult::rejected(255));
     harness.smc.isForcingTaken = true;
     harness.smc.answers.clear();
-    EXPECT_EQ(harness.run(controller.setManual(1, 3000)), ControlResult::applied());
+    EXPECT_EQ(harness.run(controller.setManual(1_fan, 3000_rpm)), ControlResult::applied());
     EXPECT_EQ(modeOf(0), FanMode::automatic);  // the plan that was refused is forgotten
     EXPECT_EQ(modeOf(1), FanMode::forced);
 }

@@ -32,7 +32,8 @@ TEST_F(ApplyPlan, isRefusedToAProcessThatIsNotRootAndChangesNothing) {
     forget(harness);
     harness.system.effectiveUserID = 501;
     EXPECT_EQ(apply({{1, rpm(4000)}}), ControlResult::notPrivileged());
-    EXPECT_EQ(harness.run(harness.controller().setManual(1, 4000)), ControlResult::notPrivileged());
+    EXPECT_EQ(harness.run(harness.controller().setManual(1_fan, 4000_rpm)),
+              ControlResult::notPrivileged());
     EXPECT_THAT(harness.writes, IsEmpty());
     EXPECT_THAT(harness.reads, IsEmpty());
     EXPECT_THAT(harness.published, IsEmpty());

@@ -129,7 +129,7 @@ TEST_F(AssertPlan, writesOnInSpiteOfEveryError) {
 
 TEST_F(AssertPlan, recordsATargetThatCouldNotBeWritten) {
     harness.mac().smc().add(failure("F0Tg", 3000));
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     const std::map<std::int64_t, std::int64_t> targets{{0, 3000}};
     EXPECT_EQ(harness.state().targets, targets);
     EXPECT_EQ(harness.mac().fan(0).target, 1200);

@@ -11,7 +11,7 @@ class NewerHoldLoop : public testing::Test {
 protected:
     NewerHoldLoop() {
         slowDown(harness, 10ms);
-        (void)harness.run(harness.controller().setManual(0, 3000));
+        (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
         atRead("FNum", [this] { restart = harness.start(restarted(harness.controller())); });
         harness.advance(3s);
         EXPECT_EQ(*restart, ControlResult::applied());
@@ -20,7 +20,7 @@ protected:
 
     static concurrency::Task<ControlResult> restarted(LocalFanController& controller) {
         (void)co_await controller.automatic();
-        co_return co_await controller.setManual(0, 4000);
+        co_return co_await controller.setManual(0_fan, 4000_rpm);
     }
     void atRead(const std::string& key, std::function<void()> arrive) {
         const auto isOver = std::make_shared<bool>(false);
@@ -48,13 +48,13 @@ TEST_F(NewerHoldLoop, goesOnAndItsWatchdogWithIt) {
 }
 
 TEST_F(NewerHoldLoop, isFoundByTheNextPlanWhichStartsNoOther) {
-    (void)harness.run(harness.controller().setManual(0, 5000));
+    (void)harness.run(harness.controller().setManual(0_fan, 5000_rpm));
     EXPECT_EQ(snapshotsIn(7s), 4);
     EXPECT_EQ(harness.mac().fan(0).target, 5000);
 }
 
 TEST_F(NewerHoldLoop, countsSnapshotsWithoutTemperaturesOnceForEachTick) {
-    (void)harness.run(harness.controller().setManual(0, 5000));
+    (void)harness.run(harness.controller().setManual(0_fan, 5000_rpm));
     forget(harness);
     harness.mac().setHIDTemperature(steadyLabel, 1000);  // not plausible
     harness.advance(1700ms);
@@ -66,7 +66,7 @@ TEST_F(NewerHoldLoop, countsSnapshotsWithoutTemperaturesOnceForEachTick) {
 }
 
 TEST_F(NewerHoldLoop, goesOnTellingOfASafetyReleaseThatNoOtherLoopErases) {
-    (void)harness.run(harness.controller().setManual(0, 5000));
+    (void)harness.run(harness.controller().setManual(0_fan, 5000_rpm));
     harness.mac().setHIDTemperature(steadyLabel, 99);
     harness.advance(2s);
     const std::string heat = "not holding: thermal ceiling 99°C exceeded — released to Auto";

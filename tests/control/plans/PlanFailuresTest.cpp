@@ -125,7 +125,7 @@ TEST(PlanFailures, lowerCaseModeKeysAreUsedThroughout) {
                                             "Ftst=1", "F0md=0", "Ftst=1", "F0md=0", "Ftst=0"));
 }
 
-TEST(PlanFailures, twoFansThatCannotBeGivenBackAreToldInOneText) {
+TEST(PlanFailures, twoFansThatCannotBeGivenBackAreNamedInOneError) {
     ControllerHarness harness(steadyMachine(3), withoutJitter);
     (void)apply(harness, {{0, rpm(3000)}, {1, rpm(4000)}, {2, rpm(5000)}});
     harness.mac().smc().add(refusal("F0Md", 0));

@@ -197,18 +197,19 @@ TEST(PlanDuringARetry, endsItAtItsNextFan) {
 TEST(PlanDuringAClaim, decidesHowTheFanIsPublishedThatTheOlderPlanIsGrantedLater) {
     ControllerHarness harness(steadyMachine(1), withoutJitter);
     harness.mac().smc().add(refusal("F0Md", 1, 0x82, 0s, 620ms));
-    const Answer older = harness.start(harness.controller().setPercent(0, 50));
+    const Answer older = harness.start(harness.controller().setPercent(0_fan, 50_percent));
     harness.advance(550ms);
-    EXPECT_EQ(harness.run(harness.controller().setPercent(0, 100)), ControlResult::applied());
+    EXPECT_EQ(harness.run(harness.controller().setPercent(0_fan, 100_percent)),
+              ControlResult::applied());
     harness.advance(5s);
     EXPECT_EQ(*older, ControlResult::applied());
     EXPECT_EQ(harness.mac().fan(0).target, 6000);
     EXPECT_EQ(harness.state().perFanMode.at(0), ControlMode::fullBlast);
 }
 
-/// The same with an older plan that has failed at another fan before, and ends behind the newer
+/// The same with an older plan that has failed at another fan before, and ends after the newer
 /// one.
-TEST(PlanDuringAClaim, isNotToldToHaveFailedWhenTheOlderPlanEndsBehindIt) {
+TEST(PlanDuringAClaim, isNotPublishedAsFailedWhenTheOlderPlanEndsAfterIt) {
     ControllerHarness harness(steadyMachine(1), withoutJitter);
     harness.mac().smc().add(refusal("F0Md", 1, 0x82, 0s, 620ms));
     const Answer older =
@@ -224,7 +225,7 @@ TEST(PlanDuringAClaim, isNotToldToHaveFailedWhenTheOlderPlanEndsBehindIt) {
 TEST_P(PlanRaces, aHeartbeatIsServedDuringAClaimOfTenSeconds) {
     ControllerHarness harness(steadyMachine(1), options());
     harness.mac().smc().add(refusal("F0Md", 1, 0x82));
-    const auto plan = harness.start(harness.controller().setManual(0, 3000));
+    const auto plan = harness.start(harness.controller().setManual(0_fan, 3000_rpm));
     for (int second = 1; second <= 9; ++second) {
         harness.advance(1s);
         const auto before = harness.system.elapsed();

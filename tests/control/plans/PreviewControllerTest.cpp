@@ -9,11 +9,17 @@
 #include "control/StandardOutput.h"
 #include "simulation/daemon/SimulatedSystem.h"
 #include "simulation/runtime/SimulatedRuntime.h"
+#include "support/Doubles.h"
+#include "support/Plans.h"
+#include "support/UnitLiterals.h"
 
 namespace airflow::control {
 namespace {
 
+using tests::notANumber;
+using tests::planOf;
 using namespace std::chrono_literals;
+using namespace tests::literals;
 using plan::FanControlModePlan;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -46,10 +52,6 @@ protected:
     std::vector<ControlState> published;
 };
 
-plan::FanControlPlan planOf(std::vector<plan::FanPlan> fans) {
-    return {.fans = std::move(fans), .rules = {}, .tuning = {}};
-}
-
 plan::FanCurve emptyCurve() {
     return {.sourceSensorID = {}, .points = {}};
 }
@@ -64,7 +66,7 @@ TEST_F(Preview, startsIdleAndAutomatic) {
 }
 
 TEST_F(Preview, holdsAFanAtASpeedAfterItsDelay) {
-    runtime.detach("command", discard(controller.setManual(0, 1800)));
+    runtime.detach("command", discard(controller.setManual(0_fan, 1800_rpm)));
     runtime.advance(399ms);
     EXPECT_THAT(published, ElementsAre(ControlState::idle()));
     EXPECT_EQ(controller.mode(), ControlMode::automatic);
@@ -82,9 +84,9 @@ TEST_F(Preview, holdsAFanAtASpeedAfterItsDelay) {
 }
 
 TEST_F(Preview, holdsAFanAtAPercentageAndLeavesItsTarget) {
-    EXPECT_EQ(run(controller.setManual(1, 1800)), ControlResult::applied());
-    EXPECT_EQ(run(controller.setPercent(1, 55)), ControlResult::applied());
-    EXPECT_EQ(run(controller.setPercent(2, 40)), ControlResult::applied());
+    EXPECT_EQ(run(controller.setManual(1_fan, 1800_rpm)), ControlResult::applied());
+    EXPECT_EQ(run(controller.setPercent(1_fan, 55_percent)), ControlResult::applied());
+    EXPECT_EQ(run(controller.setPercent(2_fan, 40_percent)), ControlResult::applied());
     EXPECT_EQ(controller.mode(), ControlMode::manual);
     EXPECT_EQ(controller.currentState(),
               (ControlState{.perFanMode = {{1, ControlMode::manual}, {2, ControlMode::manual}},
@@ -95,7 +97,7 @@ TEST_F(Preview, holdsAFanAtAPercentageAndLeavesItsTarget) {
 }
 
 TEST_F(Preview, showsFullBlastAsItsOverallModeOnly) {
-    (void)run(controller.setManual(0, 1800));
+    (void)run(controller.setManual(0_fan, 1800_rpm));
     published.clear();
     EXPECT_EQ(run(controller.fullBlast()), ControlResult::applied());
     EXPECT_EQ(controller.mode(), ControlMode::fullBlast);
@@ -137,8 +139,7 @@ INSTANTIATE_TEST_SUITE_P(
         PlannedMode{FanControlModePlan::fixedPercent(99.99), ControlMode::manual, true},
         PlannedMode{FanControlModePlan::fixedPercent(100), ControlMode::fullBlast, true},
         PlannedMode{FanControlModePlan::fixedPercent(100.01), ControlMode::fullBlast, true},
-        PlannedMode{FanControlModePlan::fixedPercent(std::numeric_limits<double>::quiet_NaN()),
-                    ControlMode::manual, true},
+        PlannedMode{FanControlModePlan::fixedPercent(notANumber), ControlMode::manual, true},
         PlannedMode{FanControlModePlan::curve(emptyCurve()), ControlMode::manual, true},
         PlannedMode{FanControlModePlan::automatic(), ControlMode::automatic, false}));
 
@@ -154,7 +155,7 @@ TEST_F(Preview, takesTheLastEntryOfAFanAndHoldsForAnyEntryThatIsNotAutomatic) {
 }
 
 TEST_F(Preview, keepsFansThatAPlanDoesNotName) {
-    (void)run(controller.setManual(0, 1800));
+    (void)run(controller.setManual(0_fan, 1800_rpm));
     (void)run(
         controller.applyPlan(planOf({{.fanID = 1, .mode = FanControlModePlan::automatic()}})));
     EXPECT_EQ(controller.currentState(),
@@ -182,7 +183,7 @@ TEST_F(Preview, isIdleAtOnceAfterAutomatic) {
 }
 
 TEST_F(Preview, isIdleAtOnceAfterRestoreAuto) {
-    (void)run(controller.setManual(0, 1800));
+    (void)run(controller.setManual(0_fan, 1800_rpm));
     published.clear();
     const auto before = runtime.now();
     EXPECT_EQ(run(controller.restoreAuto()), std::nullopt);
@@ -210,10 +211,10 @@ TEST_F(Preview, recordsEveryCommandByteForByteInOrder) {
                         {.fanID = 1, .mode = FanControlModePlan::automatic()},
                         {.fanID = 1, .mode = FanControlModePlan::curve(emptyCurve())}});
     plan.rules.resize(4);
-    (void)run(controller.setManual(-1, -2500));
-    (void)run(controller.setManual(std::numeric_limits<std::int64_t>::min(),
-                                   std::numeric_limits<std::int64_t>::max()));
-    (void)run(controller.setPercent(12, 55));
+    (void)run(controller.setManual(numbers::FanIndex(-1), numbers::WholeRPM(-2500)));
+    (void)run(controller.setManual(numbers::FanIndex(std::numeric_limits<std::int64_t>::min()),
+                                   numbers::WholeRPM(std::numeric_limits<std::int64_t>::max())));
+    (void)run(controller.setPercent(12_fan, 55_percent));
     (void)run(controller.fullBlast());
     (void)run(controller.applyPlan(plan));
     (void)run(controller.applyPlan(plan::FanControlPlan::allAutomatic()));
@@ -257,15 +258,15 @@ TEST_F(Preview, writesPercentagesInTheirShortestForm) {
         {-Limits::infinity(), "-inf"},
         {Limits::quiet_NaN(), "nan"}};
     for (const auto& [percent, text] : percentages) {
-        (void)run(controller.setPercent(0, percent));
+        (void)run(controller.setPercent(0_fan, numbers::Percent(percent)));
         EXPECT_EQ(controller.log().back(), "setPercent(fan: 0, percent: " + text + ")");
     }
 }
 
 TEST_F(Preview, letsOtherCommandsRunWhileItPretendsToAcquire) {
-    runtime.detach("first", discard(controller.setManual(0, 1800)));
+    runtime.detach("first", discard(controller.setManual(0_fan, 1800_rpm)));
     runtime.advance(200ms);
-    runtime.detach("second", discard(controller.setManual(1, 2400)));
+    runtime.detach("second", discard(controller.setManual(1_fan, 2400_rpm)));
     runtime.advance(100ms);
     EXPECT_THAT(controller.log(),
                 ElementsAre("setManual(fan: 0, rpm: 1800)", "setManual(fan: 1, rpm: 2400)"));
@@ -290,7 +291,7 @@ protected:
 };
 
 TEST_F(PreviewWithoutDelay, holdsAtOnce) {
-    EXPECT_EQ(run(controller.setManual(0, 1800)), ControlResult::applied());
+    EXPECT_EQ(run(controller.setManual(0_fan, 1800_rpm)), ControlResult::applied());
     EXPECT_EQ(runtime.now().time_since_epoch(), 0ms);
     EXPECT_EQ(published.size(), 2U);
 }

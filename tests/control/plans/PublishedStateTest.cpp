@@ -3,15 +3,13 @@
 #include <vector>
 
 #include "AccessLog.h"
+#include "support/Plans.h"
 
 namespace airflow::control {
 namespace {
 
 using plan::FanControlModePlan;
-
-plan::FanControlPlan planOf(std::vector<plan::FanPlan> fans) {
-    return {.fans = std::move(fans), .rules = {}, .tuning = {}};
-}
+using tests::planOf;
 
 plan::FanCurve flatCurve(double percent) {
     return {.sourceSensorID = {}, .points = {{.id = {}, .celsius = 0, .percent = percent}}};
@@ -42,7 +40,7 @@ TEST(PublishedState, namesTheModeAndTargetOfEveryHeldFan) {
 TEST(PublishedState, carriesAnErrorUntilTheNextPublicationWithoutOne) {
     ControllerHarness harness;
     refuse(harness, "F0Md", 1, 0x86, 500ms);
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     EXPECT_EQ(harness.state().lastError, "applyPlan: rejected(code: 134)");
     harness.run(harness.controller().heartbeat());
     EXPECT_EQ(harness.state().lastError, "applyPlan: rejected(code: 134)");
@@ -81,7 +79,8 @@ TEST(PublishedState, goesOnListingStoppedFansAfterAReleaseUntilTheNextControlSte
     harness.advance(3600s);
     EXPECT_EQ(harness.state(), released);
 
-    ASSERT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
+    ASSERT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
+              ControlResult::applied());
     EXPECT_EQ(harness.state().stoppedFans, std::nullopt);
 }
 
@@ -119,7 +118,8 @@ TEST(PublishedState, keepsATargetAtTheEndOfTheRange) {
 
 TEST(PublishedState, yieldsEveryPublicationEvenOneEqualToTheLast) {
     ControllerHarness harness;
-    ASSERT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
+    ASSERT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
+              ControlResult::applied());
     ASSERT_EQ(harness.published.size(), 1U);
     harness.advance(7s);  // four ticks, each a little longer than 1.5 s for the sensors
     const ControlState held{.perFanMode = {{0, ControlMode::manual}},
@@ -132,7 +132,7 @@ TEST(PublishedState, yieldsEveryPublicationEvenOneEqualToTheLast) {
 
 TEST(PublishedState, namesTheReasonOfASafetyReleaseUntilAClientSendsTheFansToAuto) {
     ControllerHarness harness;
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.run(harness.controller().releaseForSafety(CeilingExceeded{97.0}));
     EXPECT_EQ(harness.state().lastError, "thermal ceiling 97°C exceeded — released to Auto");
     harness.advance(60s);
@@ -144,7 +144,7 @@ TEST(PublishedState, namesTheReasonOfASafetyReleaseUntilAClientSendsTheFansToAut
 TEST(PublishedState, waitsForAReaderThatComesLate) {
     simulation::SimulatedSystem system(plainMachine());
     auto& controller = *system.controller;
-    (void)system.runtime.run(controller.setManual(0, 3000));
+    (void)system.runtime.run(controller.setManual(0_fan, 3000_rpm));
     system.runtime.advance(4s);
     (void)system.runtime.run(controller.restoreAuto());
     auto& stream = controller.stateStream();
@@ -158,7 +158,7 @@ TEST(PublishedState, isNotDroppedHoweverSlowlyItIsRead) {
     auto& controller = *system.controller;
     constexpr int commands = 2000;
     for (int i = 0; i < commands; ++i) {
-        (void)system.runtime.run(controller.setManual(0, 1200 + i));
+        (void)system.runtime.run(controller.setManual(0_fan, numbers::WholeRPM(1200 + i)));
     }
     auto& stream = controller.stateStream();
     std::int64_t read = 1200;
@@ -173,7 +173,7 @@ TEST(PublishedState, isNotDroppedHoweverSlowlyItIsRead) {
 TEST(PublishedState, canBeReadWhileACommandWaitsForTheMachine) {
     ControllerHarness harness;
     refuse(harness, "F0Md", 1, 0x82);
-    const auto result = harness.start(harness.controller().setManual(0, 3000));
+    const auto result = harness.start(harness.controller().setManual(0_fan, 3000_rpm));
     harness.advance(5s);
     EXPECT_EQ(harness.state(), ControlState::idle());
     EXPECT_FALSE(result->has_value());

@@ -36,13 +36,13 @@ protected:
 
 TEST_F(StepDate, ofAPlansStepIsTheEndOfItsClaimsNotThatOfTheSnapshot) {
     harness.mac().smc().add(refusal("F0Md", 1, 0x82, 0s, 450ms));
-    (void)harness.run(controller->setManual(0, 3000));
+    (void)harness.run(controller->setManual(0_fan, 3000_rpm));
     EXPECT_EQ(harness.system.runtime.date(), after(580ms));
     EXPECT_THAT(controller->dates, ElementsAre(after(500ms)));
 }
 
 TEST_F(StepDate, ofATickIsTheEndOfItsSnapshot) {
-    (void)harness.run(controller->setManual(0, 3000));
+    (void)harness.run(controller->setManual(0_fan, 3000_rpm));
     harness.advance(3500ms);
     EXPECT_THAT(controller->dates, ElementsAre(start, after(1580ms), after(3160ms)));
 }
@@ -52,7 +52,7 @@ TEST_F(StepDate, ofATickIsTheEndOfItsSnapshot) {
 class StepSupersededAtItsLastFan : public testing::Test {
 protected:
     StepSupersededAtItsLastFan() {
-        (void)harness.run(harness.controller().setManual(0, 3000));
+        (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
         harness.mac().smc().add(misreading("F0Md", 3));
         atWrite(harness, "F0Tg", 3000, 1,
                 [this] { released = harness.start(harness.controller().automatic()); });
@@ -111,7 +111,7 @@ TEST(StepRaces, aTickWhoseLastFanWasReleasedBeforeItWasReadTellsNothing) {
     LateReadings smc(system.runtime, system.smc);
     system.controller = std::make_shared<LocalFanController>(system.runtime, smc, system.sensors,
                                                              [] { return std::uint32_t{0}; });
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.mac().smc().add(misreading("F0Md", 3));
     std::shared_ptr<std::optional<ControlResult>> released;
     atWrite(harness, "F0Tg", 3000, 1,
@@ -130,9 +130,11 @@ TEST(StepRaces, aFanThatATickClaimsIsPublishedAsTheNewerPlanHasIt) {
     ControllerHarness harness(steadyMachine(1), withoutJitter);
     harness.mac().smc().add(refusal("F0Md", 1, 0x86, 0s, 1200ms));
     harness.mac().smc().add(refusal("F0Md", 1, 0x82, 1200ms, 3s));
-    EXPECT_EQ(harness.run(harness.controller().setPercent(0, 100)), ControlResult::rejected(134));
+    EXPECT_EQ(harness.run(harness.controller().setPercent(0_fan, 100_percent)),
+              ControlResult::rejected(134));
     harness.advance(2500ms - harness.system.elapsed());
-    EXPECT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
+    EXPECT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
+              ControlResult::applied());
     harness.advance(4s - harness.system.elapsed());
     EXPECT_EQ(harness.state().perFanMode.at(0), ControlMode::manual);
     harness.advance(2s);

@@ -1,10 +1,12 @@
 // Plans and counts of fans that a release superseded: what they are answered, and that they write,
 // hold and publish nothing afterwards.
 #include "HoldHarness.h"
+#include "support/Doubles.h"
 
 namespace airflow::control {
 namespace {
 
+using tests::notANumber;
 using Answer = std::shared_ptr<std::optional<ControlResult>>;
 
 class SupersededPlan : public testing::Test {
@@ -52,7 +54,8 @@ protected:
 TEST_F(SupersededPlan, isAnswered255WhenItWasLookingForAModeKey) {
     slowDown(harness, 5ms);
     supersedeAtRead("F0Md");
-    EXPECT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::rejected(255));
+    EXPECT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
+              ControlResult::rejected(255));
     expectOver();
     EXPECT_THAT(writesBefore, ElementsAre("Ftst=1"));
 }
@@ -68,7 +71,7 @@ TEST_F(SupersededPlan, isAnswered255WhenItWasLookingForAModeKeyInVain) {
 }
 
 TEST_F(SupersededPlan, isAnswered255WhenItWasGivingDroppedFansBack) {
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     forget(harness);
     slowDown(harness, 5ms);
     supersedeAtWrite("F0Md", 0);
@@ -96,7 +99,8 @@ TEST_F(SupersededPlan, isAnswered255AlsoWhenAllItsFansWereHeldAlready) {
 TEST_F(SupersededPlan, keepsItsResultWhenItWasTakingItsSnapshotAndTakesNoStep) {
     slowDown(harness, 5ms);
     supersedeAtRead("FNum");
-    EXPECT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
+    EXPECT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
+              ControlResult::applied());
     harness.advance(1s);
     EXPECT_THAT(harness.writes,
                 ElementsAre("Ftst=1", "F0Md=1", "Ftst=1", "F0Md=0", "Ftst=0", "Ftst=0"));
@@ -116,7 +120,8 @@ TEST_F(SupersededPlan, keepsAFailureWhenItWasTakingItsSnapshotAndDoesNotTellIt) 
 TEST_F(SupersededPlan, keepsItsResultWhenItWasTakingItsStepAndPublishesNothing) {
     slowDown(harness, 5ms);
     supersedeAtWrite("F0Tg", 3000);
-    EXPECT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
+    EXPECT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
+              ControlResult::applied());
     harness.advance(1s);
     EXPECT_THAT(told(harness.published), ElementsAre("not holding"));
     expectOver();
@@ -127,7 +132,7 @@ TEST_F(SupersededPlan, doesNotEraseTheReleasesRefusalAtTheEndOfItsStep) {
     harness.mac().smc().add(refusal("F0Md", 0));
     slowDown(harness, 5ms);
     supersedeAtWrite("F0Tg", 3000);
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.advance(1s);
     const std::string refused = "holding: failed to restore Auto: F0Md=0 rejected (SMC 0x86)";
     EXPECT_THAT(told(harness.published), ElementsAre(refused));
@@ -135,7 +140,7 @@ TEST_F(SupersededPlan, doesNotEraseTheReleasesRefusalAtTheEndOfItsStep) {
 
 TEST_F(SupersededPlan, doesNotWatchForAHeartbeatAfterwards) {
     harness.mac().smc().add(refusal("F0Md", 1, 0x82));
-    const Answer plan = harness.start(harness.controller().setManual(0, 3000));
+    const Answer plan = harness.start(harness.controller().setManual(0_fan, 3000_rpm));
     harness.advance(1s);
     EXPECT_EQ(harness.run(harness.controller().automatic()), ControlResult::applied());
     harness.advance(60s);
@@ -145,7 +150,7 @@ TEST_F(SupersededPlan, doesNotWatchForAHeartbeatAfterwards) {
 }
 
 TEST_F(SupersededPlan, thatManagesNothingReleasesAllTheSame) {
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     forget(harness);
     slowDown(harness, 5ms);
     supersedeAtWrite("F0Md", 0);
@@ -155,10 +160,11 @@ TEST_F(SupersededPlan, thatManagesNothingReleasesAllTheSame) {
 
 TEST_F(SupersededPlan, letsTheNextPlanHold) {
     harness.mac().smc().add(refusal("F0Md", 1, 0x82, 0s, 2s));
-    const Answer plan = harness.start(harness.controller().setManual(0, 3000));
+    const Answer plan = harness.start(harness.controller().setManual(0_fan, 3000_rpm));
     harness.advance(1s);
     (void)harness.run(harness.controller().automatic());
-    EXPECT_EQ(harness.run(harness.controller().setManual(0, 4000)), ControlResult::applied());
+    EXPECT_EQ(harness.run(harness.controller().setManual(0_fan, 4000_rpm)),
+              ControlResult::applied());
     EXPECT_EQ(*plan, ControlResult::rejected(255));
     EXPECT_EQ(harness.mac().fan(0).target, 4000);
     EXPECT_EQ(told(harness.published).back(), "holding");
@@ -175,7 +181,7 @@ TEST_F(SupersededPlan, ofFullBlastIsAnswered255WhenItWasCountingTheFans) {
 }
 
 TEST_F(SupersededPlan, ofFullBlastFailsAsEverWhenTheFansCouldNotBeCounted) {
-    harness.mac().smc().add(misreading("FNum", std::numeric_limits<double>::quiet_NaN()));
+    harness.mac().smc().add(misreading("FNum", notANumber));
     harness.mac().smc().add(missing("FNum"));
     EXPECT_EQ(harness.run(harness.controller().fullBlast()),
               ControlResult::failed("could not read FNum"));
@@ -195,7 +201,7 @@ TEST_F(SupersededPlan, hasALoopThatDoesNotSayThatItGoesOn) {
     int checks = 0;
     harness.controller().checked = [&checks] { ++checks; };
     slowDown(harness, 5ms);
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.advance(1s);
     EXPECT_EQ(checks, 0);
     supersedeAtRead("FNum");
@@ -207,7 +213,7 @@ TEST_F(SupersededPlan, hasALoopThatDoesNotSayThatItGoesOn) {
 TEST_F(SupersededPlan, unlikeOneInForceHasALoopThatSaysThatItGoesOnWithEachTick) {
     int checks = 0;
     harness.controller().checked = [&checks] { ++checks; };
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.advance(7s);  // four ticks
     EXPECT_EQ(checks, 4);
 }

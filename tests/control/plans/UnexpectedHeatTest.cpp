@@ -8,7 +8,8 @@ namespace {
 
 TEST(UnexpectedHeat, thatTheSMCAloneMeasuresGivesTheFansBack) {
     ControllerHarness harness{*simulation::machinePreset("no-hid"), withoutJitter};
-    ASSERT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
+    ASSERT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
+              ControlResult::applied());
     const auto temperatures = harness.mac().smcTemperatures();
     ASSERT_FALSE(temperatures.empty());
     for (const auto& [key, celsius] : temperatures) harness.mac().setSMCTemperature(key, 99);
@@ -32,12 +33,14 @@ TEST(UnexpectedHeat, givesFansBackThatThePlanHoldsStopped) {
 /// The plan before it ended with the retry that gave its last fan back, not with a release.
 TEST(UnexpectedHeat, endsAPlanThatComesAfterOneThatEndedByItself) {
     ControllerHarness harness{steadyMachine(), withoutJitter};
-    ASSERT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
+    ASSERT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
+              ControlResult::applied());
     harness.mac().smc().add(refusal("F0Md", 0, 0x86, {}, harness.system.elapsed() + 1s));
     (void)harness.run(harness.controller().applyPlan(planOf({})));
     harness.advance(6s);
     ASSERT_EQ(harness.mac().fan(0).mode, FanMode::automatic);
-    ASSERT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
+    ASSERT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
+              ControlResult::applied());
     harness.mac().setHIDTemperature(steadyLabel, 99);
     harness.advance(3s);
     EXPECT_EQ(harness.mac().fan(0).mode, FanMode::automatic);

@@ -21,7 +21,7 @@ protected:
     ControllerHarness harness{steadyMachine(), withoutJitter};
 };
 
-TEST_F(FansOfTheGuard, areToldAsNotHeldAtOnce) {
+TEST_F(FansOfTheGuard, arePublishedAsNotHeldAtOnce) {
     giveBack(0);
     harness.settle();
     ASSERT_THAT(told(harness.published), ElementsAre("holding"));
@@ -58,7 +58,7 @@ TEST_F(FansOfTheGuard, stayHeldWhenALaterRequestForcedThemAgain) {
 }
 
 /// The SMC takes the guard's 0 and refuses the controller's own, a moment later.
-TEST_F(FansOfTheGuard, areNotToldAsHeldWhereTheSMCRefusesTheControllerAfterwards) {
+TEST_F(FansOfTheGuard, areNotPublishedAsHeldWhereTheSMCRefusesTheControllerAfterwards) {
     const std::uint64_t before = harness.controller().lastRequest();
     harness.mac().setMode(0, FanMode::automatic);
     harness.mac().smc().add(Fault{.key = "F0Md", .value = 0, .result = 0x86});

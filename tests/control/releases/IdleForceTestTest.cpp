@@ -11,7 +11,7 @@ protected:
     void advanceTo(concurrency::Duration time) { harness.advance(time - harness.system.elapsed()); }
     /// In the middle of the first tick's snapshot.
     void holdAndAutomatic() {
-        (void)harness.run(harness.controller().setManual(0, 3000));
+        (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
         advanceTo(1540ms);
         forget(harness);
         (void)harness.run(harness.controller().automatic());
@@ -29,7 +29,7 @@ TEST_F(IdleForceTest, isLoweredOnceMoreWhenTheSnapshotOfATickIsOver) {
 }
 
 TEST_F(IdleForceTest, isLoweredOnceMoreWhenTheSnapshotOfAPlanIsOver) {
-    const auto plan = harness.start(harness.controller().setManual(0, 3000));
+    const auto plan = harness.start(harness.controller().setManual(0_fan, 3000_rpm));
     advanceTo(40ms);
     ASSERT_EQ(*plan, std::nullopt);
     forget(harness);
@@ -52,7 +52,7 @@ TEST_F(IdleForceTest, isNotLoweredByATickWhileAFanHasStillToGoBack) {
 
 TEST_F(IdleForceTest, isNotLoweredByTheSnapshotOfAPlanWhileAFanHasStillToGoBack) {
     harness.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 1500ms));
-    const auto plan = harness.start(harness.controller().setManual(0, 3000));
+    const auto plan = harness.start(harness.controller().setManual(0_fan, 3000_rpm));
     advanceTo(40ms);
     ASSERT_EQ(*plan, std::nullopt);
     forget(harness);
@@ -62,10 +62,10 @@ TEST_F(IdleForceTest, isNotLoweredByTheSnapshotOfAPlanWhileAFanHasStillToGoBack)
 }
 
 /// The SMC is busy, so the plan has no fan yet.
-TEST_F(IdleForceTest, isNotLoweredUnderAPlanThatCameBehindTheRelease) {
+TEST_F(IdleForceTest, isNotLoweredUnderAPlanThatCameAfterTheRelease) {
     harness.mac().smc().add(refusal("F0Md", 1, 0x82, 1540ms, 3s));
     holdAndAutomatic();
-    const auto plan = harness.start(harness.controller().setManual(0, 4000));
+    const auto plan = harness.start(harness.controller().setManual(0_fan, 4000_rpm));
     forget(harness);
     advanceTo(2s);
     ASSERT_EQ(*plan, std::nullopt);
@@ -77,7 +77,7 @@ TEST_F(IdleForceTest, isNotLoweredUnderAPlanThatCameBehindTheRelease) {
 TEST(IdleForceTestOfManyFans, isNotLoweredByATickInTheMiddleOfTheRelease) {
     ControllerHarness harness(steadyMachine(3), withoutJitter);
     (void)harness.run(harness.controller().restoreAllFansToAutomatic());
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.mac().smc().add({.key = "F1Md", .value = 0, .latency = 200ms});
     harness.advance(1540ms - harness.system.elapsed());
     forget(harness);

@@ -6,7 +6,6 @@ namespace {
 using simulation::FanMode;
 using simulation::Fault;
 
-constexpr std::uint8_t refused = 0x86;
 constexpr auto answerTime = 10ms;
 
 /// Every request takes 10 ms from here on, so that a test can arrive in the middle of each.
@@ -48,7 +47,7 @@ void expectBothAutomatic(ControllerHarness& harness) {
     EXPECT_FALSE(harness.mac().forceTest());
 }
 
-/// Arrivals in the middle of the first, second, third and fourth write, and behind them.
+/// Arrivals in the middle of the first, second, third and fourth write, and after them.
 class DuringARelease
     : public testing::TestWithParam<std::tuple<concurrency::Duration, std::uint64_t>> {
 protected:
@@ -157,7 +156,7 @@ TEST_P(AnywhereInAPlan, theCeilingEndsTheClaimOfTheStep) {
     ControllerHarness harness(machine, options());
     refuse(harness, "F0Md", 1, refused, 450ms);
     refuse(harness, "F0Md", 1, simulation::SimulatedMac::busy, 3s);
-    const auto applied = harness.start(harness.controller().setManual(0, 3000));
+    const auto applied = harness.start(harness.controller().setManual(0_fan, 3000_rpm));
     harness.advance(60s);
     EXPECT_EQ(*applied, ControlResult::rejected(134));
     EXPECT_EQ(harness.mac().fan(0).mode, FanMode::automatic);

@@ -93,7 +93,7 @@ TEST_P(ReleaseRaces, restoreAutoDuringAPlanThatGivesBackGivesEveryFanBack) {
     for (;; ++request) {
         SCOPED_TRACE(fmt::format("at request {}", request));
         ControllerHarness harness(busyMachine(), options());
-        (void)harness.run(harness.controller().setManual(0, 3000));
+        (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
         forget(harness);
         slowDown(harness, 5ms);
         Failure failure;
@@ -174,7 +174,7 @@ TEST(ReleaseDuringAClaim, endsItWithoutWaitingForForceTest) {
     auto machine = steadyMachine(1);
     machine.forceTestDelay = 250ms;
     ControllerHarness harness(machine, withoutJitter);
-    const Answer plan = harness.start(harness.controller().setManual(0, 3000));
+    const Answer plan = harness.start(harness.controller().setManual(0_fan, 3000_rpm));
     harness.advance(150ms);
     EXPECT_EQ(harness.run(harness.controller().automatic()), ControlResult::applied());
     forget(harness);

@@ -8,15 +8,6 @@ using simulation::Fault;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr std::uint8_t refused = 0x86;
-
-void holdBothFans(ControllerHarness& harness) {
-    (void)harness.run(harness.controller().setManual(0, 3000));
-    (void)harness.run(harness.controller().setManual(1, 4000));
-    harness.writes.clear();
-    harness.published.clear();
-}
-
 plan::FanControlPlan onlyFan(std::int64_t fan, double rpm) {
     return {.fans = {{.fanID = fan, .mode = plan::FanControlModePlan::fixedRPM(rpm)}},
             .rules = {},
@@ -207,7 +198,8 @@ TEST(ReleaseRetry, isCancelledByAPlan) {
     refuse(harness, "F0Md", 0, refused);
     (void)harness.run(harness.controller().automatic());
     harness.advance(1s);
-    EXPECT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
+    EXPECT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
+              ControlResult::applied());
     EXPECT_EQ(harness.system.runtime.pending().find("release retry"), std::string::npos);
     harness.advance(10s);
     EXPECT_THAT(log.timesOf("F0Md=0 (0x86)"), ElementsAre(0));

@@ -9,13 +9,6 @@ using smc::SMCError;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-void holdBothFans(ControllerHarness& harness) {
-    (void)harness.run(harness.controller().setManual(0, 3000));
-    (void)harness.run(harness.controller().setManual(1, 4000));
-    harness.writes.clear();
-    harness.published.clear();
-}
-
 TEST(Release, withoutKnownFansRaisesAndLowersForceTest) {
     ControllerHarness harness;
     EXPECT_EQ(harness.run(harness.controller().restoreAuto()), std::nullopt);
@@ -107,7 +100,7 @@ TEST(Release, namesTheLowerCaseKeyOfTheFan) {
     auto machine = plainMachine(1);
     machine.fans[0].modeKey = "F0md";
     ControllerHarness harness(machine);
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     refuse(harness, "F0md", 0, 0x86);
     EXPECT_EQ(harness.run(harness.controller().restoreAuto()),
               "failed to restore Auto: F0md=0 rejected (SMC 0x86)");
@@ -148,7 +141,7 @@ const std::vector<std::pair<SMCError, std::string>> errors{
 
 TEST(Release, tellsEveryErrorOfAFanByItsText) {
     for (const auto& [error, text] : errors) {
-        ScriptedBench harness(plainMachine(1));
+        ScriptedHarness harness(plainMachine(1));
         harness.smc.answers.insert_or_assign({"F0Md", 0}, std::unexpected(error));
         EXPECT_EQ(harness.run(harness.controller->restoreAllFansToAutomatic()),
                   "failed to restore Auto: F0Md=0 failed (" + text + ")");
@@ -157,7 +150,7 @@ TEST(Release, tellsEveryErrorOfAFanByItsText) {
 
 TEST(Release, tellsEveryErrorOfForceTestByItsText) {
     for (const auto& [error, text] : errors) {
-        ScriptedBench harness(plainMachine(1));
+        ScriptedHarness harness(plainMachine(1));
         harness.smc.answers.insert_or_assign({"Ftst", 0}, std::unexpected(error));
         EXPECT_EQ(harness.run(harness.controller->restoreAuto()),
                   "failed to restore Auto: Ftst=0 failed (" + text + ")");
@@ -200,7 +193,7 @@ TEST(Release, thatSucceededLetsTheFanBeClaimedAnew) {
     holdBothFans(harness);
     (void)harness.run(harness.controller().restoreAuto());
     harness.writes.clear();
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=1", "Ftst=1", "F0Md=1", "F0Tg=3000"));
 }
 
@@ -210,7 +203,7 @@ TEST(Release, thatWasRefusedLeavesTheFanClaimed) {
     refuse(harness, "F0Md", 0, 0x86, 1s);
     (void)harness.run(harness.controller().restoreAuto());
     harness.writes.clear();
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "Ftst=1", "F0Md=1", "F0Tg=3000"));
 }
 
@@ -226,18 +219,18 @@ TEST(RestoreAuto, forgetsThePlan) {
     ControllerHarness harness;
     holdBothFans(harness);
     (void)harness.run(harness.controller().restoreAuto());
-    (void)harness.run(harness.controller().setManual(1, 2000));
+    (void)harness.run(harness.controller().setManual(1_fan, 2000_rpm));
     EXPECT_EQ(harness.mac().fan(0).mode, FanMode::automatic);
     EXPECT_EQ(harness.state().targets, (std::map<std::int64_t, std::int64_t>{{1, 2000}}));
 }
 
 /// Stops a fan, gives it back by `release`, and asks for 0 % again: it must not be stopped at once.
 void expectToForgetStoppedFans(ControllerHarness& harness, const std::function<void()>& release) {
-    (void)harness.run(harness.controller().setPercent(0, 0));
+    (void)harness.run(harness.controller().setPercent(0_fan, 0_percent));
     harness.advance(11s);
     ASSERT_EQ(harness.state().stoppedFans, std::vector<std::int64_t>{0});
     release();
-    (void)harness.run(harness.controller().setPercent(0, 0));
+    (void)harness.run(harness.controller().setPercent(0_fan, 0_percent));
     EXPECT_EQ(harness.state().stoppedFans, std::nullopt);
     EXPECT_EQ(harness.state().targets.at(0), 1200);
 }
@@ -254,7 +247,7 @@ TEST(Automatic, givesEveryFanBackAndForgetsThePlan) {
     EXPECT_EQ(harness.run(harness.controller().automatic()), ControlResult::applied());
     EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=0", "F1Md=0", "Ftst=0"));
     EXPECT_THAT(harness.published, ElementsAre(ControlState::idle()));
-    (void)harness.run(harness.controller().setManual(1, 2000));
+    (void)harness.run(harness.controller().setManual(1_fan, 2000_rpm));
     EXPECT_EQ(harness.mac().fan(0).mode, FanMode::automatic);
 }
 

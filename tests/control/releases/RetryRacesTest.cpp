@@ -5,8 +5,6 @@
 namespace airflow::control {
 namespace {
 
-constexpr std::uint8_t refused = 0x86;
-
 Texts timesWritten(const Texts& writes, const std::string& write) {
     Texts found;
     std::ranges::copy_if(writes, std::back_inserter(found),
@@ -106,13 +104,14 @@ INSTANTIATE_TEST_SUITE_P(Seeds, SupersededRetry, testing::Values(0U, 1U, 2U, 3U,
 
 TEST(RetryRaces, aPlanOfAProcessThatIsNotRootLeavesTheRetryAlone) {
     ControllerHarness harness(steadyMachine(1), withoutJitter);
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     const auto start = harness.system.elapsed();
     harness.mac().smc().add(refusal("F0Md", 0, refused, {}, start + 3s));
     (void)harness.run(harness.controller().automatic());
     harness.system.effectiveUserID = 501;
     forget(harness);
-    EXPECT_EQ(harness.run(harness.controller().setManual(0, 4000)), ControlResult::notPrivileged());
+    EXPECT_EQ(harness.run(harness.controller().setManual(0_fan, 4000_rpm)),
+              ControlResult::notPrivileged());
     EXPECT_THAT(harness.writes, IsEmpty());
     harness.advance(5s);
     EXPECT_THAT(harness.writes, ElementsAre("Ftst=1", "F0Md=0 (0x86)", "Ftst=1", "F0Md=0"));

@@ -31,7 +31,7 @@ protected:
 };
 
 /// The retry wakes while the release asks for the fans. It goes on for the sake of force-test.
-TEST_F(RetryTelling, aRefusalOfForceTestThatARestoreToldMeanwhileIsShownUntilItIsLowered) {
+TEST_F(RetryTelling, aRefusalOfForceTestThatARestorePublishedMeanwhileIsShownUntilItIsLowered) {
     dropFan0(1s, 2s);
     advanceTo(2975ms);
     auto forceTest = refusal("Ftst", 0, 0x86, 0s, 6s);
@@ -69,7 +69,7 @@ TEST_F(RetryTelling, theReasonOfASafetyReleaseDuringWhichTheRetryWakesIsShown) {
 
 /// The retry wakes at 2 s for the sake of force-test, and finds everything given back.
 TEST_F(RetryTelling, theReasonOfASafetyReleaseWhileTheRetrySleepsIsShown) {
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.mac().smc().add(refusal("Ftst", 0, 0x86, 0s, 1s));
     (void)harness.run(harness.controller().automatic());
     EXPECT_EQ(told(harness.published).back(), forceTestStays);
@@ -85,7 +85,7 @@ TEST_F(RetryTelling, theReasonOfASafetyReleaseWhileTheRetrySleepsIsShown) {
 
 /// The retry wakes at 3.3 s, between the end of the plan and the next tick. Nothing is held then.
 TEST_F(RetryTelling, thatAPlanCouldNotClaimAFanGoesOnBeingShownUntilTheNextTick) {
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 2500ms));
     harness.mac().smc().add(refusal("F1Md", 1));
     advanceTo(1300ms);
@@ -120,8 +120,8 @@ TEST_F(RetryTelling, thatTheFirmwareTookAFanBackGoesOnBeingShownUntilTheNextTick
 }
 
 /// A plan that manages nothing has its loop end with the last fan, and that loop tells no more.
-TEST_F(RetryTelling, thatTheLastFanIsHeldIsTakenBackThoughAnotherFailureIsShown) {
-    (void)harness.run(harness.controller().setManual(0, 3000));
+TEST_F(RetryTelling, thatTheLastFanIsHeldIsClearedThoughAnotherFailureIsShown) {
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 2500ms));
     advanceTo(1300ms);
     (void)harness.run(harness.controller().applyPlan({}));
@@ -138,8 +138,8 @@ TEST_F(RetryTelling, thatTheLastFanIsHeldIsTakenBackThoughAnotherFailureIsShown)
                 ElementsAre("not holding: temperature data unavailable (1/2)"));
 }
 
-TEST_F(RetryTelling, thatAFanRefusesIsTakenBackOnceItWentBack) {
-    (void)harness.run(harness.controller().setManual(0, 3000));
+TEST_F(RetryTelling, thatAFanRefusesIsClearedOnceItWentBack) {
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 1s));
     (void)harness.run(harness.controller().automatic());
     EXPECT_EQ(told(harness.published).back(), fan0Refuses);
@@ -165,7 +165,7 @@ TEST_F(RetryTelling, aFanThatWentBackIsShownNoLongerThoughAnotherOneRefuses) {
 }
 
 /// The retry wakes while the restore asks for the same fan, and has its way two seconds later.
-TEST_F(RetryTelling, whatARestoreToldOfTheFanMeanwhileIsTakenBackOnceTheFanWentBack) {
+TEST_F(RetryTelling, whatARestorePublishedOfTheFanMeanwhileIsClearedOnceTheFanWentBack) {
     dropFan0(1s, 3s);
     advanceTo(2975ms);
     harness.mac().smc().removeFaults();

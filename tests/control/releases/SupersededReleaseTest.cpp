@@ -10,7 +10,7 @@ namespace {
 using testing::Contains;
 using testing::Not;
 
-TEST(SupersededRelease, leavesAFanToBeGivenBackThatWasForcedBehindIt) {
+TEST(SupersededRelease, leavesAFanToBeGivenBackThatWasForcedAfterIt) {
     ControlledFans fans;
     fans.forced(fans.beginForcing(0));
     fans.handBack(0);
@@ -24,14 +24,15 @@ TEST(SupersededRelease, leavesAFanToBeGivenBackThatWasForcedBehindIt) {
 
 /// A client sends fan 0 to Auto, and wants fan 1 held while the SMC has the release's request in
 /// hand.
-class ReleaseOvertakenByAPlan : public testing::Test {
+class ReleaseSupersededByAPlan : public testing::Test {
 protected:
     void supersedeAt(const std::string& key) {
-        ASSERT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
+        ASSERT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
+                  ControlResult::applied());
         slowDown(harness, 50ms);
         forget(harness);
         atWrite(harness, key, 0, 1,
-                [this] { (void)harness.start(harness.controller().setManual(1, 3000)); });
+                [this] { (void)harness.start(harness.controller().setManual(1_fan, 3000_rpm)); });
         (void)harness.run(harness.controller().automatic());
         harness.advance(2s);
         EXPECT_EQ(harness.mac().fan(0).mode, FanMode::automatic);
@@ -44,21 +45,21 @@ protected:
     ControllerHarness harness{steadyMachine(), withoutJitter};
 };
 
-TEST_F(ReleaseOvertakenByAPlan, leavesForceTestRaised) {
+TEST_F(ReleaseSupersededByAPlan, leavesForceTestRaised) {
     supersedeAt("F0Md");
     EXPECT_THAT(harness.writes, Contains("F1Md=1"));
     EXPECT_THAT(harness.writes, Not(Contains("Ftst=0")));
     EXPECT_TRUE(harness.mac().forceTest());
 }
 
-TEST_F(ReleaseOvertakenByAPlan, leavesItToThePlanToTellWhatIsHeld) {
+TEST_F(ReleaseSupersededByAPlan, leavesItToThePlanToPublishWhatIsHeld) {
     supersedeAt("F0Md");
     EXPECT_THAT(told(harness.published), testing::AllOf(Not(IsEmpty()), testing::Each("holding")));
     EXPECT_FALSE(isRetrying());
 }
 
 /// The plan lowers it itself, when it holds nothing any more.
-TEST_F(ReleaseOvertakenByAPlan, tellsThatForceTestStaysAndDoesNotTryAgain) {
+TEST_F(ReleaseSupersededByAPlan, publishesThatForceTestStaysAndDoesNotTryAgain) {
     auto refused = refusal("Ftst", 0);
     refused.latency = 50ms;
     harness.mac().smc().add(refused);
@@ -73,12 +74,13 @@ TEST_F(ReleaseOvertakenByAPlan, tellsThatForceTestStaysAndDoesNotTryAgain) {
 /// An earlier process left it forced, and its mode key is found when the release has begun.
 TEST(SupersededRelease, givesAFanBackThatIsFoundMeanwhile) {
     ControllerHarness harness{*simulation::machinePreset("lower-case"), withoutJitter};
-    ASSERT_EQ(harness.run(harness.controller().setManual(0, 3000)), ControlResult::applied());
+    ASSERT_EQ(harness.run(harness.controller().setManual(0_fan, 3000_rpm)),
+              ControlResult::applied());
     harness.mac().setMode(1, FanMode::forced);
     slowDown(harness, 50ms);
     harness.mac().smc().add(Fault{.operation = Fault::Operation::information, .latency = 50ms});
     forget(harness);
-    (void)harness.start(harness.controller().setManual(1, 3000));
+    (void)harness.start(harness.controller().setManual(1_fan, 3000_rpm));
     harness.advance(110ms);
     (void)harness.start(harness.controller().automatic());
     harness.advance(1s);

@@ -20,10 +20,10 @@ bool isRetrying(const ControllerHarness& harness) {
 
 /// The fan is held, refuses a release until 3 s, and is asked again at 2 s. That request takes 10
 /// ms, in which a client wants the fan at 4000 RPM.
-class RefusedRetryBehindAPlan : public testing::TestWithParam<std::uint64_t> {
+class RefusedRetryAfterAPlan : public testing::TestWithParam<std::uint64_t> {
 protected:
-    RefusedRetryBehindAPlan() {
-        (void)harness.run(harness.controller().setManual(0, 3000));
+    RefusedRetryAfterAPlan() {
+        (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
         Fault slowRefusal = refusal("F0Md", 0, 0x86, 0s, 3s);
         slowRefusal.latency = 10ms;
         harness.mac().smc().add(slowRefusal);
@@ -40,14 +40,14 @@ protected:
     Answer plan;
 };
 
-TEST_P(RefusedRetryBehindAPlan, leavesThePlansFanHeld) {
+TEST_P(RefusedRetryAfterAPlan, leavesThePlansFanHeld) {
     EXPECT_EQ(*plan, ControlResult::applied());
     EXPECT_EQ(harness.mac().fan(0).mode, FanMode::forced);
     EXPECT_EQ(harness.mac().fan(0).target, 4000);
     EXPECT_THAT(told(harness.published), ElementsAre("holding"));
 }
 
-TEST_P(RefusedRetryBehindAPlan, startsNoOtherRetry) {
+TEST_P(RefusedRetryAfterAPlan, startsNoOtherRetry) {
     EXPECT_FALSE(isRetrying(harness));
     forget(harness);
     liveUntil(harness, 60s);
@@ -58,7 +58,7 @@ TEST_P(RefusedRetryBehindAPlan, startsNoOtherRetry) {
 }
 
 /// The plan's first tick comes at 3.5 s, and its snapshot takes 0.8 s.
-TEST_P(RefusedRetryBehindAPlan, leavesATickThatWaitsForItsSnapshotToItsWork) {
+TEST_P(RefusedRetryAfterAPlan, leavesATickThatWaitsForItsSnapshotToItsWork) {
     liveUntil(harness, 3300ms);
     harness.mac().smc().add(
         Fault{.key = "FNum", .operation = Fault::Operation::read, .latency = 800ms});
@@ -69,17 +69,17 @@ TEST_P(RefusedRetryBehindAPlan, leavesATickThatWaitsForItsSnapshotToItsWork) {
     EXPECT_THAT(told(harness.published), ElementsAre("holding"));
 }
 
-TEST_P(RefusedRetryBehindAPlan, leavesThePlanItsWatchdog) {
+TEST_P(RefusedRetryAfterAPlan, leavesThePlanItsWatchdog) {
     harness.advance(20s);
     EXPECT_EQ(harness.mac().fan(0).mode, FanMode::automatic);
     EXPECT_EQ(harness.state().lastError, "no heartbeat for >15s — released to Auto");
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, RefusedRetryBehindAPlan, testing::Values(0U, 1U, 2U, 3U));
+INSTANTIATE_TEST_SUITE_P(Seeds, RefusedRetryAfterAPlan, testing::Values(0U, 1U, 2U, 3U));
 
-TEST(RetryBehindAPlan, leavesThePlansFanAloneWhenItsLastWriteIsTaken) {
+TEST(RetryAfterAPlan, leavesThePlansFanAloneWhenItsLastWriteIsTaken) {
     ControllerHarness harness(steadyMachine(1), withoutJitter);
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.mac().smc().add(refusal("F0Md", 0, 0x86, 0s, 1s));
     (void)harness.run(harness.controller().automatic());
     harness.mac().smc().add(Fault{.key = "F0Md", .value = 0.0, .latency = 10ms});
@@ -95,19 +95,19 @@ TEST(RetryBehindAPlan, leavesThePlansFanAloneWhenItsLastWriteIsTaken) {
 }
 
 /// The refusals take 0.3 s each, from 1.5 s to 5 s.
-TEST(RetryBehindAPlan, neverUndoesAPlanOfAClientThatLives) {
+TEST(RetryAfterAPlan, neverUndoesAPlanOfAClientThatLives) {
     ControllerHarness harness(steadyMachine(1), withoutJitter);
     auto slowRefusal = refusal("F0Md", 0, 0x86, 1500ms, 5s);
     slowRefusal.latency = 300ms;
     harness.mac().smc().add(slowRefusal);
     harness.advance(1s);
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.advance(2s - harness.system.elapsed());
     const Answer released = harness.start(harness.controller().automatic());
     harness.advance(4500ms - harness.system.elapsed());
     EXPECT_EQ(*released,
               ControlResult::failed("failed to restore Auto: F0Md=0 rejected (SMC 0x86)"));
-    const Answer plan = harness.start(harness.controller().setManual(0, 4000));
+    const Answer plan = harness.start(harness.controller().setManual(0_fan, 4000_rpm));
     liveUntil(harness, 5s);
     EXPECT_EQ(*plan, ControlResult::applied());
     forget(harness);
@@ -120,16 +120,16 @@ TEST(RetryBehindAPlan, neverUndoesAPlanOfAClientThatLives) {
 
 /// A release is at work when the plan comes. The retry that the plan ends must not wait for it: its
 /// sleep is over at once from now on.
-TEST(RetryBehindAPlan, endsThoughAReleaseIsUnderWay) {
+TEST(RetryAfterAPlan, endsThoughAReleaseIsUnderWay) {
     ControllerHarness harness(steadyMachine(1), withoutJitter);
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     harness.mac().smc().add(refusal("F0Md", 0));
     (void)harness.run(harness.controller().automatic());
     EXPECT_TRUE(isRetrying(harness));
     slowDown(harness, 50ms);
     harness.system.runtime.limitJobs(1000);  // a retry that spins never lets time move
     const Answer released = harness.start(harness.controller().automatic());
-    (void)harness.start(harness.controller().setManual(0, 4000));
+    (void)harness.start(harness.controller().setManual(0_fan, 4000_rpm));
     ASSERT_NO_THROW(harness.advance(10ms));
     EXPECT_EQ(*released, std::nullopt);
     EXPECT_FALSE(isRetrying(harness));
@@ -147,25 +147,25 @@ void expectThatARetryTellsNothing(Fault refused, const std::string& lastWrite) {
     slowDown(harness, 50ms);
     forget(harness);
     atWrite(harness, lastWrite, 0, 1,
-            [&] { (void)harness.start(harness.controller().setManual(0, 4000)); });
+            [&] { (void)harness.start(harness.controller().setManual(0_fan, 4000_rpm)); });
     liveUntil(harness, 10s);
     EXPECT_EQ(harness.mac().fan(0).target, 4000);
     EXPECT_THAT(told(harness.published),
                 testing::AllOf(testing::Not(IsEmpty()), testing::Each("holding")));
 }
 
-TEST(RetryBehindAPlan, tellsNothingOfAFanThatRefuses) {
+TEST(RetryAfterAPlan, publishesNothingOfAFanThatRefuses) {
     expectThatARetryTellsNothing(refusal("F0Md", 0, 0x86, 0s, 3s), "F1Md");
 }
 
-TEST(RetryBehindAPlan, tellsNothingOfForceTest) {
+TEST(RetryAfterAPlan, publishesNothingOfForceTest) {
     expectThatARetryTellsNothing(refusal("Ftst", 0), "Ftst");
 }
 
 /// The plan's own step has a snapshot that waits from 2 s to 4.2 s.
-TEST(RetryBehindAPlan, leavesTheStepOfThePlanToItsWork) {
+TEST(RetryAfterAPlan, leavesTheStepOfThePlanToItsWork) {
     ControllerHarness harness(steadyMachine(1), withoutJitter);
-    (void)harness.run(harness.controller().setManual(0, 3000));
+    (void)harness.run(harness.controller().setManual(0_fan, 3000_rpm));
     Fault slowRefusal = refusal("F0Md", 0, 0x86, 0s, 3s);
     slowRefusal.latency = 10ms;
     harness.mac().smc().add(slowRefusal);

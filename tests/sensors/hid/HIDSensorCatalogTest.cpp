@@ -2,9 +2,10 @@
 #include <rapidcheck/gtest.h>
 
 #include <cmath>
-#include <limits>
 
+#include "sensors/NamedSensors.h"
 #include "sensors/hid/HIDSensorCatalog.h"
+#include "support/Doubles.h"
 
 namespace airflow::sensors {
 namespace {
@@ -13,8 +14,8 @@ using HIDSensorCatalog::cleaned;
 using HIDSensorCatalog::curate;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
+using tests::infinity;
+using tests::notANumber;
 
 /// A reading around `celsius` that moves.
 RawReading moving(std::string label, double celsius) {
@@ -25,16 +26,8 @@ RawReading steady(std::string label, double celsius) {
     return {.label = std::move(label), .samples = {celsius, celsius, celsius}};
 }
 
-TempSensor hid(std::string key, std::string name, double celsius, SensorCategory category) {
-    return {.key = std::move(key),
-            .name = std::move(name),
-            .celsius = celsius,
-            .category = category,
-            .source = SensorSource::hid};
-}
-
 TempSensor soc(double celsius) {
-    return hid("SoC", "CPU", celsius, SensorCategory::cpu);
+    return hidSensor("SoC", "CPU", celsius, SensorCategory::cpu);
 }
 
 TEST(HIDSensorCatalog, aCleanedNameIsThePrefixAndWhatIsLeftOfTheLabel) {
@@ -105,28 +98,31 @@ TEST(HIDSensorCatalog, eachKindOfLabelHasItsNameAndCategory) {
     EXPECT_THAT(curate({moving("gas gauge battery", 31), moving("NAND CH0 temp", 32),
                         moving("AppleSSD", 33), moving("GPU MTR Temp Sensor1", 34),
                         moving("PMU CPU 3", 35), moving("PMU tdie1", 36)}),
-                ElementsAre(hid("gas gauge battery", "Battery", 31, battery),
-                            hid("NAND CH0 temp", "SSD", 32, ssd), hid("AppleSSD", "SSD", 33, ssd),
-                            hid("GPU MTR Temp Sensor1", "GPU (GPU MTR  Sensor1)", 34, gpu),
-                            hid("PMU CPU 3", "CPU (CPU 3)", 35, cpu), soc(36)));
+                ElementsAre(hidSensor("gas gauge battery", "Battery", 31, battery),
+                            hidSensor("NAND CH0 temp", "SSD", 32, ssd),
+                            hidSensor("AppleSSD", "SSD", 33, ssd),
+                            hidSensor("GPU MTR Temp Sensor1", "GPU (GPU MTR  Sensor1)", 34, gpu),
+                            hidSensor("PMU CPU 3", "CPU (CPU 3)", 35, cpu), soc(36)));
 }
 
 TEST(HIDSensorCatalog, labelsAreComparedInLowerCase) {
     using enum SensorCategory;
-    EXPECT_THAT(curate({moving("BATTERY", 31), moving("nAnD", 32), moving("sSd", 33),
-                        moving("gPu", 34), moving("cPu", 35), moving("PMU TCAL", 36)}),
-                ElementsAre(hid("BATTERY", "Battery", 31, battery), hid("nAnD", "SSD", 32, ssd),
-                            hid("sSd", "SSD", 33, ssd), hid("gPu", "GPU (gPu)", 34, gpu),
-                            hid("cPu", "CPU (cPu)", 35, cpu)));
+    EXPECT_THAT(
+        curate({moving("BATTERY", 31), moving("nAnD", 32), moving("sSd", 33), moving("gPu", 34),
+                moving("cPu", 35), moving("PMU TCAL", 36)}),
+        ElementsAre(hidSensor("BATTERY", "Battery", 31, battery), hidSensor("nAnD", "SSD", 32, ssd),
+                    hidSensor("sSd", "SSD", 33, ssd), hidSensor("gPu", "GPU (gPu)", 34, gpu),
+                    hidSensor("cPu", "CPU (cPu)", 35, cpu)));
 }
 
 TEST(HIDSensorCatalog, theFirstMatchingKindWins) {
     using enum SensorCategory;
     EXPECT_THAT(curate({moving("cpu gpu ssd nand battery", 31), moving("cpu gpu ssd", 32),
                         moving("cpu gpu nand", 33), moving("cpu gpu", 34)}),
-                ElementsAre(hid("cpu gpu ssd nand battery", "Battery", 31, battery),
-                            hid("cpu gpu ssd", "SSD", 32, ssd), hid("cpu gpu nand", "SSD", 33, ssd),
-                            hid("cpu gpu", "GPU (cpu gpu)", 34, gpu)));
+                ElementsAre(hidSensor("cpu gpu ssd nand battery", "Battery", 31, battery),
+                            hidSensor("cpu gpu ssd", "SSD", 32, ssd),
+                            hidSensor("cpu gpu nand", "SSD", 33, ssd),
+                            hidSensor("cpu gpu", "GPU (cpu gpu)", 34, gpu)));
 }
 
 TEST(HIDSensorCatalog, calibrationChannelsAreDropped) {
@@ -135,7 +131,7 @@ TEST(HIDSensorCatalog, calibrationChannelsAreDropped) {
 
 TEST(HIDSensorCatalog, theFirstReadingOfALabelWins) {
     EXPECT_THAT(curate({moving("gpu", 40), moving("gpu", 60)}),
-                ElementsAre(hid("gpu", "GPU (gpu)", 40, SensorCategory::gpu)));
+                ElementsAre(hidSensor("gpu", "GPU (gpu)", 40, SensorCategory::gpu)));
 }
 
 TEST(HIDSensorCatalog, aSoCChannelIsAcceptedOncePerLabelToo) {
@@ -144,20 +140,21 @@ TEST(HIDSensorCatalog, aSoCChannelIsAcceptedOncePerLabelToo) {
 
 TEST(HIDSensorCatalog, aDroppedReadingDoesNotTakeItsLabel) {
     EXPECT_THAT(curate({steady("gpu", 40), moving("gpu", 151), moving("gpu", 60)}),
-                ElementsAre(hid("gpu", "GPU (gpu)", 60, SensorCategory::gpu)));
+                ElementsAre(hidSensor("gpu", "GPU (gpu)", 60, SensorCategory::gpu)));
 }
 
 TEST(HIDSensorCatalog, labelsThatDifferInCaseAreDifferentSensors) {
     using enum SensorCategory;
     EXPECT_THAT(curate({moving("gpu", 40), moving("GPU", 60)}),
-                ElementsAre(hid("gpu", "GPU (gpu)", 40, gpu), hid("GPU", "GPU (GPU)", 60, gpu)));
+                ElementsAre(hidSensor("gpu", "GPU (gpu)", 40, gpu),
+                            hidSensor("GPU", "GPU (GPU)", 60, gpu)));
 }
 
-TEST(HIDSensorCatalog, aConstantReadingOfABatteryOrAnSSDIsKept) {
+TEST(HIDSensorCatalog, aConstantReadingOfABatteryOrAnSSDIsAccepted) {
     using enum SensorCategory;
     EXPECT_THAT(curate({steady("Battery", 30), steady("NAND", 31), steady("SSD", 32)}),
-                ElementsAre(hid("Battery", "Battery", 30, battery), hid("NAND", "SSD", 31, ssd),
-                            hid("SSD", "SSD", 32, ssd)));
+                ElementsAre(hidSensor("Battery", "Battery", 30, battery),
+                            hidSensor("NAND", "SSD", 31, ssd), hidSensor("SSD", "SSD", 32, ssd)));
 }
 
 TEST(HIDSensorCatalog, aConstantReadingOfAnythingElseIsDropped) {
@@ -166,7 +163,7 @@ TEST(HIDSensorCatalog, aConstantReadingOfAnythingElseIsDropped) {
 
 TEST(HIDSensorCatalog, aBatteryWithoutSamplesReadsZero) {
     EXPECT_THAT(curate({{.label = "battery", .samples = {}}, {.label = "gpu", .samples = {}}}),
-                ElementsAre(hid("battery", "Battery", 0, SensorCategory::battery)));
+                ElementsAre(hidSensor("battery", "Battery", 0, SensorCategory::battery)));
 }
 
 TEST(HIDSensorCatalog, theBoundsOfPlausibilityAreAccepted) {
@@ -175,12 +172,11 @@ TEST(HIDSensorCatalog, theBoundsOfPlausibilityAreAccepted) {
     using enum SensorCategory;
     EXPECT_THAT(curate({steady("battery 1", -40.0), steady("battery 2", below),
                         steady("battery 3", 150.0), steady("battery 4", above)}),
-                ElementsAre(hid("battery 1", "Battery", -40.0, battery),
-                            hid("battery 3", "Battery", 150.0, battery)));
+                ElementsAre(hidSensor("battery 1", "Battery", -40.0, battery),
+                            hidSensor("battery 3", "Battery", 150.0, battery)));
 }
 
 TEST(HIDSensorCatalog, aReadingThatIsNoNumberIsDropped) {
-    const double infinity = std::numeric_limits<double>::infinity();
     EXPECT_THAT(curate({{.label = "gpu", .samples = {40, notANumber, 41}},
                         steady("battery", notANumber),
                         steady("battery", infinity),
@@ -192,7 +188,7 @@ TEST(HIDSensorCatalog, aReadingThatIsNoNumberIsDropped) {
 TEST(HIDSensorCatalog, theHottestDieStandsForTheProcessorAfterEverythingElse) {
     EXPECT_THAT(
         curate({moving("PMU tdie1", 48.0), moving("PMU tdie2", 55.5), moving("PMU gpu", 40.0)}),
-        ElementsAre(hid("PMU gpu", "GPU (gpu)", 40.0, SensorCategory::gpu), soc(55.5)));
+        ElementsAre(hidSensor("PMU gpu", "GPU (gpu)", 40.0, SensorCategory::gpu), soc(55.5)));
 }
 
 TEST(HIDSensorCatalog, theHottestDieMayComeFirst) {
@@ -208,8 +204,8 @@ TEST(HIDSensorCatalog, aDieThatIsDroppedDoesNotCount) {
 TEST(HIDSensorCatalog, severalBatteriesStaySeparate) {
     using enum SensorCategory;
     EXPECT_THAT(curate({steady("battery A", 30), steady("battery B", 29)}),
-                ElementsAre(hid("battery A", "Battery", 30, battery),
-                            hid("battery B", "Battery", 29, battery)));
+                ElementsAre(hidSensor("battery A", "Battery", 30, battery),
+                            hidSensor("battery B", "Battery", 29, battery)));
 }
 
 }  // namespace

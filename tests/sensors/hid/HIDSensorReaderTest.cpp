@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "sensors/NamedSensors.h"
 #include "sensors/hid/HIDSensorReader.h"
 #include "sensors/hidlibrary/HIDSystem.h"
 
@@ -15,14 +16,6 @@ using simulation::SimulatedRuntime;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using tests::HIDSystem;
-
-TempSensor hid(std::string key, std::string name, double celsius, SensorCategory category) {
-    return {.key = std::move(key),
-            .name = std::move(name),
-            .celsius = celsius,
-            .category = category,
-            .source = SensorSource::hid};
-}
 
 std::ptrdiff_t count(const HIDSystem& system, const std::string& call) {
     return std::ranges::count(system.library.record().calls, call);
@@ -52,9 +45,10 @@ TEST_P(HIDSensorReaderTest, theSamplesAreCurated) {
     HIDSensorReader reader(runtime, *system.bridge);
 
     EXPECT_TRUE(reader.isAPIAvailable());
-    EXPECT_THAT(runtime.run(reader.readTemperatures()),
-                ElementsAre(hid("gas gauge battery", "Battery", 30.0, SensorCategory::battery),
-                            hid("SoC", "CPU", 55.5, SensorCategory::cpu)));
+    EXPECT_THAT(
+        runtime.run(reader.readTemperatures()),
+        ElementsAre(hidSensor("gas gauge battery", "Battery", 30.0, SensorCategory::battery),
+                    hidSensor("SoC", "CPU", 55.5, SensorCategory::cpu)));
 }
 
 TEST_P(HIDSensorReaderTest, aReadTakesThreeRoundsFortyMillisecondsApart) {
@@ -73,7 +67,7 @@ TEST_P(HIDSensorReaderTest, aReadTakesThreeRoundsFortyMillisecondsApart) {
     EXPECT_THAT(result, IsEmpty());
     runtime.advance(1us);
     EXPECT_EQ(count(system, "copy event 15 0 0 of gpu"), 3);
-    EXPECT_THAT(result, ElementsAre(hid("gpu", "GPU (gpu)", 41, SensorCategory::gpu)));
+    EXPECT_THAT(result, ElementsAre(hidSensor("gpu", "GPU (gpu)", 41, SensorCategory::gpu)));
 }
 
 TEST_P(HIDSensorReaderTest, aDiscoveryIsMadeOnceAndLaterReadsOnlySample) {
@@ -82,7 +76,7 @@ TEST_P(HIDSensorReaderTest, aDiscoveryIsMadeOnceAndLaterReadsOnlySample) {
 
     for (int i = 0; i < 3; ++i) {
         EXPECT_THAT(runtime.run(reader.readTemperatures()),
-                    ElementsAre(hid("gpu", "GPU (gpu)", 41, SensorCategory::gpu)));
+                    ElementsAre(hidSensor("gpu", "GPU (gpu)", 41, SensorCategory::gpu)));
     }
 
     EXPECT_EQ(count(system, "create client"), 1);
@@ -110,7 +104,7 @@ TEST_P(HIDSensorReaderTest, aFailedDiscoveryIsTriedAgain) {
     EXPECT_EQ(runtime.now(), concurrency::Instant(0ms));
 }
 
-TEST_P(HIDSensorReaderTest, aDiscoveryWithoutServicesIsKept) {
+TEST_P(HIDSensorReaderTest, aDiscoveryWithoutServicesIsNotRepeated) {
     HIDSystem system(runtime, {});
     HIDSensorReader reader(runtime, *system.bridge);
 

@@ -104,20 +104,20 @@ TEST_P(SimulatedListenerTest, aMessageMaySendOnItsConnection) {
     EXPECT_THAT(happened, ElementsAre("first", "second"));
 }
 
-TEST_P(SimulatedListenerTest, aStrangersMessageEndsItsConnectionInstead) {
+TEST_P(SimulatedListenerTest, aMessageOfAnUntrustedPeerEndsItsConnection) {
     listen();
-    const auto stranger = listener.connect(false);
+    const auto untrusted = listener.connect(false);
     runtime.settle();
-    EXPECT_TRUE(stranger->isOpen());
-    stranger->setInvalidationHandler([this] { happened.emplace_back("invalid"); });
-    stranger->send(note("first"));
-    stranger->send(note("second"));
+    EXPECT_TRUE(untrusted->isOpen());
+    untrusted->setInvalidationHandler([this] { happened.emplace_back("invalid"); });
+    untrusted->send(note("first"));
+    untrusted->send(note("second"));
     runtime.settle();
     EXPECT_THAT(happened, ElementsAre("invalid"));
-    EXPECT_FALSE(stranger->isOpen());
+    EXPECT_FALSE(untrusted->isOpen());
 }
 
-TEST_P(SimulatedListenerTest, withoutARequirementThereAreNoStrangers) {
+TEST_P(SimulatedListenerTest, withoutARequirementEveryPeerIsTrusted) {
     const auto connection = std::make_shared<SimulatedConnection>(runtime, false);
     connection->exportService(service);
     connection->send(note("hello"));

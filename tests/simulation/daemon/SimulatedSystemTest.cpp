@@ -2,13 +2,14 @@
 #include <gmock/gmock.h>
 
 #include <cmath>
-#include <limits>
 
 #include "simulation/daemon/SimulatedSystem.h"
+#include "support/Doubles.h"
 
 namespace airflow::simulation {
 namespace {
 
+using tests::infinity;
 using namespace std::chrono_literals;
 using concurrency::Task;
 using sensors::SensorSnapshot;
@@ -78,15 +79,13 @@ TEST_P(SimulatedSystemTest, aWriteHappensBetweenTwoReadsOfASnapshot) {
 TEST_P(SimulatedSystemTest, aSpeedThatIsNoNumberIsZero) {
     usePreset("laptop");
     add({.key = "F0Ac", .operation = Operation::read, .reading = std::nan("")});
-    add({.key = "F1Ac",
-         .operation = Operation::read,
-         .reading = std::numeric_limits<double>::infinity()});
+    add({.key = "F1Ac", .operation = Operation::read, .reading = infinity});
     EXPECT_EQ(snapshot().fans[0].currentRPM, 0);
     EXPECT_EQ(snapshot().fans[1].currentRPM, 0);
     EXPECT_EQ(system->mac.fan(0).speed, 1200) << "the truth is another";
 }
 
-TEST_P(SimulatedSystemTest, aSizeOrTypeThatLiesMakesAValueUnreadableOrWrong) {
+TEST_P(SimulatedSystemTest, aFalseSizeOrTypeMakesAValueUnreadableOrWrong) {
     usePreset("laptop");
     add({.key = "F0Ac", .operation = Operation::information, .size = 2});
     add({.key = "F0Mn", .operation = Operation::information, .size = 64});
@@ -121,7 +120,7 @@ TEST_P(SimulatedSystemTest, temperaturesThatVanishAreAbsent) {
     EXPECT_EQ(snapshot().temps.size(), 3u);
     mac.setHIDTemperature("CPU", std::nan(""));
     EXPECT_EQ(snapshot().temps.size(), 2u);
-    mac.setHIDTemperature("GPU", std::numeric_limits<double>::infinity());
+    mac.setHIDTemperature("GPU", infinity);
     EXPECT_EQ(snapshot().temps.size(), 1u);
     mac.setHID(Temperatures{{"GPU", 43}});
     EXPECT_EQ(snapshot().temps.at(0).name, "GPU (GPU)");
@@ -211,7 +210,7 @@ TEST_P(SimulatedSystemTest, aHubThatHangsForEverNeverAnswers) {
     EXPECT_FALSE(taken);
 }
 
-TEST_P(SimulatedSystemTest, snapshotsThatWaitForAHangAreAllTakenBehindIt) {
+TEST_P(SimulatedSystemTest, snapshotsThatWaitForAHangAreAllTakenAfterIt) {
     usePreset("laptop");
     system->mac.add(HIDHang{.from = 0s, .until = 10s});
     system->runtime.detach("snapshot", take(*this));

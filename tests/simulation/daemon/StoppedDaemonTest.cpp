@@ -141,7 +141,7 @@ TEST_P(StoppedDaemonTest, anExceptionThatNobodyCatchesIsABugToo) {
                     "1.08 ends 134 by signal"));
 }
 
-TEST_P(StoppedDaemonTest, aBugThatIsMetWhileAnotherUnwindsIsNotTold) {
+TEST_P(StoppedDaemonTest, aBugThatIsMetWhileAnotherUnwindsIsNotReported) {
     witness.whileReplying = [] {
         try {
             concurrency::stopProcess("first");

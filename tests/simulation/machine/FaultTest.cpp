@@ -2,19 +2,18 @@
 #include <gmock/gmock.h>
 
 #include <cmath>
-#include <limits>
 
 #include "Wire.h"
 #include "smc/SMCRequests.h"
+#include "support/Doubles.h"
 
 namespace airflow::simulation {
 namespace {
 
+using tests::infinity;
 using namespace std::chrono_literals;
 using Operation = Fault::Operation;
 using Effect = Fault::Effect;
-
-constexpr double infinity = std::numeric_limits<double>::infinity();
 
 class FaultTest : public testing::Test {
 protected:
@@ -67,7 +66,7 @@ TEST_F(FaultTest, itLastsForItsSpan) {
     EXPECT_EQ(mode, 0);
 }
 
-TEST_F(FaultTest, itLiesOverOneRequestOfMany) {
+TEST_F(FaultTest, itAppliesToOneRequestOfMany) {
     smc.add({.access = 4, .result = 0x86});
     EXPECT_EQ(writeMode(1), 0);                       // the first request
     EXPECT_EQ(wire.information("F0Md").result(), 0);  // the second
@@ -79,7 +78,7 @@ TEST_F(FaultTest, itLiesOverOneRequestOfMany) {
     EXPECT_EQ(wire.read("F0Md", 1).result(), 0);
 }
 
-TEST_F(FaultTest, itLiesOverItsKeyOrOverAll) {
+TEST_F(FaultTest, itAppliesToItsKeyOrToAll) {
     smc.add({.key = "F0Md", .result = 0x86});
     EXPECT_EQ(wire.write("F0Tg", {0, 0, 0, 0}).result(), 0);
     EXPECT_EQ(writeMode(1), 0x86);
@@ -168,7 +167,7 @@ TEST_F(FaultTest, latencyAddsUpUntilItIsTaken) {
     EXPECT_EQ(mode, 1);
 }
 
-TEST_F(FaultTest, aReadGivesWhatItIsTold) {
+TEST_F(FaultTest, aReadGivesTheReadingOfTheFault) {
     smc.add({.until = 1s, .key = "F0Tg", .operation = Operation::read, .reading = infinity});
     smc.add({.key = "F0Tg", .operation = Operation::read, .reading = std::nan("")});
     smc.add({.key = "F0Md", .operation = Operation::read, .reading = 3});
@@ -207,7 +206,7 @@ TEST_F(FaultTest, aReadingIsEncodedInTheTypeThatIsClaimed) {
     EXPECT_EQ(told[2], 255);
 }
 
-TEST_F(FaultTest, keyInformationMayLieAboutTheSize) {
+TEST_F(FaultTest, keyInformationMayGiveAWrongSize) {
     smc.add({.until = 1s, .key = "F0Tg", .operation = Operation::information, .size = 2});
     EXPECT_EQ(wire.information("F0Tg").size(), 2u);
     EXPECT_EQ(wire.information("F0Tg").type(), "flt ");
@@ -220,7 +219,7 @@ TEST_F(FaultTest, keyInformationMayLieAboutTheSize) {
     EXPECT_EQ(wire.read("F0Tg", 2).result(), 0x87);
 }
 
-TEST_F(FaultTest, keyInformationMayLieAboutTheType) {
+TEST_F(FaultTest, keyInformationMayGiveAWrongType) {
     smc.add({.key = "F0Tg", .operation = Operation::information, .type = "ui32"});
     EXPECT_EQ(wire.information("F0Tg").size(), 4u);
     EXPECT_EQ(wire.information("F0Tg").type(), "ui32");

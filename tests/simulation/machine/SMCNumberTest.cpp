@@ -1,16 +1,16 @@
 #include <gmock/gmock.h>
 
 #include <cmath>
-#include <limits>
 #include <vector>
 
 #include "simulation/machine/SMCNumber.h"
+#include "support/Doubles.h"
 
 namespace airflow::simulation {
 namespace {
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
-constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
+using tests::infinity;
+using tests::notANumber;
 
 std::vector<int> encoded(double number, const std::string& type) {
     const auto bytes = encodeNumber(number, type);

@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <cmath>
-#include <limits>
 #include <optional>
 
 #include "sensors/SMCConnectionReading.h"
@@ -13,6 +12,7 @@
 #include "simulation/machine/SimulatedMac.h"
 #include "simulation/runtime/SimulatedRuntime.h"
 #include "smc/SMCConnection.h"
+#include "support/Doubles.h"
 
 namespace airflow::simulation {
 namespace {
@@ -22,6 +22,7 @@ using sensors::HIDFunctions;
 using sensors::HIDObject;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using tests::infinity;
 
 class SimulatedHIDTest : public testing::Test {
 protected:
@@ -98,10 +99,10 @@ TEST_F(SimulatedHIDTest, aValueThatVanishesGivesNoSample) {
 TEST_F(SimulatedHIDTest, aValueNeedNotBeANumber) {
     discover();
     hid.setTemperature("PMU tdie1", std::nan(""));
-    hid.setTemperature("gas gauge battery", std::numeric_limits<double>::infinity());
+    hid.setTemperature("gas gauge battery", infinity);
     const auto samples = sample();
     EXPECT_TRUE(std::isnan(samples[0][0]));
-    EXPECT_EQ(samples[1][0], std::numeric_limits<double>::infinity());
+    EXPECT_EQ(samples[1][0], infinity);
 }
 
 TEST_F(SimulatedHIDTest, servicesOfOneLabelHaveTheirOwnValues) {

@@ -3,10 +3,12 @@
 
 #include "SimulatedMacFixture.h"
 #include "simulation/machine/SimulatedMac.h"
+#include "support/Doubles.h"
 
 namespace airflow::simulation {
 namespace {
 
+using tests::infinity;
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 
@@ -120,7 +122,7 @@ TEST_F(SimulatedMacTest, theFirmwareDrivesFansByTheHottestSensor) {
     EXPECT_EQ(speedAt(95), 6000);
     EXPECT_EQ(speedAt(110), 6000);
     EXPECT_EQ(speedAt(std::nan("")), 1200);
-    EXPECT_EQ(speedAt(std::numeric_limits<double>::infinity()), 6000);
+    EXPECT_EQ(speedAt(infinity), 6000);
 }
 
 TEST_F(SimulatedMacTest, theFirmwareFollowsSMCSensorsToo) {

@@ -212,7 +212,7 @@ TEST_F(SimulatedSMCTest, whatWasHandedOutIsCounted) {
     EXPECT_EQ(smc.openServices(), -1);
 }
 
-TEST_F(SimulatedSMCTest, theObserverIsToldOfEveryRequestAsItWasAnswered) {
+TEST_F(SimulatedSMCTest, theObserverSeesEveryRequestAsItWasAnswered) {
     std::vector<std::string> told;
     smc.observer = [&told](const SMCAccess& access) {
         const std::map<Fault::Operation, std::string> names{

@@ -13,7 +13,7 @@ constexpr double lowest = 0.2;
 /// Goes on in steps of 0.1 s.
 void run(ThermalModel& model, concurrency::Duration from, concurrency::Duration until,
          double airflow) {
-    for (auto now = from; now < until; now += 100ms) model.step(now + 100ms, 0.1, airflow);
+    for (auto now = from; now < until; now += 100ms) model.step(now + 100ms, 100ms, airflow);
 }
 
 double settled(double watts, double airflow) {

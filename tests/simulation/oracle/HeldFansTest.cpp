@@ -1,16 +1,17 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
-#include <limits>
 #include <utility>
 
 #include "simulation/oracle/HeldFans.h"
+#include "support/Doubles.h"
 
 namespace airflow::simulation {
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using tests::notANumber;
 using namespace std::chrono_literals;
 using Method = Call::Method;
 using Mode = plan::FanControlModePlan;
@@ -236,9 +237,11 @@ TEST(ReadsEverything, unlessTemperaturesChange) {
 }
 
 TEST(ShowsHeat, unlessWhatTheHubShowsCannotBeBelieved) {
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    for (const auto& [celsius, isShown] :
-         {std::pair(-40.0, false), {-39.9, true}, {149.9, true}, {150.0, false}, {nan, false}}) {
+    for (const auto& [celsius, isShown] : {std::pair(-40.0, false),
+                                           {-39.9, true},
+                                           {149.9, true},
+                                           {150.0, false},
+                                           {notANumber, false}}) {
         SCOPED_TRACE(celsius);
         Scenario scenario = calm();
         scenario.temperatures.push_back({.at = 1s, .hid = {{"CPU", celsius}}});

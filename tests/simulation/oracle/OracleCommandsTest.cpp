@@ -39,7 +39,7 @@ TEST_F(OracleAnswerTest, doesNotComeTwice) {
     expectViolation(Property::everyCommandIsAnsweredOnce, 2s);
 }
 
-TEST_F(OracleAnswerTest, doesNotComeToAStranger) {
+TEST_F(OracleAnswerTest, doesNotComeToAnUntrustedPeer) {
     serve();
     connect(1s, "stranger", true);
     const auto id = call(1s, {.client = "stranger", .method = Method::readState});
@@ -221,7 +221,7 @@ TEST_F(OracleControlTest, endsForAFanThatAClientWantsAutomatic) {
     expectNoViolation();
 }
 
-TEST_F(OracleControlTest, doesNotEndForAStrangersCommand) {
+TEST_F(OracleControlTest, doesNotEndForACommandOfAnUntrustedPeer) {
     serve();
     hold(1s);
     connect(2s, "stranger", true);
@@ -256,7 +256,7 @@ TEST_F(OracleControlTest, mayEndWhileACommandIsUnderWay) {
     expectNoViolation();
 }
 
-TEST_F(OracleControlTest, isNotKnownBehindTwoCommandsAtOnce) {
+TEST_F(OracleControlTest, isNotKnownAfterTwoCommandsAtOnce) {
     serve();
     const auto first = call(1s, manual());
     const auto second = call(1s, manual());

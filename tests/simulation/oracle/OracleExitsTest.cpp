@@ -44,7 +44,7 @@ TEST_F(OracleExitTest, mayLeaveOneThatRefuses) {
     expectNoViolation();
 }
 
-TEST_F(OracleExitTest, mayLeaveOneThatTheSMCLiesAbout) {
+TEST_F(OracleExitTest, mayLeaveOneOfWhichTheSMCAnswersFalsely) {
     serve();
     hold(1s);
     terminate(5s);
@@ -269,7 +269,7 @@ TEST_F(OracleRecoveryTest, findsAFanThatTheCountTellsOf) {
     expectViolation(Property::recoveryComesFirst, 0s);
 }
 
-TEST_F(OracleRecoveryTest, isNotKeptUpByAFanThatTheSMCLiesAbout) {
+TEST_F(OracleRecoveryTest, isNotDelayedByAFanOfWhichTheSMCAnswersFalsely) {
     start();
     lie(0s);
     listen();

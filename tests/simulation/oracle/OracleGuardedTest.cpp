@@ -90,7 +90,7 @@ TEST_F(OracleGuardedTest, aCommandMayBeAppliedWhoseFanTheGuardHasJustGivenBack) 
     expectNoViolation();
 }
 
-TEST_F(OracleGuardedTest, aCommandMayNotTenSecondsLater) {
+TEST_F(OracleGuardedTest, aCommandMayNotBeAppliedWhoseFanTheGuardGaveBackTenSecondsAgo) {
     serve();
     oracle().guarded(1s);
     applyWithoutForcing(11s);

@@ -62,7 +62,7 @@ TEST_F(OracleHeardTest, isNoFullBlastThatCouldNotCountTheFans) {
     expectSilenceOfFifteenSecondsAtSixteen();
 }
 
-TEST_F(OracleHeardTest, isAFullBlastThatFailedBehindACount) {
+TEST_F(OracleHeardTest, isAFullBlastThatFailedAfterItsCount) {
     failToCount(9s);
     expectNoSilenceUntilTwentyFive();
 }
@@ -84,7 +84,7 @@ TEST_F(OracleHeardTest, isNoFullBlastThatReadNoNumber) {
 class OracleUncountedTest : public OracleTrace {};
 
 /// A control step of its own time read the count that was refused.
-TEST_F(OracleUncountedTest, fullBlastPutsAReleaseOffWhenItAskedForTheFanAllTheSame) {
+TEST_F(OracleUncountedTest, fullBlastDelaysAReleaseWhenItAskedForTheFanAllTheSame) {
     serve();
     hold(1s);
     leave(5s);
@@ -96,7 +96,7 @@ TEST_F(OracleUncountedTest, fullBlastPutsAReleaseOffWhenItAskedForTheFanAllTheSa
     expectNoViolation();
 }
 
-TEST_F(OracleUncountedTest, fullBlastIsJudgedByTheFewestFansThatTheSMCToldOfMeanwhile) {
+TEST_F(OracleUncountedTest, fullBlastIsJudgedByTheFewestFansThatTheSMCCountedMeanwhile) {
     addFan();
     serve();
     const auto id = call(2s, Method::fullBlast);
@@ -107,7 +107,7 @@ TEST_F(OracleUncountedTest, fullBlastIsJudgedByTheFewestFansThatTheSMCToldOfMean
     expectNoViolation();
 }
 
-TEST_F(OracleUncountedTest, fullBlastIsNotJudgedByWhatTheSMCToldBefore) {
+TEST_F(OracleUncountedTest, fullBlastIsNotJudgedByWhatTheSMCCountedBefore) {
     addFan();
     serve();
     read(1s, "FNum", 1);

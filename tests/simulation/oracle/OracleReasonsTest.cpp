@@ -106,7 +106,7 @@ TEST_F(OracleStandingReasonTest, forgetsTheRefusalOfForceTestWhenItWasLowered) {
     expectNoViolation();
 }
 
-TEST_F(OracleStandingReasonTest, isToldAnewWhenTheGuardHasActed) {
+TEST_F(OracleStandingReasonTest, isPublishedAgainWhenTheGuardHasActed) {
     scenario.hidHangs.push_back(reasonForTheGuard());
     serve();
     hold(1s);
@@ -231,7 +231,7 @@ TEST_F(OracleReasonTest, isNotDisprovedByACheckThatComesWhenTheGuardHasMadeUpIts
     expectNoViolation();
 }
 
-TEST_F(OracleReasonTest, isDisprovedByACheckFiveSecondsBeforeTheGuardActedHoweverLateItIsTold) {
+TEST_F(OracleReasonTest, isDisprovedByACheckFiveSecondsBeforeTheGuardActed) {
     checkAtSevenAndGuard(12s, 13s);
     expectViolation(Property::reasonsAreTrue, 13s);
 }
@@ -288,7 +288,7 @@ TEST_F(OracleReasonTest, givesTheText) {
     expectViolation(Property::reasonsAreTrue, 1s);
 }
 
-TEST_F(OracleReasonTest, standsBehindEveryText) {
+TEST_F(OracleReasonTest, isTheSourceOfEveryText) {
     serve();
     ControlState state;
     state.lastError = "something";

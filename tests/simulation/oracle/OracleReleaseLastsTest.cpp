@@ -9,7 +9,7 @@ using control::ControlResult;
 
 class OracleReleaseLastsTest : public OracleTrace {};
 
-TEST_F(OracleReleaseLastsTest, noClaimGoesOnBehindTheReleaseOfItsFan) {
+TEST_F(OracleReleaseLastsTest, noClaimGoesOnAfterTheReleaseOfItsFan) {
     serve();
     hold(1s);
     leave(5s);
@@ -20,7 +20,7 @@ TEST_F(OracleReleaseLastsTest, noClaimGoesOnBehindTheReleaseOfItsFan) {
     expectViolation(Property::releaseLasts, 5s + instant);
 }
 
-TEST_F(OracleReleaseLastsTest, norDoesTheClaimOfACommandThatIsUnderWay) {
+TEST_F(OracleReleaseLastsTest, noClaimOfACommandUnderWayGoesOnAfterTheReleaseOfItsFan) {
     serve();
     (void)call(4s, manual());
     poll(4900ms);
@@ -30,7 +30,7 @@ TEST_F(OracleReleaseLastsTest, norDoesTheClaimOfACommandThatIsUnderWay) {
     expectViolation(Property::releaseLasts, 5100ms);
 }
 
-TEST_F(OracleReleaseLastsTest, norOfAFanThatTheReleaseDidNotEvenAsk) {
+TEST_F(OracleReleaseLastsTest, noClaimGoesOnOfAFanThatTheReleaseDidNotAsk) {
     addFan();
     serve();
     (void)call(4s, manual(1));
@@ -51,7 +51,7 @@ TEST_F(OracleReleaseLastsTest, whatWasInTheDriversQueueMayComeBeforeTheReleasesO
     expectNoViolation();
 }
 
-TEST_F(OracleReleaseLastsTest, andIsGivenBackAtOnce) {
+TEST_F(OracleReleaseLastsTest, whatWasInTheDriversQueueIsGivenBackAtOnce) {
     serve();
     (void)call(4s, manual());
     keepBusy(4s, 2s);
@@ -78,7 +78,7 @@ TEST_F(OracleReleaseLastsTest, aNewerCommandMayForceWhateverItWants) {
     expectNoViolation();
 }
 
-TEST_F(OracleReleaseLastsTest, andNothingElse) {
+TEST_F(OracleReleaseLastsTest, aNewerCommandMayForceNothingThatItDoesNotWant) {
     addFan();
     serve();
     hold(1s, 1);
@@ -101,7 +101,7 @@ TEST_F(OracleReleaseLastsTest, aNewerCommandThatCouldNotCountTheFansForcesNone) 
     expectViolation(Property::releaseLasts, 7s);
 }
 
-TEST_F(OracleReleaseLastsTest, aStepThatASafetyReleaseOvertookForcesNothing) {
+TEST_F(OracleReleaseLastsTest, aStepThatASafetyReleaseSupersededForcesNothing) {
     serve();
     hold(1s);
     giveBack(17s);
@@ -113,7 +113,7 @@ TEST_F(OracleReleaseLastsTest, aStepThatASafetyReleaseOvertookForcesNothing) {
     expectViolation(Property::releaseLasts, 18s);
 }
 
-TEST_F(OracleReleaseLastsTest, norBetweenASafetyReleaseAndItsTelling) {
+TEST_F(OracleReleaseLastsTest, aStepForcesNothingBetweenASafetyReleaseAndItsPublication) {
     serve();
     hold(1s);
     giveBack(17s);
@@ -187,9 +187,9 @@ TEST_F(OracleHiddenFanTest, thatTheCountConcealsIsFoundToo) {
     expectViolationJustAfter(2500ms, Property::hiddenFansAreFound);
 }
 
-class OracleLieTest : public OracleTrace {};
+class OracleFalseReleaseTest : public OracleTrace {};
 
-TEST_F(OracleLieTest, aFanThatSaidItWentBackIsLookedAtAgain) {
+TEST_F(OracleFalseReleaseTest, aFanThatSaidItWentBackIsLookedAtAgain) {
     serve();
     hold(1s);
     leave(5s);
@@ -197,7 +197,7 @@ TEST_F(OracleLieTest, aFanThatSaidItWentBackIsLookedAtAgain) {
     expectViolationJustAfter(9500ms, Property::hiddenFansAreFound);
 }
 
-TEST_F(OracleLieTest, isOutOfOurHandsWhileTheLieLasts) {
+TEST_F(OracleFalseReleaseTest, isNotJudgedWhileTheSMCAnswersFalsely) {
     scenario.faults.push_back({.until = 60s, .key = "F0Md", .effect = Fault::Effect::ignored});
     serve();
     hold(1s);
@@ -210,7 +210,7 @@ TEST_F(OracleLieTest, isOutOfOurHandsWhileTheLieLasts) {
     expectViolation(Property::hiddenFansAreFound, 64s);
 }
 
-TEST_F(OracleLieTest, aFanThatTheSMCForcedAndDeniedIsFoundAfterTheNextRelease) {
+TEST_F(OracleFalseReleaseTest, aFanThatTheSMCForcedAndDeniedIsFoundAfterTheNextRelease) {
     serve();
     const auto id = call(1s, manual());
     oracle().modeChanged(1s, 0, FanMode::forced);
@@ -220,7 +220,7 @@ TEST_F(OracleLieTest, aFanThatTheSMCForcedAndDeniedIsFoundAfterTheNextRelease) {
     expectViolationJustAfter(11500ms, Property::hiddenFansAreFound);
 }
 
-TEST_F(OracleLieTest, aFanThatIsForcedAgainIsJudgedAsAnyOther) {
+TEST_F(OracleFalseReleaseTest, aFanThatIsForcedAgainIsJudgedAsAnyOther) {
     serve();
     hold(1s);
     leave(5s);

@@ -85,7 +85,7 @@ TEST_F(OracleReleasesTest, aReleaseThatSkipsFansAboveOneIsFound) {
     EXPECT_EQ(oracle().violation()->what.substr(0, 5), "fan 2");
 }
 
-TEST_F(OracleReleasesTest, aCommandThatIsUnderWayDoesNotPutAReleaseOff) {
+TEST_F(OracleReleasesTest, aCommandThatIsUnderWayDoesNotDelayARelease) {
     serve();
     (void)call(4s, manual());
     force(4s);
@@ -93,7 +93,7 @@ TEST_F(OracleReleasesTest, aCommandThatIsUnderWayDoesNotPutAReleaseOff) {
     expectViolationJustAfter(6s, Property::releaseBegins);
 }
 
-TEST_F(OracleReleasesTest, anotherClientsHeartbeatsDoNotPutAReleaseOff) {
+TEST_F(OracleReleasesTest, anotherClientsHeartbeatsDoNotDelayARelease) {
     serve();
     connect(1s, "other");
     hold(1s);
@@ -102,7 +102,7 @@ TEST_F(OracleReleasesTest, anotherClientsHeartbeatsDoNotPutAReleaseOff) {
     expectViolationJustAfter(6s, Property::releaseBegins);
 }
 
-TEST_F(OracleReleasesTest, garbageDoesNotPutAReleaseOff) {
+TEST_F(OracleReleasesTest, garbageDoesNotDelayARelease) {
     serve();
     hold(1s);
     leave(5s);
@@ -110,7 +110,7 @@ TEST_F(OracleReleasesTest, garbageDoesNotPutAReleaseOff) {
     expectViolationJustAfter(6s, Property::releaseBegins);
 }
 
-TEST_F(OracleReleasesTest, aCommandThatCouldNotCountTheFansDoesNotPutAReleaseOff) {
+TEST_F(OracleReleasesTest, aCommandThatCouldNotCountTheFansDoesNotDelayARelease) {
     serve();
     hold(1s);
     leave(5s);
@@ -129,7 +129,7 @@ TEST_F(OracleReleasesTest, aPlanThatCouldBeCountedIsNewer) {
     expectNoViolation();
 }
 
-TEST_F(OracleReleasesTest, aCommandForAnotherFanDoesNotPutAReleaseOff) {
+TEST_F(OracleReleasesTest, aCommandForAnotherFanDoesNotDelayARelease) {
     addFan();
     serve();
     hold(1s, 0);
@@ -148,7 +148,7 @@ TEST_F(OracleReleasesTest, aFanThatANewPlanLeavesOutIsAskedToGoBack) {
     expectViolationJustAfter(6s, Property::releaseBegins);
 }
 
-TEST_F(OracleReleasesTest, aFanThatANewPlanKeepsIsNot) {
+TEST_F(OracleReleasesTest, aFanThatANewPlanManagesIsNotAskedToGoBack) {
     addFan();
     serve();
     hold(1s, 0);
@@ -167,7 +167,7 @@ TEST_F(OracleReleasesTest, ofACommandAndAReleaseInOneMomentEitherMayBeTheNewer) 
     expectNoViolation();
 }
 
-TEST_F(OracleReleasesTest, butTheEndOfTheLastConnectionIsTheNewer) {
+TEST_F(OracleReleasesTest, theEndOfTheLastConnectionIsNewerThanACommandOfTheSameMoment) {
     serve();
     (void)call(5s, manual());
     force(5s);

@@ -1,11 +1,14 @@
 // What may be written to the SMC, and in which order: the smallest runs that break
 // onlyAllowedWrites, forceTestIsLowered and forceTestComesFirst, and those that keep them.
-#include <limits>
 
 #include "OracleTrace.h"
+#include "support/Doubles.h"
 
 namespace airflow::simulation {
 namespace {
+
+using tests::infinity;
+using tests::notANumber;
 
 struct WriteCase {
     const char* key;
@@ -28,8 +31,6 @@ TEST_P(OracleWriteTest, isAllowedOrNot) {
         expectViolation(Property::onlyAllowedWrites, 2s);
 }
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
-
 // The SMC's numbers are short: a target may be off by 1 RPM and a millionth of itself.
 INSTANTIATE_TEST_SUITE_P(Keys, OracleWriteTest,
                          testing::Values(WriteCase{"F0Md", 0, true}, WriteCase{"F0Md", 1, true},
@@ -49,8 +50,7 @@ INSTANTIATE_TEST_SUITE_P(
                     WriteCase{"F0Tg", 3000, true}, WriteCase{"F0Tg", 6000, true},
                     WriteCase{"F0Tg", 6001.006, true}, WriteCase{"F0Tg", 6001.0061, false},
                     WriteCase{"F0Tg", -1, false}, WriteCase{"F0Tg", infinity, false},
-                    WriteCase{"F0Tg", -infinity, false},
-                    WriteCase{"F0Tg", std::numeric_limits<double>::quiet_NaN(), false},
+                    WriteCase{"F0Tg", -infinity, false}, WriteCase{"F0Tg", notANumber, false},
                     WriteCase{"F1Tg", 0, false}));
 
 // forceTestIsLowered
@@ -119,7 +119,7 @@ TEST_F(OracleForceTestTest, mayStayOnAfterARefusalLongBeforeTheReleaseUnlessItWa
 }
 
 /// Its key is asked about, which lowers nothing.
-TEST_F(OracleForceTestTest, mayStayOnAfterARefusalBehindWhichItWasNotLowered) {
+TEST_F(OracleForceTestTest, mayStayOnAfterARefusalSinceWhichItWasNotLowered) {
     serve();
     hold(1s);
     write(6s, "Ftst", 0);
@@ -189,7 +189,7 @@ TEST_F(OracleForceTestTest, isNotRaisedByATickThatIsUnderWayWhenTheReasonArises)
     expectNoViolation();
 }
 
-TEST_F(OracleForceTestTest, isNotRaisedByATickThatBeginsBehindTheReason) {
+TEST_F(OracleForceTestTest, isNotRaisedByATickThatBeginsAfterTheReason) {
     serve();
     hold(1s);
     vanish(5s);
@@ -198,7 +198,7 @@ TEST_F(OracleForceTestTest, isNotRaisedByATickThatBeginsBehindTheReason) {
     expectNoViolation();
 }
 
-TEST_F(OracleForceTestTest, isRaisedAgainWhenTheTickHasToldItsState) {
+TEST_F(OracleForceTestTest, isRaisedAgainWhenTheTickHasPublishedItsState) {
     serve();
     hold(1s);
     read(4s, "FNum", 1);

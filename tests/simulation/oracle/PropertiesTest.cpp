@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "simulation/oracle/Properties.h"
+#include "simulation/oracle/Oracle.h"
 
 namespace airflow::simulation {
 namespace {
@@ -38,6 +38,13 @@ TEST(Properties, areFoundByTheirNumber) {
     EXPECT_EQ(textOf(Property::releaseBegins).name, "releaseBegins");
     EXPECT_EQ(textOf(Property::appliedIsTrue).name, "appliedIsTrue");
     for (const PropertyText& text : properties) EXPECT_EQ(textOf(text.property).name, text.name);
+}
+
+TEST(Violation, isDescribedByItsPropertyItsTimeAndWhatWasSeen) {
+    const Violation violation{.property = Property::releaseBegins,
+                              .time = std::chrono::milliseconds(12'500),
+                              .what = "fan 0 was not asked to go back"};
+    EXPECT_EQ(describe(violation), "releaseBegins at 12.500 s: fan 0 was not asked to go back");
 }
 
 }  // namespace

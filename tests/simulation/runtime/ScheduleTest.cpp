@@ -8,6 +8,7 @@
 
 #include "concurrency/TaskScope.h"
 #include "simulation/runtime/SimulatedRuntime.h"
+#include "simulation/runtime/Steps.h"
 
 namespace airflow::simulation {
 namespace {
@@ -15,13 +16,6 @@ namespace {
 using namespace std::chrono_literals;
 using namespace concurrency;
 using testing::UnorderedElementsAre;
-
-Task<void> writeSteps(Runtime& runtime, std::string* text, char name, int steps) {
-    for (int i = 0; i < steps; ++i) {
-        *text += name;
-        co_await runtime.sleepFor(0s);
-    }
-}
 
 struct Trace {
     std::string text;

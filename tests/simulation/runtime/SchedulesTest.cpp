@@ -7,6 +7,7 @@
 
 #include "simulation/oracle/Oracle.h"
 #include "simulation/runtime/Schedules.h"
+#include "simulation/runtime/Steps.h"
 #include "simulation/scenario/ScenarioRun.h"
 
 namespace airflow::simulation {
@@ -23,14 +24,7 @@ using Texts = std::map<std::string, int>;
 
 constexpr std::size_t any = 1000;
 
-Task<void> writeSteps(Runtime& runtime, std::string* text, char name, int steps) {
-    for (int i = 0; i < steps; ++i) {
-        *text += name;
-        co_await runtime.sleepFor(0s);
-    }
-}
-
-/// Tasks called a, b and so on, each with so many steps and a job behind the last; what they wrote.
+/// Tasks called a, b and so on, each with so many steps and a job after the last; what they wrote.
 std::string textOf(const SimulatedRuntime::Chooser& chooser, const std::vector<int>& steps) {
     SimulatedRuntime runtime(chooser);
     std::string text;
@@ -120,7 +114,7 @@ TEST(Schedules, theSearchStopsAtItsLimit) {
     EXPECT_TRUE(exploreTasks({1, 1}, limited).exploration.isComplete());
 }
 
-TEST(Schedules, theLongestListOfChoicesIsTold) {
+TEST(Schedules, theLongestListOfChoicesIsReported) {
     EXPECT_EQ(exploreTasks({1}, bounds(any)).exploration.longest, 0U);
     EXPECT_EQ(exploreTasks({1, 1}, bounds(any)).exploration.longest, 3U);
 }

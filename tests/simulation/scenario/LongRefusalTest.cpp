@@ -5,8 +5,8 @@
 #include <optional>
 #include <vector>
 
-#include "simulation/oracle/Oracle.h"
 #include "simulation/scenario/ScenarioRun.h"
+#include "support/OracleObserver.h"
 
 namespace airflow::simulation {
 namespace {
@@ -14,53 +14,29 @@ namespace {
 using namespace std::chrono_literals;
 using concurrency::Duration;
 
-constexpr std::uint8_t refused = 0x86;
+constexpr std::uint8_t refused = SimulatedMac::refused;
 
-/// Passes everything on to the oracle, and writes down when the fan was asked to go back.
-class Watcher final : public ScenarioObserver {
+/// Writes down when the fan was asked to go back, and when it went.
+class Watcher final : public tests::OracleObserver {
 public:
     struct Request {
         Duration time{};
         std::uint8_t result = 0;
     };
 
-    explicit Watcher(const Scenario& scenario) : oracle(scenario) {}
+    using OracleObserver::OracleObserver;
 
     void access(const SMCAccess& access) override {
-        oracle.access(access);
+        OracleObserver::access(access);
         const bool isWrite = access.operation == Fault::Operation::write;
         if (!isWrite || access.key != "F0Md" || access.value != 0) return;
         requests.push_back({.time = access.time, .result = access.result});
     }
     void modeChanged(Duration time, std::size_t fan, FanMode mode) override {
-        oracle.modeChanged(time, fan, mode);
+        OracleObserver::modeChanged(time, fan, mode);
         if (mode == FanMode::automatic) wentBack = time;
     }
-    void published(Duration time, const control::ControlState& state) override {
-        oracle.published(time, state);
-    }
-    void called(Duration time, std::string_view client, const Call& call) override {
-        oracle.called(time, client, call);
-    }
-    void replied(Duration time, const Reply& reply) override { oracle.replied(time, reply); }
-    void logged(Duration time, std::string_view line) override { oracle.logged(time, line); }
-    void second(Duration time, SimulatedMac& mac) override { oracle.second(time, mac); }
-    void started(Duration time) override { oracle.started(time); }
-    void signalled(Duration time, daemon::Signal signal) override {
-        oracle.signalled(time, signal);
-    }
-    void listening(Duration time) override { oracle.listening(time); }
-    void exitBegan(Duration time) override { oracle.exitBegan(time); }
-    void ended(const ProcessEnd& end) override { oracle.ended(end); }
-    void connected(Duration time, std::string_view client, bool isUntrusted) override {
-        oracle.connected(time, client, isUntrusted);
-    }
-    void disconnected(Duration time, std::string_view client) override {
-        oracle.disconnected(time, client);
-    }
-    void clockJumped(Duration time, double seconds) override { oracle.clockJumped(time, seconds); }
 
-    Oracle oracle;
     std::vector<Request> requests;
     std::optional<Duration> wentBack;
 };
@@ -96,7 +72,7 @@ TEST(LongRefusal, aFanThatRefusesForADayIsAskedEveryTwoSecondsAndGoesBack) {
     EXPECT_EQ(watcher.requests.size(), 43202U);
     expectAskedEveryTwoSecondsFromTenSeconds(watcher.requests);
     EXPECT_EQ(watcher.wentBack, 24h + 12s);
-    EXPECT_FALSE(watcher.oracle.violation()) << watcher.oracle.violation()->what;
+    EXPECT_FALSE(watcher.oracle.violation()) << describe(*watcher.oracle.violation());
 }
 
 TEST(LongRefusal, aRefusalThatEndsAsItIsAskedEndsAtOnce) {
@@ -107,7 +83,7 @@ TEST(LongRefusal, aRefusalThatEndsAsItIsAskedEndsAtOnce) {
     watcher.requests.erase(watcher.requests.begin());
     EXPECT_EQ(watcher.requests.size(), 1801U);  // every 2 s of the hour, and one at its end
     expectAskedEveryTwoSecondsFromTenSeconds(watcher.requests);
-    EXPECT_FALSE(watcher.oracle.violation()) << watcher.oracle.violation()->what;
+    EXPECT_FALSE(watcher.oracle.violation()) << describe(*watcher.oracle.violation());
 }
 
 }  // namespace

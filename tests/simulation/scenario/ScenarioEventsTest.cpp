@@ -2,14 +2,16 @@
 
 #include <chrono>
 
-#include "simulation/scenario/Scenario.h"
+#include "support/Doubles.h"
+#include "support/ScenarioText.h"
 
 namespace airflow::simulation {
 namespace {
 
+using tests::infinity;
 using namespace std::chrono_literals;
 
-std::expected<Scenario, json::DecodingError> parseEvent(const std::string& event) {
+tests::ParsedScenario parseEvent(const std::string& event) {
     return Scenario::parse(
         R"({"machine":"laptop","events":[)" + event + "]}",
         [](const std::string&) -> std::expected<std::string, std::string> { return "no plan"; });
@@ -28,9 +30,7 @@ T eventOf(const std::string& text) {
 }
 
 std::string errorIn(const std::string& event) {
-    const auto scenario = parseEvent(event);
-    if (scenario) return "no error";
-    return scenario.error().codingPath + ": " + scenario.error().description;
+    return tests::errorOf(parseEvent(event));
 }
 
 TEST(ScenarioEvents, aCallHasAClient) {
@@ -75,7 +75,7 @@ TEST(ScenarioEvents, aPlanIsSentAsItsDocument) {
 
 TEST(ScenarioEvents, aPlanThatHasNoJSONFormIsNoDocument) {
     Call call{.method = Call::Method::applyConfig};
-    call.plan.tuning.emaAlpha = std::numeric_limits<double>::infinity();
+    call.plan.tuning.emaAlpha = infinity;
     EXPECT_EQ(planDocument(call), "");
 }
 

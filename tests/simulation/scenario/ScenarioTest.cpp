@@ -2,28 +2,21 @@
 
 #include <chrono>
 
-#include "simulation/scenario/Scenario.h"
+#include "support/ScenarioText.h"
 
 namespace airflow::simulation {
 namespace {
 
 using namespace std::chrono_literals;
-
-std::expected<Scenario, json::DecodingError> parse(const std::string& text) {
-    return Scenario::parse(text, [](const std::string&) -> std::expected<std::string, std::string> {
-        return std::unexpected("there is no file");
-    });
-}
+using tests::parsedScenario;
 
 /// "place: reason" of the error in a scenario that is otherwise good.
 std::string errorIn(const std::string& members) {
-    const auto scenario = parse(R"({"machine":"laptop",)" + members + "}");
-    if (scenario) return "no error";
-    return scenario.error().codingPath + ": " + scenario.error().description;
+    return tests::errorOf(parsedScenario(R"({"machine":"laptop",)" + members + "}"));
 }
 
 TEST(Scenario, readsEveryPart) {
-    const auto scenario = parse(R"({
+    const auto scenario = parsedScenario(R"({
         "machine": {"preset": "busy", "fans": [{"minRPM": 1000, "maxRPM": 5000, "currentRPM": 1500,
             "modeKey": "F0md", "mode": 3}, {"modeKey": null}, {}], "hid": null,
             "smc": {"TCMz": 45.5}},
@@ -90,7 +83,7 @@ TEST(Scenario, aFaultOfOneRequestIsWrittenAndReadAgain) {
 
 TEST(Scenario, aHubThatHangsIsWrittenAndReadAgain) {
     const auto scenario =
-        parse(R"({"machine": "laptop", "hidHangs": [{"from": 5, "until": 40}, {}]})");
+        parsedScenario(R"({"machine": "laptop", "hidHangs": [{"from": 5, "until": 40}, {}]})");
     ASSERT_TRUE(scenario) << scenario.error().describe("scenario");
     EXPECT_EQ(scenario->hidHangs, (std::vector<HIDHang>{{.from = 5s, .until = 40s}, {.from = 0s}}));
     EXPECT_EQ(scenario->length(), 70s);
@@ -106,14 +99,14 @@ TEST(Scenario, aHangThatWouldDoNothingIsAnErrorAtItsPlace) {
     EXPECT_EQ(errorIn(R"("hidHangs":[{"from":5,"until":5}])"),
               "hidHangs[0]: A hang ends after it has begun.");
     EXPECT_EQ(errorIn(R"("hidHangs":{})").substr(0, 9), "hidHangs:");
-    const auto blind = parse(R"({"machine":"no-hid-symbols","hidHangs":[{}]})");
+    const auto blind = parsedScenario(R"({"machine":"no-hid-symbols","hidHangs":[{}]})");
     ASSERT_FALSE(blind);
     EXPECT_EQ(blind.error().codingPath, "hidHangs[0]");
     EXPECT_EQ(blind.error().description, "This machine has no HID functions.");
 }
 
 TEST(Scenario, readsALoadInsteadOfTemperatures) {
-    const auto scenario = parse(R"({"machine": "laptop", "temperatures": null,
+    const auto scenario = parsedScenario(R"({"machine": "laptop", "temperatures": null,
         "thermal": {"load": [{"at": 0, "watts": 8}, {"at": 60, "watts": 45}], "ambient": 20}})");
     ASSERT_TRUE(scenario) << scenario.error().describe("scenario");
     EXPECT_EQ(scenario->thermal->load, (ThermalModel::Load{{0s, 8.0}, {60s, 45.0}}));
@@ -134,7 +127,7 @@ TEST(Scenario, everyCommandHasItsName) {
     };
     for (const auto& [text, method] : commands) {
         const auto scenario =
-            parse(R"({"machine":"laptop","events":[{"at":1,"call":)" + text + "}]}");
+            parsedScenario(R"({"machine":"laptop","events":[{"at":1,"call":)" + text + "}]}");
         ASSERT_TRUE(scenario) << text << scenario.error().describe("scenario");
         EXPECT_EQ(std::get<Call>(scenario->events.at(0)).method, method);
         EXPECT_TRUE(text.starts_with('"' + std::string(nameOf(method)) + '"'));
@@ -143,7 +136,7 @@ TEST(Scenario, everyCommandHasItsName) {
 
 TEST(Scenario, lastsUntilHalfAMinuteAfterTheLastThingThatHappens) {
     const auto length = [](const std::string& members) {
-        return parse(R"({"machine":"laptop")" + members + "}")->length();
+        return parsedScenario(R"({"machine":"laptop")" + members + "}")->length();
     };
     EXPECT_EQ(length(""), 30s);
     EXPECT_EQ(length(R"(,"events":[{"at":7,"call":"automatic"}])"), 37s);
@@ -167,9 +160,9 @@ TEST(Scenario, anUnknownKeyIsAnErrorAtItsPlace) {
               "events[0].fan: Unknown key.");
     EXPECT_EQ(errorIn(R"("events":[{"at":0,"heartbeatEvery":1,"untill":3}])"),
               "events[0].untill: Unknown key.");
-    EXPECT_EQ(parse(R"({"machine":{"fans":[{"min":1}]}})").error().codingPath,
+    EXPECT_EQ(parsedScenario(R"({"machine":{"fans":[{"min":1}]}})").error().codingPath,
               "machine.fans[0].min");
-    EXPECT_EQ(parse(R"({"machine":{"hids":null}})").error().codingPath, "machine.hids");
+    EXPECT_EQ(parsedScenario(R"({"machine":{"hids":null}})").error().codingPath, "machine.hids");
 }
 
 TEST(Scenario, changesAreListedInOrderOfTime) {
@@ -199,8 +192,8 @@ TEST(Scenario, theFirmwareChangesKeysThatTheMachineHasAndThatCanBeWritten) {
         EXPECT_EQ(errorIn(R"("firmware":[{"at":0,"key":")" + std::string(key) + R"(","value":0}])"),
                   "firmware[0].key: This machine has no such key that can be written.");
     }
-    const auto keyless = parse(R"({"machine":"no-mode-key",)"
-                               R"("firmware":[{"at":0,"key":"F0Md","value":0}]})");
+    const auto keyless = parsedScenario(R"({"machine":"no-mode-key",)"
+                                        R"("firmware":[{"at":0,"key":"F0Md","value":0}]})");
     EXPECT_EQ(keyless.error().codingPath, "firmware[0].key");
 }
 
@@ -211,15 +204,16 @@ TEST(Scenario, temperatureKeysAreThoseOfTheMachine) {
 }
 
 TEST(Scenario, aWrongValueIsAnErrorAtItsPlace) {
-    EXPECT_EQ(parse("{}").error().description, "The required key \"machine\" is missing.");
-    EXPECT_EQ(parse(R"({"machine":"toaster"})").error().description,
+    EXPECT_EQ(parsedScenario("{}").error().description, "The required key \"machine\" is missing.");
+    EXPECT_EQ(parsedScenario(R"({"machine":"toaster"})").error().description,
               "There is no machine of this name.");
-    EXPECT_EQ(parse(R"({"machine":{"fans":[{"modeKey":"F1Md"}]}})").error().description,
+    EXPECT_EQ(parsedScenario(R"({"machine":{"fans":[{"modeKey":"F1Md"}]}})").error().description,
               "Expected \"F0Md\", \"F0md\" or null.");
-    EXPECT_EQ(
-        parse(R"({"machine":{"fans":[{},{},{},{},{},{},{},{},{},{},{}]}})").error().description,
-        "A machine has ten fans at most.");
-    EXPECT_EQ(parse(R"({"machine":{"smc":{"TC":1}}})").error().description,
+    EXPECT_EQ(parsedScenario(R"({"machine":{"fans":[{},{},{},{},{},{},{},{},{},{},{}]}})")
+                  .error()
+                  .description,
+              "A machine has ten fans at most.");
+    EXPECT_EQ(parsedScenario(R"({"machine":{"smc":{"TC":1}}})").error().description,
               "A key has four characters.");
     EXPECT_EQ(errorIn(R"("duration":-1)"), "duration: Expected seconds from 0 to 100000000.");
     EXPECT_EQ(errorIn(R"("duration":1e9)"), "duration: Expected seconds from 0 to 100000000.");
