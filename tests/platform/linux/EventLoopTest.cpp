@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <sys/resource.h>
 
 #include <asio/error.hpp>
 #include <asio/io_context.hpp>
@@ -11,29 +10,13 @@
 #include <system_error>
 #include <thread>
 
+#include "FewDescriptors.h"
 #include "ServedDaemon.h"
 #include "platform/linux/EventLoop.h"
 #include "platform/linux/LocalProcess.h"
 
 namespace airflow::platform {
 namespace {
-
-/// Of this process, so many descriptors below which all numbers are taken.
-class FewDescriptors {
-public:
-    explicit FewDescriptors(rlim_t count) {
-        getrlimit(RLIMIT_NOFILE, &before);
-        rlimit few = before;
-        few.rlim_cur = count;
-        setrlimit(RLIMIT_NOFILE, &few);
-    }
-    FewDescriptors(const FewDescriptors&) = delete;
-    FewDescriptors& operator=(const FewDescriptors&) = delete;
-    ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &before); }
-
-private:
-    rlimit before{};
-};
 
 /// The reasons that are given as descriptors become more, up to the first success.
 template <typename Make>

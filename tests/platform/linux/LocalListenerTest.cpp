@@ -1,8 +1,11 @@
 // The daemon behind its socket, as clients meet it.
 #include <gmock/gmock.h>
-#include <sys/resource.h>
 #include <time.h>
 
+#include <optional>
+#include <utility>
+
+#include "FewDescriptors.h"
 #include "ServedDaemon.h"
 #include "platform/linux/LocalConnection.h"
 #include "platform/linux/LocalListener.h"
@@ -249,11 +252,7 @@ TEST_F(LocalListenerTest, clientsWaitWithoutBusynessUntilThereIsADescriptorForTh
     EXPECT_EQ(first.ask(R"({"id":1,"method":"helperVersion"})"),
               "{\"id\":1,\"version\":\"1.0.3+6\"}\n");
     LineClient reserve(served.path);
-    rlimit before{};
-    getrlimit(RLIMIT_NOFILE, &before);
-    rlimit none = before;
-    none.rlim_cur = 3;  // every number up to this is taken
-    setrlimit(RLIMIT_NOFILE, &none);
+    std::optional<FewDescriptors> none(std::in_place, 3);  // every number below is taken
     LineClient* const second = &reserve;
     EXPECT_TRUE(second->send("{\"id\":2,\"method\":\"helperVersion\"}\n"));
     const auto usedBefore = used();
@@ -262,7 +261,7 @@ TEST_F(LocalListenerTest, clientsWaitWithoutBusynessUntilThereIsADescriptorForTh
     EXPECT_LT(used() - usedBefore, 100ms);
     EXPECT_EQ(first.ask(R"({"id":3,"method":"helperVersion"})"),
               "{\"id\":3,\"version\":\"1.0.3+6\"}\n");
-    setrlimit(RLIMIT_NOFILE, &before);
+    none.reset();
     EXPECT_EQ(second->receive(), "{\"id\":2,\"version\":\"1.0.3+6\"}\n");
 }
 
