@@ -26,6 +26,11 @@ TEST(KeyChecks, anUnknownKeyIsAWarningWhereverItStands) {
                             "unknown-key /rules/0/d", "unknown-key /tuning/e", "unknown-key /f"));
 }
 
+TEST(KeyChecks, everyElementIsSearched) {
+    EXPECT_THAT(found(planOf(goodFan("0") + R"(,{"fanID":1,"mode":{"automatic":{}},"x":1})")),
+                ElementsAre("unknown-key /fans/1/x"));
+}
+
 TEST(KeyChecks, anUnknownKeyStandsWhereTheKeyDoes) {
     const auto review = reviewPlan("{\n  \"colour\": 1,\n" + planOf("").substr(1));
     ASSERT_EQ(review.findings.size(), 1u);

@@ -50,6 +50,7 @@ TEST(MachineChecks, aFixedSpeedOutOfRangeIsToldWhatItCountsAs) {
     EXPECT_EQ(adviceIn(planOf(fanWith(rpmMode("900"))), &machine), "Write 1200.");
     EXPECT_EQ(adviceIn(planOf(fanWith(rpmMode("9000"))), &machine), "Write 6000.");
     EXPECT_EQ(adviceIn(planOf(fanWith(rpmMode("2500"), "2")), &machine), "Write 2000.");
+    EXPECT_EQ(adviceIn(planOf(fanWith(rpmMode("1500"), "2")), &machine), "Write 2000.");
     EXPECT_EQ(reasonIn(planOf(fanWith(rpmMode("900"))), &machine),
               "900 RPM is outside the fan's range on the machine laptop, 1200 to 6000 RPM, and "
               "counts as 1200 RPM.");

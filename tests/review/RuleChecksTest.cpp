@@ -153,6 +153,21 @@ TEST(RuleChecks, aHiddenRuleIsToldOnce) {
                 ElementsAre("rule-hidden /rules/2"));
 }
 
+TEST(RuleChecks, rulesWithOneIdHideNothingFromEachOther) {
+    RuleText twin = hot;
+    twin.id = 1;
+    EXPECT_THAT(foundInRules({.id = 1}, twin), ElementsAre("repeated-rule-id /rules/1/id"));
+}
+
+TEST(RuleChecks, aRuleThatNeverFiresNeitherHidesNorIsHidden) {
+    const RuleText never{.id = 1, .above = 96, .dwell = 0};
+    RuleText neither = never;
+    neither.id = 2;
+    EXPECT_THAT(foundInRules(never, neither),
+                ElementsAre("rule-beyond-ceiling /rules/0/thresholdCelsius",
+                            "rule-beyond-ceiling /rules/1/thresholdCelsius"));
+}
+
 TEST(RuleChecks, aNegativeDwellHidesAsZeroDoes) {
     RuleText negative = hot;
     negative.dwell = -1;
