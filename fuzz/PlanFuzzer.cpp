@@ -1,5 +1,6 @@
 // Any bytes as a plan document. What is accepted survives being written, and whatever the machine
-// measures, a fan is never told anything that is no speed of it.
+// measures, a fan is never told anything that is no speed of it. A review of it points at its
+// values.
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -19,10 +20,13 @@
 #include "evaluation/FanHoldPlanner.h"
 #include "evaluation/PlanEvaluator.h"
 #include "json/Decoder.h"
+#include "json/Document.h"
+#include "json/Places.h"
 #include "json/Writer.h"
 #include "plan/AutoSwitchSettings.h"
 #include "plan/FanControlPlan.h"
 #include "plan/FanPreset.h"
+#include "review/PlanReview.h"
 
 namespace airflow::fuzz {
 namespace {
@@ -154,6 +158,19 @@ void evaluate(const plan::FanControlPlan& plan) {
     }
 }
 
+void checkReview(std::string_view text, bool isPlan) {
+    const auto review = review::reviewPlan(text);
+    require(review.plan.has_value() == isPlan, "a plan is one for its reviewer, too");
+    require(isPlan || review.findings.size() == 1, "one reason is why a document is no plan");
+    json::Document document;
+    if (!document.parse(text)) return;
+    json::Places places(document, text);
+    for (const review::Finding& finding : review.findings) {
+        require(places.find(finding.pointer).has_value(), "a finding points at a value");
+        require(finding.position.has_value(), "a finding has a place");
+    }
+}
+
 }  // namespace
 }  // namespace airflow::fuzz
 
@@ -162,7 +179,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string_view text(reinterpret_cast<const char*>(data), size);
     (void)fuzz::decoded<plan::FanPreset>(text);
     (void)fuzz::decoded<plan::AutoSwitchSettings>(text);
-    if (const auto plan = fuzz::decoded<plan::FanControlPlan>(text)) {
+    const auto plan = fuzz::decoded<plan::FanControlPlan>(text);
+    fuzz::checkReview(text, plan.has_value());
+    if (plan) {
         fuzz::checkCurves(*plan);
         fuzz::evaluate(*plan);
     }

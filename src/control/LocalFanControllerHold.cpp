@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "control/LocalFanController.h"
+#include "control/ThermalCeiling.h"
 
 namespace airflow::control {
 
@@ -15,7 +16,6 @@ using concurrency::Task;
 using namespace std::chrono_literals;
 
 constexpr auto holdPeriod = 1500ms;
-constexpr double thermalCeiling = 95.0;              // °C
 constexpr std::int64_t missingTemperatureLimit = 2;  // snapshots in a row
 constexpr concurrency::Seconds heartbeatLimit{15.0};
 

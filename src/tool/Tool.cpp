@@ -24,13 +24,38 @@ namespace airflow::tool {
 namespace {
 
 void addCheck(CLI::App& app, Streams streams, int& status) {
+    struct ToolOptions {
+        CheckOptions check;
+        std::string format = "text";
+    };
     CLI::App* const command = app.add_subcommand(
         "check",
-        "Decode plan documents; say what is wrong with the bad ones and what the good ones "
-        "would do");
-    auto paths = std::make_shared<std::vector<std::string>>();
-    command->add_option("PLAN", *paths, "Plan documents (JSON)")->required();
-    command->callback([=, &status] { status = check(*paths, streams.out, streams.err); });
+        "Review plan documents: what is wrong with them, what will not work as it seems to be "
+        "meant, and what they would do");
+    auto options = std::make_shared<ToolOptions>();
+    CheckOptions& checked = options->check;
+    command->add_option("PLAN", checked.paths, "Plan documents (JSON); - is standard input")
+        ->required();
+    command->add_flag("--strict", checked.isStrict, "Fail for warnings, too");
+    command
+        ->add_option("--format", options->format,
+                     "text (for people, the default) or json (one object)")
+        ->check(CLI::IsMember({"text", "json"}));
+    CLI::Option* const machine =
+        command
+            ->add_option("--machine", checked.machine,
+                         "Also look for fans and sensors that this machine lacks: one of those "
+                         "that the command machines lists")
+            ->check(CLI::Validator(whyNoMachine, "", "machine"));
+    command
+        ->add_option("--trace", checked.trace,
+                     "The same for the machine on which a trace was recorded")
+        ->excludes(machine);
+    command->callback([=, &status] {
+        const bool isText = options->format == "text";
+        options->check.format = isText ? CheckFormat::text : CheckFormat::json;
+        status = check(options->check, streams.in, streams.out, streams.err);
+    });
 }
 
 void addReplay(CLI::App& app, Streams streams, int& status) {

@@ -10,11 +10,6 @@
 namespace airflow::tool {
 namespace {
 
-std::string contentOf(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 std::vector<std::string> scenarioNames() {
     std::vector<std::string> names;
     for (const auto& file : std::filesystem::directory_iterator(example("scenarios"))) {

@@ -14,6 +14,10 @@
 
 namespace airflow::tool {
 
+/// The end of a plan's document.
+inline constexpr const char* tuningWithoutSmoothing =
+    R"("tuning":{"emaAlpha":1,"hysteresisCelsius":2,"maxDeltaRPMPerTick":400,"minDwellSeconds":3}})";
+
 struct ToolRun {
     int status = 0;
     std::string out;
@@ -30,6 +34,11 @@ inline ToolRun runTool(std::vector<std::string> arguments, const std::string& in
 
 inline std::string example(const std::string& name) {
     return std::string(AIRFLOW_EXAMPLES) + "/" + name;
+}
+
+inline std::string contentOf(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 /// A folder of its own that goes away with the test.

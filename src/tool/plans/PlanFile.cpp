@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <istream>
 
 #include "json/Decoder.h"
 #include "json/Document.h"
@@ -22,6 +23,13 @@ std::expected<std::string, std::string> readFile(const std::string& path, std::s
     }
     if (!file.is_open() || file.bad()) return std::unexpected(std::string(std::strerror(errno)));
     bytes.resize(static_cast<std::size_t>(file.gcount()));
+    return bytes;
+}
+
+std::string readDocument(std::istream& in) {
+    std::string bytes(json::Limits{}.bytes + 1, '\0');
+    in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    bytes.resize(static_cast<std::size_t>(in.gcount()));
     return bytes;
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <expected>
+#include <iosfwd>
 #include <string>
 
 #include "json/Document.h"
@@ -14,6 +15,9 @@ namespace airflow::tool {
 /// which is that of a document, enough to know that it is.
 [[nodiscard]] std::expected<std::string, std::string> readFile(
     const std::string& path, std::size_t limit = json::Limits{}.bytes);
+
+/// The same, from a stream that is open.
+[[nodiscard]] std::string readDocument(std::istream& in);
 
 /// The plan in the file, or one line that says what is wrong with it, and where.
 [[nodiscard]] std::expected<plan::FanControlPlan, std::string> readPlan(const std::string& path);

@@ -5,9 +5,7 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <iterator>
 #include <optional>
-#include <set>
 
 #include "text/Text.h"
 
@@ -53,33 +51,6 @@ std::string describe(const plan::FanRule& rule) {
         text::plain(releaseLevel));
 }
 
-void appendOddities(const plan::FanControlPlan& plan, std::string& text) {
-    const auto note = [&text](const std::string& oddity) {
-        text += fmt::format("  note: {}\n", oddity);
-    };
-    std::set<std::int64_t> seen;
-    std::set<std::int64_t> told;
-    for (const plan::FanPlan& fan : plan.fans) {
-        if (seen.insert(fan.fanID).second || !told.insert(fan.fanID).second) continue;
-        note(fmt::format("fan {} is planned more than once; the last entry counts", fan.fanID));
-    }
-    for (const plan::FanRule& rule : plan.rules) {
-        const auto& fanID = rule.fanTarget.fanID;
-        if (!fanID || seen.contains(*fanID)) continue;
-        note(
-            fmt::format("rule \"{}\" targets fan {}, which the plan does not list: it does nothing",
-                        text::printable(rule.name), *fanID));
-    }
-    if (plan.tuning.maxDeltaRPMPerTick <= 0) {
-        note(fmt::format("maxDeltaRPMPerTick {} is not above 0: curves cannot move their fans",
-                         text::plain(plan.tuning.maxDeltaRPMPerTick)));
-    }
-    if (plan.tuning.emaAlpha <= 0 || plan.tuning.emaAlpha > 1) {
-        note(fmt::format("emaAlpha {} is outside (0, 1]: temperatures will not follow the sensors",
-                         text::plain(plan.tuning.emaAlpha)));
-    }
-}
-
 }  // namespace
 
 std::string summarise(const plan::FanControlPlan& plan) {
@@ -95,7 +66,6 @@ std::string summarise(const plan::FanControlPlan& plan) {
     text +=
         fmt::format("  tuning: newest reading weighs {}, curves move at most {} RPM a tick\n",
                     text::plain(plan.tuning.emaAlpha), text::plain(plan.tuning.maxDeltaRPMPerTick));
-    appendOddities(plan, text);
     return text;
 }
 

@@ -8,7 +8,7 @@
 namespace airflow::tool {
 
 /// Some lines, each indented by two blanks: fans and what each does, rules in priority order,
-/// tuning, and whatever in the plan is unlikely to be meant.
+/// tuning.
 [[nodiscard]] std::string summarise(const plan::FanControlPlan& plan);
 
 }  // namespace airflow::tool

@@ -1,0 +1,55 @@
+#include "tool/plans/KnownMachine.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+
+#include "simulation/daemon/SimulatedSystem.h"
+#include "text/Text.h"
+#include "tool/plans/Trace.h"
+
+namespace airflow::tool {
+
+namespace {
+
+void addTo(review::Machine& machine, const sensors::SensorSnapshot& snapshot) {
+    for (const sensors::Fan& fan : snapshot.fans) {
+        const review::SpeedRange seen{.minRPM = fan.minRPM, .maxRPM = fan.maxRPM};
+        auto& range = machine.fans.emplace(fan.id, seen).first->second;
+        range.minRPM = std::min(range.minRPM, seen.minRPM);
+        range.maxRPM = std::max(range.maxRPM, seen.maxRPM);
+    }
+    for (const sensors::TempSensor& temp : snapshot.temps) machine.sensorIDs.insert(temp.id());
+}
+
+}  // namespace
+
+review::Machine machineOfPreset(const std::string& name) {
+    simulation::SimulatedSystem system(simulation::machinePreset(name).value());
+    review::Machine machine{
+        .name = fmt::format("the machine {}", name), .fans = {}, .sensorIDs = {}};
+    addTo(machine, system.runtime.run(system.sensors.snapshot()));
+    return machine;
+}
+
+std::expected<review::Machine, std::string> machineOfTrace(const std::string& path) {
+    errno = 0;
+    std::ifstream file(path, std::ios::binary);
+    if (!file.is_open()) {
+        return std::unexpected(
+            fmt::format("{}: cannot be read: {}", text::printable(path), std::strerror(errno)));
+    }
+    review::Machine machine{.name = "the machine of the trace", .fans = {}, .sensorIDs = {}};
+    TraceReader trace(file, path);
+    for (;;) {
+        auto tick = trace.next();
+        if (!tick) return std::unexpected(std::move(tick.error()));
+        if (!*tick) return machine;
+        addTo(machine, (*tick)->snapshot);
+    }
+}
+
+}  // namespace airflow::tool
