@@ -28,7 +28,7 @@ std::int64_t wholeRPM(double rpm) {
 }  // namespace
 
 LocalFanController::LocalFanController(concurrency::Runtime& controllerRuntime,
-                                       smc::SMCWriting& writing, sensors::SensorReader& reader,
+                                       smc::SMCWriting& writing, sensors::SnapshotSource& reader,
                                        UserID userID)
     : Actor(controllerRuntime.makeExecutor("controller")),
       runtime(controllerRuntime),

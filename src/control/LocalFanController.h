@@ -33,7 +33,7 @@
 #include "control/Generation.h"
 #include "evaluation/PlanEvaluator.h"
 #include "numbers/Units.h"
-#include "sensors/SensorReader.h"
+#include "sensors/SnapshotSource.h"
 #include "smc/SMCWriting.h"
 
 namespace airflow::control {
@@ -47,11 +47,23 @@ public:
     using UserID = std::function<std::uint32_t()>;
 
     LocalFanController(concurrency::Runtime& runtime, smc::SMCWriting& smc,
-                       sensors::SensorReader& sensors, UserID effectiveUserID);
+                       sensors::SnapshotSource& sensors, UserID effectiveUserID);
 
     /// Called, on the controller's executor, whenever the hold loop has made its checks and goes
     /// on. Set before the first operation.
     std::function<void()> checked;
+
+    /// What a plan is evaluated with. Who evaluates it again comes to the same decisions.
+    struct Evaluation {
+        const evaluation::PlanEvaluator& memory;
+        const plan::FanControlPlan& plan;
+        const sensors::SensorSnapshot& snapshot;
+        concurrency::Date now;
+    };
+    using Evaluating = std::function<void(const Evaluation& evaluation)>;
+    /// Called, on the controller's executor, whenever a plan is about to be evaluated. Set before
+    /// the first operation.
+    Evaluating evaluating;
 
     /// The state last published. Runs on the controller's executor.
     [[nodiscard]] concurrency::Task<ControlState> currentState();
@@ -196,7 +208,7 @@ private:
     UserID effectiveUserID;
 
     smc::SMCWriting& smc;
-    sensors::SensorReader& sensors;
+    sensors::SnapshotSource& sensors;
     std::map<Fan, std::string> modeKeyCache;  ///< found keys only: others are probed again
     ControlledFans fans;
     plan::FanControlPlan activePlan = plan::FanControlPlan::allAutomatic();

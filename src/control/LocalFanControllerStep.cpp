@@ -22,6 +22,8 @@ Task<std::vector<std::int64_t>> LocalFanController::assertPlanOnce(plan::FanCont
                                                                    concurrency::Date now) {
     const Generations begun = generations();
     const ReleaseGeneration generation = begun.release;
+    if (evaluating)
+        evaluating({.memory = evaluator, .plan = plan, .snapshot = snapshot, .now = now});
     const auto decisions = evaluator.evaluate(plan, snapshot, now);
     auto actions = evaluation::FanHoldPlanner::actions(decisions, fans.claimed());
     fans.setStopped({actions.stoppedFans.begin(), actions.stoppedFans.end()});

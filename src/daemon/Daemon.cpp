@@ -58,6 +58,7 @@ void Daemon::buildController() {
         [this] { return controller->lastRequest(); });
     guard->acting = platform.guarded;
     controller->checked = [this] { guard->checked(); };
+    controller->evaluating = platform.evaluating;
     // A stream keeps what nobody reads, so one that nobody is told of is closed, which ends the
     // task.
     if (!platform.published) controller->stateStream().close();

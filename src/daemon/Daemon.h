@@ -40,6 +40,8 @@ public:
         std::function<void(const control::ControlState&)> published{};
         /// Called whenever the guard gives fans back.
         std::function<void()> guarded{};
+        /// Told whenever a plan is about to be evaluated; empty: nobody is.
+        control::LocalFanController::Evaluating evaluating{};
     };
 
     explicit Daemon(Platform platform);

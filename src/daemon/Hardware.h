@@ -27,7 +27,7 @@ public:
     [[nodiscard]] virtual concurrency::Task<std::expected<void, smc::SMCError>> open() = 0;
     /// Everything that the daemon asks of the SMC passes it, the sensors' requests too.
     [[nodiscard]] virtual guard::SMCGate& smc() = 0;
-    [[nodiscard]] virtual sensors::SensorReader& sensors() = 0;
+    [[nodiscard]] virtual sensors::SnapshotSource& sensors() = 0;
 };
 
 /// The hardware of a machine whose SMC answers a user client and whose hub has the HID functions.
@@ -47,7 +47,7 @@ public:
         return connection.open();
     }
     [[nodiscard]] guard::SMCGate& smc() override { return gate; }
-    [[nodiscard]] sensors::SensorReader& sensors() override { return reader; }
+    [[nodiscard]] sensors::SnapshotSource& sensors() override { return reader; }
 
 private:
     smc::SMCConnection connection;

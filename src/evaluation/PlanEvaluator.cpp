@@ -39,33 +39,59 @@ RPM clamped(const sensors::Fan& fan, RPM speed) {
 
 std::map<std::int64_t, FanDecision> PlanEvaluator::evaluate(const plan::FanControlPlan& plan,
                                                             const sensors::SensorSnapshot& snapshot,
-                                                            Date now) {
-    smooth(snapshot, plan.tuning.emaAlpha);
+                                                            Date now, EvaluationRecord* record) {
+    if (record) *record = {.time = now};
+    smooth(snapshot, plan.tuning.emaAlpha, record);
+    const auto latchedBefore = record ? ruleLatched : std::set<plan::UUID>();
     const Overrides overrides = applyRules(plan, now);
+    if (record) {
+        record->hottest = recordOf(std::nullopt);
+        record->rules = recordRules(plan, latchedBefore);
+    }
     std::map<std::int64_t, FanDecision> decisions;
     for (const plan::FanPlan& fanPlan : plan.fans) {
         const auto fan = std::ranges::find(snapshot.fans, fanPlan.fanID, &sensors::Fan::id);
         if (fan == snapshot.fans.end()) continue;
-        decisions[fanPlan.fanID] =
-            decide(fanPlan, *fan, overrides, RPM(plan.tuning.maxDeltaRPMPerTick), now);
+        FanRecord made{.minRPM = fan->minRPM, .maxRPM = fan->maxRPM};
+        const Step step{.fan = *fan,
+                        .maxDelta = RPM(plan.tuning.maxDeltaRPMPerTick),
+                        .now = now,
+                        .record = made};
+        made.decision = decide(fanPlan, overrides, step);
+        decisions[fanPlan.fanID] = made.decision;
+        if (!record) continue;
+        complete(made, plan, fanPlan);
+        record->fans[fanPlan.fanID] = std::move(made);
     }
     return decisions;
 }
 
 std::optional<double> PlanEvaluator::hottest() const {
-    std::optional<double> hottest;
-    for (const auto& [id, celsius] : emaBySensor) {
-        if (!hottest || std::isnan(*hottest) || celsius > *hottest) hottest = celsius;
+    const Sensor* const found = hottestSensor();
+    return found ? std::optional(found->second) : std::nullopt;
+}
+
+const PlanEvaluator::Sensor* PlanEvaluator::hottestSensor() const {
+    const Sensor* hottest = nullptr;
+    for (const Sensor& sensor : emaBySensor) {
+        if (!hottest || std::isnan(hottest->second) || sensor.second > hottest->second)
+            hottest = &sensor;
     }
     return hottest;
 }
 
-void PlanEvaluator::smooth(const sensors::SensorSnapshot& snapshot, double alpha) {
+void PlanEvaluator::smooth(const sensors::SensorSnapshot& snapshot, double alpha,
+                           EvaluationRecord* record) {
     std::vector<const double*> current;  // the entries of this snapshot's sensors
     for (const sensors::TempSensor& sensor : snapshot.temps) {
         const auto [entry, isNew] = emaBySensor.try_emplace(sensor.id(), sensor.celsius);
-        if (!isNew) entry->second = alpha * sensor.celsius + (1 - alpha) * entry->second;
+        const double before = entry->second;
+        if (!isNew) entry->second = alpha * sensor.celsius + (1 - alpha) * before;
         current.push_back(&entry->second);
+        if (!record) continue;
+        record->sensors[entry->first] = {.raw = sensor.celsius,
+                                         .before = isNew ? std::nullopt : std::optional(before),
+                                         .smoothed = entry->second};
     }
     std::ranges::sort(current);
     std::erase_if(emaBySensor, [&current](const auto& entry) {
@@ -92,9 +118,7 @@ PlanEvaluator::Overrides PlanEvaluator::applyRules(const plan::FanControlPlan& p
 void PlanEvaluator::updateLatch(const plan::FanRule& rule, std::optional<double> watched,
                                 Date now) {
     if (ruleLatched.contains(rule.id)) {
-        // Half a degree below the threshold at least: a rule must not flutter around it.
-        const double releaseLevel = std::min(rule.thresholdCelsius - 0.5, rule.releaseBelowCelsius);
-        if (watched && *watched < releaseLevel) {
+        if (watched && *watched < rule.releaseLevel()) {
             ruleLatched.erase(rule.id);
             ruleFiringSince.erase(rule.id);
         }
@@ -106,51 +130,64 @@ void PlanEvaluator::updateLatch(const plan::FanRule& rule, std::optional<double>
     }
 }
 
-std::optional<double> PlanEvaluator::temperature(const std::optional<std::string>& sensorID) const {
-    if (!sensorID) return hottest();
+const PlanEvaluator::Sensor* PlanEvaluator::sensor(
+    const std::optional<std::string>& sensorID) const {
+    if (!sensorID) return hottestSensor();
     const auto found = emaBySensor.find(*sensorID);
-    if (found == emaBySensor.end()) return std::nullopt;
-    return found->second;
+    return found == emaBySensor.end() ? nullptr : &*found;
 }
 
-FanDecision PlanEvaluator::decide(const plan::FanPlan& fanPlan, const sensors::Fan& fan,
-                                  const Overrides& overrides, RPM maxDelta, Date now) {
-    if (const auto forced = overrides.find(fan.id); forced != overrides.end()) {
-        return decidePercent(fan, forced->second, true, now);
+std::optional<double> PlanEvaluator::temperature(const std::optional<std::string>& sensorID) const {
+    const Sensor* const found = sensor(sensorID);
+    return found ? std::optional(found->second) : std::nullopt;
+}
+
+FanDecision PlanEvaluator::decide(const plan::FanPlan& fanPlan, const Overrides& overrides,
+                                  const Step& step) {
+    const std::int64_t fan = step.fan.id;
+    if (const auto forced = overrides.find(fan); forced != overrides.end()) {
+        return decidePercent(forced->second, true, step);
     }
     if (const auto* fixed = std::get_if<plan::FixedRPM>(&fanPlan.mode.mode)) {
-        clearStop(fan.id);
-        return target(fan, RPM(fixed->rpm));
+        clearStop(fan);
+        step.record.wantedRPM = fixed->rpm;
+        return target(step.fan, RPM(fixed->rpm));
     }
     if (const auto* fixed = std::get_if<plan::FixedPercent>(&fanPlan.mode.mode)) {
-        return decidePercent(fan, clamped(Percent(fixed->percent)), false, now);
+        return decidePercent(clamped(Percent(fixed->percent)), false, step);
     }
     if (const auto* curve = std::get_if<plan::FanCurve>(&fanPlan.mode.mode)) {
-        return decideCurve(*curve, fan, maxDelta, now);
+        return decideCurve(*curve, step);
     }
-    return release(fan.id);
+    return release(fan);
 }
 
-FanDecision PlanEvaluator::decidePercent(const sensors::Fan& fan, Percent requested,
-                                         bool isRuleOverride, Date now) {
-    if (auto stop = stopDecision(fan.id, requested, isRuleOverride, now)) {
-        return stopped(fan.id, *stop);
+FanDecision PlanEvaluator::decidePercent(Percent requested, bool isRuleOverride, const Step& step) {
+    step.record.percent = requested.value();
+    if (auto stop = stopDecision(step.fan.id, requested, isRuleOverride, step.now)) {
+        return stopped(step.fan.id, *stop);
     }
-    return target(fan, speedAt(fan, requested));
+    const RPM speed = speedAt(step.fan, requested);
+    step.record.wantedRPM = speed.value();
+    return target(step.fan, speed);
 }
 
-FanDecision PlanEvaluator::decideCurve(const plan::FanCurve& curve, const sensors::Fan& fan,
-                                       RPM maxDelta, Date now) {
+FanDecision PlanEvaluator::decideCurve(const plan::FanCurve& curve, const Step& step) {
+    const std::int64_t fan = step.fan.id;
     const auto celsius = temperature(curve.sourceSensorID);
-    if (!celsius) return release(fan.id);
+    if (!celsius) return release(fan);
     const Percent percent(curve.percentAt(*celsius));
-    if (auto stop = stopDecision(fan.id, percent, false, now)) return stopped(fan.id, *stop);
-    double rpm = speedAt(fan, percent).value();
-    if (const auto last = lastTargetByFan.find(fan.id); last != lastTargetByFan.end()) {
-        rpm = std::max(rpm, last->second - maxDelta.value());
-        rpm = std::min(rpm, last->second + maxDelta.value());
+    step.record.percent = percent.value();
+    if (auto stop = stopDecision(fan, percent, false, step.now)) return stopped(fan, *stop);
+    double rpm = speedAt(step.fan, percent).value();
+    step.record.wantedRPM = rpm;
+    if (const auto last = lastTargetByFan.find(fan); last != lastTargetByFan.end()) {
+        rpm = std::max(rpm, last->second - step.maxDelta.value());
+        rpm = std::min(rpm, last->second + step.maxDelta.value());
+        step.record.lastRPM = last->second;
+        step.record.limitedRPM = rpm;
     }
-    return target(fan, RPM(rpm));
+    return target(step.fan, RPM(rpm));
 }
 
 FanDecision PlanEvaluator::release(std::int64_t fanID) {

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "concurrency/Date.h"
+#include "evaluation/EvaluationRecord.h"
 #include "evaluation/FanDecision.h"
 #include "numbers/Units.h"
 #include "plan/FanControlPlan.h"
@@ -31,9 +32,11 @@ struct PlanEvaluator {
 
     bool operator==(const PlanEvaluator&) const = default;
 
-    /// One decision for each planned fan that the snapshot has. `now` is the wall clock's.
+    /// One decision for each planned fan that the snapshot has. `now` is the wall clock's. How they
+    /// came about goes into `record`, if there is one.
     [[nodiscard]] std::map<std::int64_t, FanDecision> evaluate(
-        const plan::FanControlPlan& plan, const sensors::SensorSnapshot& snapshot, Date now);
+        const plan::FanControlPlan& plan, const sensors::SensorSnapshot& snapshot, Date now,
+        EvaluationRecord* record = nullptr);
 
     /// Forgets everything, so that the next plan starts afresh.
     void reset() { *this = {}; }
@@ -51,17 +54,32 @@ struct PlanEvaluator {
 private:
     using Overrides = std::map<std::int64_t, numbers::Percent>;  ///< by fan
 
-    void smooth(const sensors::SensorSnapshot& snapshot, double alpha);
+    using Sensor = std::pair<const std::string, double>;  ///< id and smoothed °C
+    /// What a decision is made with, besides what is remembered.
+    struct Step {
+        const sensors::Fan& fan;
+        numbers::RPM maxDelta;
+        Date now;
+        FanRecord& record;
+    };
+
+    void smooth(const sensors::SensorSnapshot& snapshot, double alpha, EvaluationRecord* record);
     Overrides applyRules(const plan::FanControlPlan& plan, Date now);
     void updateLatch(const plan::FanRule& rule, std::optional<double> watched, Date now);
+    /// The sensor that is meant, the hottest without an id; null when there is none.
+    [[nodiscard]] const Sensor* sensor(const std::optional<std::string>& sensorID) const;
+    [[nodiscard]] const Sensor* hottestSensor() const;
     [[nodiscard]] std::optional<double> temperature(
         const std::optional<std::string>& sensorID) const;
-    FanDecision decide(const plan::FanPlan& fanPlan, const sensors::Fan& fan,
-                       const Overrides& overrides, numbers::RPM maxDelta, Date now);
-    FanDecision decideCurve(const plan::FanCurve& curve, const sensors::Fan& fan,
-                            numbers::RPM maxDelta, Date now);
-    FanDecision decidePercent(const sensors::Fan& fan, numbers::Percent requested,
-                              bool isRuleOverride, Date now);
+    [[nodiscard]] std::optional<TemperatureRecord> recordOf(
+        const std::optional<std::string>& sensorID) const;
+    [[nodiscard]] std::vector<RuleRecord> recordRules(const plan::FanControlPlan& plan,
+                                                      const std::set<plan::UUID>& before) const;
+    void complete(FanRecord& record, const plan::FanControlPlan& plan,
+                  const plan::FanPlan& fanPlan) const;
+    FanDecision decide(const plan::FanPlan& fanPlan, const Overrides& overrides, const Step& step);
+    FanDecision decideCurve(const plan::FanCurve& curve, const Step& step);
+    FanDecision decidePercent(numbers::Percent requested, bool isRuleOverride, const Step& step);
     FanDecision release(std::int64_t fanID);
     FanDecision target(const sensors::Fan& fan, numbers::RPM speed);
     FanDecision stopped(std::int64_t fanID, FanDecision decision);

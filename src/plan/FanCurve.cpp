@@ -9,11 +9,6 @@ namespace airflow::plan {
 
 namespace {
 
-double interpolate(const CurvePoint& a, const CurvePoint& b, double celsius) {
-    if (a.celsius == b.celsius) return b.percent;
-    return a.percent + (celsius - a.celsius) / (b.celsius - a.celsius) * (b.percent - a.percent);
-}
-
 /// By temperature; equal temperatures keep their order in the document, in which the points lie.
 /// What is not a number comes last, because a sort needs an order of everything.
 bool isBefore(const CurvePoint* a, const CurvePoint* b) {
@@ -36,18 +31,29 @@ std::vector<CurvePoint> sorted(const std::vector<CurvePoint>& points) {
     return result;
 }
 
+struct Neighbours {
+    const CurvePoint& from;
+    const CurvePoint& to;
+};
+
+double interpolate(const Neighbours& points, double celsius) {
+    const auto& [a, b] = points;
+    if (a.celsius == b.celsius) return b.percent;
+    return a.percent + (celsius - a.celsius) / (b.celsius - a.celsius) * (b.percent - a.percent);
+}
+
 /// Looks `celsius` up in points that are sorted and not empty.
-double lookUp(const std::vector<CurvePoint>& points, double celsius) {
+Neighbours lookUp(const std::vector<CurvePoint>& points, double celsius) {
     const CurvePoint& first = points.front();
     const CurvePoint& last = points.back();
-    if (first.celsius >= celsius) return first.percent;
-    if (last.celsius <= celsius) return last.percent;
+    if (first.celsius >= celsius) return {first, first};
+    if (last.celsius <= celsius) return {last, last};
     for (std::size_t i = 1; i < points.size(); ++i) {
         if (points[i - 1].celsius <= celsius && points[i].celsius >= celsius) {
-            return interpolate(points[i - 1], points[i], celsius);
+            return {points[i - 1], points[i]};
         }
     }
-    return interpolate(first, last, celsius);  // something is not a number
+    return {first, last};  // something is not a number
 }
 
 CurveInterpolation decodeInterpolation(const json::Decoder& curve) {
@@ -66,10 +72,22 @@ CurveInterpolation decodeInterpolation(const json::Decoder& curve) {
 
 double FanCurve::percentAt(double celsius) const {
     if (points.empty()) return 0;
-    const double percent =
-        isSorted(points) ? lookUp(points, celsius) : lookUp(sorted(points), celsius);
+    double percent = 0;
+    if (isSorted(points)) {
+        percent = interpolate(lookUp(points, celsius), celsius);
+    } else {
+        const auto ordered = sorted(points);
+        percent = interpolate(lookUp(ordered, celsius), celsius);
+    }
     if (percent <= 0) return 0;
     return percent > 100 ? 100 : percent;
+}
+
+std::optional<CurveSegment> FanCurve::segmentAt(double celsius) const {
+    if (points.empty()) return std::nullopt;
+    const auto ordered = sorted(points);
+    const auto [from, to] = lookUp(ordered, celsius);
+    return CurveSegment{.from = from, .to = to};
 }
 
 CurvePoint CurvePoint::decode(const json::Decoder& decoder) {

@@ -23,6 +23,15 @@ struct CurvePoint {
     void encode(json::Writer& writer) const;
 };
 
+/// Two neighbours, between which a curve is a straight line; the same point twice before the
+/// coolest point and behind the hottest.
+struct CurveSegment {
+    CurvePoint from;
+    CurvePoint to;
+
+    bool operator==(const CurveSegment&) const = default;
+};
+
 /// Carried and preserved for the client; both are evaluated as straight lines between points.
 enum class CurveInterpolation : std::uint8_t { linear, monotone };
 
@@ -39,6 +48,8 @@ struct FanCurve {
     /// temperature that is not a number, points too far apart for a double): no request at all.
     /// A point whose temperature is not a number counts as the hottest; documents hold none.
     [[nodiscard]] double percentAt(double celsius) const;
+    /// Where percentAt() looks the temperature up; nothing without points.
+    [[nodiscard]] std::optional<CurveSegment> segmentAt(double celsius) const;
 
     static FanCurve decode(const json::Decoder& decoder);
     void encode(json::Writer& writer) const;

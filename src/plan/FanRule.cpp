@@ -1,5 +1,7 @@
 #include "plan/FanRule.h"
 
+#include <algorithm>
+
 namespace airflow::plan {
 
 RuleFanTarget RuleFanTarget::decode(const json::Decoder& decoder) {
@@ -18,6 +20,11 @@ RuleFanTarget RuleFanTarget::decode(const json::Decoder& decoder) {
 void RuleFanTarget::encode(json::Writer& writer) const {
     if (!fanID) return writer.emptyCase("all");
     writer.object([&] { writer.objectMember("fan", [&] { writer.member("_0", *fanID); }); });
+}
+
+double FanRule::releaseLevel() const {
+    // Half a degree below the threshold at least: a rule must not flutter around it.
+    return std::min(thresholdCelsius - 0.5, releaseBelowCelsius);
 }
 
 FanRule FanRule::decode(const json::Decoder& decoder) {

@@ -38,6 +38,9 @@ struct FanRule {
 
     bool operator==(const FanRule&) const = default;
 
+    /// Below this a latched rule lets go, °C.
+    [[nodiscard]] double releaseLevel() const;
+
     static FanRule decode(const json::Decoder& decoder);
     void encode(json::Writer& writer) const;
 };

@@ -22,10 +22,6 @@ using text::plain;
 /// °C a second; the rise that a rule has to be ahead of.
 constexpr double fastRise = 1;
 
-double releaseLevel(const plan::FanRule& rule) {
-    return std::min(rule.thresholdCelsius - 0.5, rule.releaseBelowCelsius);
-}
-
 double dwell(const plan::FanRule& rule) {
     return std::max(rule.dwellSeconds, 0.0);
 }
@@ -64,10 +60,10 @@ public:
             add(Subject::ruleReleaseTooHigh, "releaseBelowCelsius",
                 fmt::format("{} °C is not half a degree below the threshold: the rule lets go "
                             "below {} °C instead.",
-                            plain(rule.releaseBelowCelsius), plain(releaseLevel(rule))),
+                            plain(rule.releaseBelowCelsius), plain(rule.releaseLevel())),
                 fmt::format("Write {} or less; some degrees less keep the rule from switching "
                             "often.",
-                            plain(releaseLevel(rule))));
+                            plain(rule.releaseLevel())));
         }
     }
 
@@ -140,7 +136,7 @@ private:
         if (!canFire(earlier) || !canFire(rule) || earlier.id == rule.id) return false;
         return earlier.sensorID == rule.sensorID && hasAllFansFor(earlier) &&
                earlier.thresholdCelsius <= rule.thresholdCelsius && dwell(earlier) <= dwell(rule) &&
-               releaseLevel(earlier) <= releaseLevel(rule);
+               earlier.releaseLevel() <= rule.releaseLevel();
     }
 
     bool hasAllFansFor(const plan::FanRule& earlier) const {

@@ -12,13 +12,13 @@
 #include "sensors/LogSink.h"
 #include "sensors/SMCReading.h"
 #include "sensors/SensorNaming.h"
-#include "sensors/SensorSnapshot.h"
+#include "sensors/SnapshotSource.h"
 #include "sensors/hid/HIDSensorReader.h"
 
 namespace airflow::sensors {
 
 /// What it is handed outlives it.
-class SensorReader final : public concurrency::Actor {
+class SensorReader final : public concurrency::Actor, public SnapshotSource {
 public:
     SensorReader(concurrency::Runtime& runtime, SMCReading& smc, HIDBridge& bridge,
                  LogSink& standardError);
@@ -30,7 +30,7 @@ public:
     /// and says so on standard error, once. Of the SMC's count of fans no more is believed than
     /// keys can name (smc::believableFanCount). Other operations may run meanwhile, further
     /// snapshots too.
-    concurrency::Task<SensorSnapshot> snapshot();
+    concurrency::Task<SensorSnapshot> snapshot() override;
 
 private:
     /// An SMC key that people are shown when the SMC gives the temperatures.

@@ -74,7 +74,7 @@ public:
 
     concurrency::Task<std::expected<void, smc::SMCError>> open() override { co_return {}; }
     guard::SMCGate& smc() override { return gate; }
-    sensors::SensorReader& sensors() override { return system.sensors; }
+    sensors::SnapshotSource& sensors() override { return system.sensors; }
 
 private:
     simulation::SimulatedSystem& system;

@@ -12,7 +12,7 @@ SimulatedDaemon::SimulatedDaemon(SimulatedMac& mac, sensors::LogSink& standardEr
       log(standardError),
       metBug(options.metBug),
       machine(mac),
-      hardware(runtime, mac, standardError),
+      hardware(runtime, mac, standardError, options.snapshotTaken),
       daemon({.runtime = runtime,
               .hardware = hardware,
               .process = process,
@@ -20,7 +20,8 @@ SimulatedDaemon::SimulatedDaemon(SimulatedMac& mac, sensors::LogSink& standardEr
               .standardError = standardError,
               .effectiveUserID = [userID = options.effectiveUserID] { return userID; },
               .published = options.published,
-              .guarded = options.guarded}) {
+              .guarded = options.guarded,
+              .evaluating = options.evaluating}) {
     if (metBug) runtime.reportStops(*this);
     runtime.leap(options.time);
     runtime.jumpDate(options.dateOffset);

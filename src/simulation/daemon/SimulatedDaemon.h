@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <string_view>
+#include <utility>
 
 #include "daemon/Daemon.h"
 #include "sensors/LogSink.h"
@@ -17,22 +18,43 @@
 
 namespace airflow::simulation {
 
+/// Tells of every snapshot that is taken.
+class WatchedSensors final : public sensors::SnapshotSource {
+public:
+    using Taken = std::function<void(const sensors::SensorSnapshot& snapshot)>;
+
+    WatchedSensors(sensors::SnapshotSource& sensors, Taken snapshotTaken)
+        : source(sensors), taken(std::move(snapshotTaken)) {}
+
+    concurrency::Task<sensors::SensorSnapshot> snapshot() override {
+        auto snapshot = co_await source.snapshot();
+        if (taken) taken(snapshot);
+        co_return snapshot;
+    }
+
+private:
+    sensors::SnapshotSource& source;
+    const Taken taken;
+};
+
 /// The hardware of a simulated Mac, whose SMC takes its time.
 class SimulatedHardware final : public daemon::Hardware {
 public:
-    SimulatedHardware(SimulatedRuntime& runtime, SimulatedMac& mac, sensors::LogSink& standardError)
+    SimulatedHardware(SimulatedRuntime& runtime, SimulatedMac& mac, sensors::LogSink& standardError,
+                      WatchedSensors::Taken snapshotTaken)
         : connection(runtime, mac.smc()),
           delayed(runtime, connection, mac.smc()),
           gate(delayed.executor(), delayed, delayed),
           hidFunctions(mac.hidFunctions()),
           bridge(hidFunctions, mac.hid(), runtime),
-          reader(runtime, gate, bridge, standardError) {}
+          reader(runtime, gate, bridge, standardError),
+          watched(reader, std::move(snapshotTaken)) {}
 
     [[nodiscard]] concurrency::Task<std::expected<void, smc::SMCError>> open() override {
         return connection.open();
     }
     [[nodiscard]] guard::SMCGate& smc() override { return gate; }
-    [[nodiscard]] sensors::SensorReader& sensors() override { return reader; }
+    [[nodiscard]] sensors::SnapshotSource& sensors() override { return watched; }
 
 private:
     smc::SMCConnection connection;
@@ -41,6 +63,7 @@ private:
     sensors::HIDFunctions hidFunctions;
     sensors::HIDBridge bridge;
     sensors::SensorReader reader;
+    WatchedSensors watched;
 };
 
 /// Everything that is gone when the process is, and nothing else: the machine stays. Made anew for
@@ -57,6 +80,8 @@ public:
         std::uint32_t effectiveUserID = 0;
         std::function<void(const control::ControlState&)> published{};
         std::function<void()> guarded{};
+        WatchedSensors::Taken snapshotTaken{};
+        control::LocalFanController::Evaluating evaluating{};
         /// Told of a bug that the daemon meets, whose line is in the log then, and which has ended
         /// the process. Empty: a bug of the daemon ends the process that simulates it.
         std::function<void(std::string_view violation)> metBug{};

@@ -65,6 +65,9 @@ public:
     /// The truth.
     [[nodiscard]] std::size_t fanCount() const { return fans.size(); }
     [[nodiscard]] FanState fan(std::size_t index);
+    [[nodiscard]] const FanDescription& describedFan(std::size_t index) const {
+        return fans[index].description;
+    }
     [[nodiscard]] bool forceTest() const { return forceTestSince.has_value(); }
     /// The hottest of all temperatures, °C; nothing where none is a number. The firmware's own
     /// control follows it, and without any leaves its fans at their lowest speed, as if all were

@@ -8,6 +8,8 @@
 #include "concurrency/Require.h"
 #include "control/ControlResult.h"
 #include "control/ControlState.h"
+#include "control/LocalFanController.h"
+#include "sensors/SensorSnapshot.h"
 #include "simulation/daemon/SimulatedProcess.h"
 #include "simulation/machine/SimulatedMac.h"
 #include "simulation/scenario/Scenario.h"
@@ -26,7 +28,8 @@ struct Reply {
     bool isDelivered = true;  ///< false: the client was gone by then
 };
 
-/// Is told, in order, of everything that happens in a scenario. `time` is since its start.
+/// Is told, in order, of everything that happens in a scenario, with the time since its start. Does
+/// nothing about what it does not override.
 class ScenarioObserver {
 public:
     ScenarioObserver() = default;
@@ -35,17 +38,23 @@ public:
     virtual ~ScenarioObserver() = default;
 
     /// A request that reached the SMC.
-    virtual void access(const SMCAccess& access) = 0;
+    virtual void access(const SMCAccess&) {}
     /// The true mode of a fan has changed, whoever changed it.
-    virtual void modeChanged(concurrency::Duration time, std::size_t fan, FanMode mode) = 0;
-    virtual void published(concurrency::Duration time, const control::ControlState& state) = 0;
-    virtual void called(concurrency::Duration time, std::string_view client, const Call& call) = 0;
+    virtual void modeChanged(concurrency::Duration, std::size_t /*fan*/, FanMode) {}
+    virtual void published(concurrency::Duration, const control::ControlState&) {}
+    virtual void called(concurrency::Duration, std::string_view /*client*/, const Call&) {}
     /// An answer, whether or not its client was still there.
-    virtual void replied(concurrency::Duration time, const Reply& reply) = 0;
+    virtual void replied(concurrency::Duration, const Reply&) {}
     /// A line for standard error, with its newline.
-    virtual void logged(concurrency::Duration time, std::string_view line) = 0;
+    virtual void logged(concurrency::Duration, std::string_view /*line*/) {}
     /// Once a second, and at the start: the machine, for whoever wants to look.
-    virtual void second(concurrency::Duration time, SimulatedMac& mac) = 0;
+    virtual void second(concurrency::Duration, SimulatedMac&) {}
+
+    /// The daemon has read its sensors.
+    virtual void looked(concurrency::Duration, const sensors::SensorSnapshot&) {}
+    /// It is about to decide what its fans are to do.
+    virtual void evaluating(concurrency::Duration, const control::LocalFanController::Evaluation&) {
+    }
 
     /// The daemon's process was started.
     virtual void started(concurrency::Duration) {}

@@ -205,6 +205,14 @@ void ScenarioRun::startDaemon() {
             .published =
                 [this](const control::ControlState& state) { observer.published(now(), state); },
             .guarded = [this] { observer.guarded(now()); },
+            .snapshotTaken =
+                [this](const sensors::SensorSnapshot& snapshot) {
+                    observer.looked(now(), snapshot);
+                },
+            .evaluating =
+                [this](const control::LocalFanController::Evaluation& evaluation) {
+                    observer.evaluating(now(), evaluation);
+                },
             .metBug = [this](std::string_view violation) { observer.metBug(now(), violation); }});
     daemon->listener.resumed = [this] { observer.listening(now()); };
     daemon->process.exitBegan = [this] { observer.exitBegan(now()); };
