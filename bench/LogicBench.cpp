@@ -11,9 +11,9 @@
 #include "json/Writer.h"
 #include "smc/FourCharCode.h"
 #include "smc/SMCValue.h"
-#include "tool/plans/Replay.h"
-#include "tool/plans/ReplayOutput.h"
-#include "tool/plans/Trace.h"
+#include "tool/replay/Replay.h"
+#include "tool/replay/ReplayOutput.h"
+#include "tool/replay/Trace.h"
 
 namespace airflow {
 namespace {

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 
 namespace airflow::text {
 
@@ -35,6 +36,11 @@ std::size_t controlLength(std::string_view text) {
 
 std::string plain(double number) {
     return fmt::format("{}", number);
+}
+
+std::string roundedRPM(double rpm) {
+    const bool isUsual = std::abs(rpm) < 1e5;
+    return isUsual ? fmt::format("{:.0f} RPM", rpm) : fmt::format("{:.0e} RPM", rpm);
 }
 
 std::string fanModeText(std::int64_t mode) {

@@ -11,6 +11,9 @@ namespace airflow::text {
 /// The shortest text of a number: 45, 0.3.
 [[nodiscard]] std::string plain(double number);
 
+/// A speed without a fraction: "1800 RPM"; with a power of ten from 100000 on.
+[[nodiscard]] std::string roundedRPM(double rpm);
+
 /// Who drives a fan whose mode key holds this number, and the number: "forced (1)".
 [[nodiscard]] std::string fanModeText(std::int64_t mode);
 

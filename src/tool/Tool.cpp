@@ -10,12 +10,15 @@
 #include "tool/client/CallCommand.h"
 #include "tool/client/SessionCommand.h"
 #include "tool/client/WatchCommand.h"
+#include "tool/common/RunPlot.h"
 #include "tool/machine/HelperCommand.h"
 #include "tool/machine/MachineCommand.h"
 #include "tool/machine/MachinesCommand.h"
 #include "tool/machine/SensorsCommand.h"
 #include "tool/plans/CheckCommand.h"
-#include "tool/plans/ReplayCommand.h"
+#include "tool/replay/CompareCommand.h"
+#include "tool/replay/ExplainCommand.h"
+#include "tool/replay/ReplayCommand.h"
 #include "tool/simulation/SimulateCommand.h"
 #include "tool/simulation/SoakCommand.h"
 
@@ -58,27 +61,102 @@ void addCheck(CLI::App& app, Streams streams, int& status) {
     });
 }
 
+std::string whyNoFanAtTime(const std::string& text) {
+    const auto parsed = FanAtTime::parse(text);
+    return parsed ? std::string() : parsed.error();
+}
+
 void addReplay(CLI::App& app, Streams streams, int& status) {
-    struct ToolOptions {
-        std::string plan;
-        std::string trace;
-        std::string format = "table";
-    };
     CLI::App* const command = app.add_subcommand(
-        "replay", "Run a plan over recorded temperatures; one line for each line of the trace");
-    auto options = std::make_shared<ToolOptions>();
-    command->add_option("PLAN", options->plan, "Plan document (JSON)")->required();
+        "replay",
+        "Run the daemon's controller over recorded temperatures; one line for each line of the "
+        "trace, and a summary");
+    auto options = std::make_shared<ReplayOptions>();
+    command->add_option("PLAN", options->plan, "Plan document (JSON); - is standard input")
+        ->required();
     command->add_option("--trace", options->trace, "Trace (JSON Lines); - is standard input")
         ->required();
+    auto format = std::make_shared<std::string>("table");
     command
-        ->add_option("--format", options->format,
+        ->add_option("--format", *format,
                      "table (for people, the default) or jsonl (one JSON object a tick)")
         ->check(CLI::IsMember({"table", "jsonl"}));
+    auto isPlotted = std::make_shared<bool>(false);
+    command->add_flag("--plot", *isPlotted, "Draw the replay instead of listing it");
+    auto why = std::make_shared<std::string>();
+    auto* const asksWhy =
+        command->add_option("--why", *why, "Explain a fan at a moment, such as 0@37.5, instead");
+    asksWhy->check(CLI::Validator(whyNoFanAtTime, "", "fan at a time"));
+    command->add_flag("--lenient", options->isLenient,
+                      "Report what cannot have happened in the trace, and go on");
     command->callback([=, &status] {
-        const bool isTable = options->format == "table";
-        status = replay(options->plan, options->trace,
-                        isTable ? ReplayFormat::table : ReplayFormat::jsonLines, streams.in,
-                        streams.out, streams.err);
+        options->format = *format == "table" ? ReplayFormat::table : ReplayFormat::jsonLines;
+        if (*isPlotted) options->plotColumns = plotColumns();
+        if (!why->empty()) {
+            const auto asked = FanAtTime::parse(*why);
+            status = explain({.plan = options->plan,
+                              .trace = options->trace,
+                              .seconds = asked->seconds,
+                              .fan = asked->fan},
+                             streams.in, streams.out, streams.err);
+            return;
+        }
+        status = replay(*options, streams.in, streams.out, streams.err);
+    });
+}
+
+void addExplain(CLI::App& app, Streams streams, int& status) {
+    CLI::App* const command = app.add_subcommand(
+        "explain", "Say why a plan runs each fan as it does at a moment, and what would change it");
+    auto options = std::make_shared<ExplainOptions>();
+    command->add_option("PLAN", options->plan, "Plan document (JSON); - is standard input")
+        ->required();
+    auto* const trace =
+        command->add_option("--trace", options->trace, "Trace (JSON Lines); - is standard input");
+    trace->needs(command->add_option("--at", options->seconds, "Seconds, in the trace's own time"));
+    auto* const temperatures =
+        command->add_option("--temperature", options->temperatures,
+                            "SMC-KEY=°C or HID-LABEL=°C, once for each sensor, instead of a trace");
+    temperatures->excludes(trace);
+    command
+        ->add_option("--machine", options->machine,
+                     "Whose fans, with temperatures: one that the command machines lists "
+                     "(the default: laptop)")
+        ->check(CLI::Validator(whyNoMachine, "", "machine"));
+    command->add_option("--fan", options->fan, "This fan only")
+        ->check(CLI::Range(std::int64_t{0}, std::int64_t{9}));
+    auto format = std::make_shared<std::string>("text");
+    command->add_option("--format", *format, "text (for people, the default) or json (one object)")
+        ->check(CLI::IsMember({"text", "json"}));
+    command->callback([=, &status] {
+        if (!options->trace && options->temperatures.empty())
+            throw CLI::RequiredError("--trace with --at, or --temperature");
+        options->format = *format == "text" ? ExplainFormat::text : ExplainFormat::json;
+        status = explain(*options, streams.in, streams.out, streams.err);
+    });
+}
+
+void addCompare(CLI::App& app, Streams streams, int& status) {
+    CLI::App* const command = app.add_subcommand(
+        "compare", "Play several plans in the same situation, and show their figures side by side");
+    auto options = std::make_shared<CompareOptions>();
+    command->add_option("PLAN", options->plans, "Plan documents (JSON)")->required();
+    auto* const trace = command->add_option("--trace", options->trace,
+                                            "Trace (JSON Lines) to replay each plan over");
+    auto* const scenario =
+        command->add_option("--scenario", options->scenario,
+                            "Scenario (JSON) in which each plan takes the place of its own");
+    trace->excludes(scenario);
+    auto format = std::make_shared<std::string>("text");
+    command->add_option("--format", *format, "text (for people, the default) or json (one object)")
+        ->check(CLI::IsMember({"text", "json"}));
+    command->add_flag("--plot", options->isPlotted, "With text: draw each run, too");
+    command->callback([=, &status] {
+        if (!options->trace && !options->scenario)
+            throw CLI::RequiredError("--trace or --scenario");
+        options->isJSON = *format == "json";
+        options->columns = plotColumns();
+        status = compare(*options, streams.out, streams.err);
     });
 }
 
@@ -133,12 +211,21 @@ void addSimulate(CLI::App& app, Streams streams, int& status) {
     command->add_option("--seed", simulated.seed,
                         "Another legal order of what happens at the same time (0: in turns)");
     command->add_flag("--reads", simulated.reads, "With jsonl: list reads of the SMC, too");
+    auto isPlotted = std::make_shared<bool>(false);
+    command->add_flag("--plot", *isPlotted, "Draw the run instead of listing it");
+    auto why = std::make_shared<std::string>();
+    command
+        ->add_option("--why", *why,
+                     "Explain a fan at a moment, such as 0@37.5, instead of the timeline")
+        ->check(CLI::Validator(whyNoFanAtTime, "", "fan at a time"));
     command->callback([=, &status] {
         options->simulate.format =
             options->format == "table" ? SimulateFormat::table : SimulateFormat::jsonLines;
         if (options->simulate.reads && options->simulate.format == SimulateFormat::table) {
             throw CLI::ValidationError("--reads", "needs --format jsonl");
         }
+        if (*isPlotted) options->simulate.plotColumns = plotColumns();
+        if (!why->empty()) options->simulate.why = *FanAtTime::parse(*why);
         status = simulate(options->simulate, streams.out, streams.err);
     });
 }
@@ -152,6 +239,8 @@ int runTool(std::vector<std::string> arguments, Streams streams) {
     app.require_subcommand(1);
     addCheck(app, streams, status);
     addReplay(app, streams, status);
+    addExplain(app, streams, status);
+    addCompare(app, streams, status);
     addSensors(app, streams, status);
     addMachines(app, streams);
     addMachine(app, streams, status);

@@ -110,8 +110,8 @@ TEST(CheckCommand, aFileThatCannotBeReadIsAnError) {
               "[unreadable-file]\n"
               "  Name a file that you may read.\n" +
                   folder.path.string() +
-                  ": error: It is a folder. [unreadable-file]\n"
-                  "  Name the files in it.\n");
+                  ": error: It cannot be read: it is a folder. [unreadable-file]\n"
+                  "  Name a file that you may read.\n");
 }
 
 TEST(CheckCommand, aFileOverOneMebibyteIsRefused) {

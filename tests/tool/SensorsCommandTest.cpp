@@ -4,7 +4,7 @@
 
 #include "ToolRun.h"
 #include "json/Decoder.h"
-#include "tool/plans/Trace.h"
+#include "tool/replay/Trace.h"
 
 namespace airflow::tool {
 namespace {

@@ -88,18 +88,6 @@ private:
     std::size_t next = 1;  ///< behind the command's name
 };
 
-std::string planName(const TypedCommand& typed) {
-    return typed.planPath == "-" ? "standard input" : typed.planPath;
-}
-
-/// As readFile(), from a stream.
-std::string readStream(std::istream& in) {
-    std::string bytes(json::Limits{}.bytes + 1, '\0');
-    in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    bytes.resize(static_cast<std::size_t>(in.gcount()));
-    return bytes;
-}
-
 }  // namespace
 
 std::string commandsHelp() {
@@ -168,14 +156,14 @@ std::expected<double, std::string> parseSeconds(const std::string& word) {
 std::expected<void, std::string> readPlan(TypedCommand& typed, std::istream& in) {
     auto* const applied = std::get_if<commands::ApplyConfig>(&typed.command);
     if (!applied) return {};
-    const auto bytes = typed.planPath == "-" ? readStream(in) : readFile(typed.planPath);
+    const auto bytes = readInput(typed.planPath, in);
     if (!bytes) {
         return std::unexpected(
             fmt::format("{}: cannot be read: {}", text::printable(typed.planPath), bytes.error()));
     }
     json::Document document;
     if (const auto parsed = document.parse(*bytes); !parsed) {
-        return std::unexpected(text::printable(parsed.error().describe(planName(typed))));
+        return std::unexpected(text::printable(parsed.error().describe(inputName(typed.planPath))));
     }
     applied->plan = *bytes;
     return {};
@@ -185,7 +173,7 @@ std::string whyNoPlan(const TypedCommand& typed) {
     const auto* const applied = std::get_if<commands::ApplyConfig>(&typed.command);
     if (!applied) return {};
     const auto plan = json::decode<plan::FanControlPlan>(applied->plan);
-    return plan ? std::string() : text::printable(plan.error().describe(planName(typed)));
+    return plan ? std::string() : text::printable(plan.error().describe(inputName(typed.planPath)));
 }
 
 }  // namespace airflow::tool

@@ -3,10 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <optional>
 #include <ostream>
-#include <system_error>
 #include <utility>
 
 #include "json/Writer.h"
@@ -64,12 +62,7 @@ review::PlanReview unreadable(std::string reason, std::string advice) {
 
 review::PlanReview reviewFile(const std::string& path, const review::Machine* machine,
                               std::istream& in) {
-    if (path == "-") return review::reviewPlan(readDocument(in), machine);
-    std::error_code ignored;
-    if (std::filesystem::is_directory(path, ignored)) {
-        return unreadable("It is a folder.", "Name the files in it.");
-    }
-    const auto text = readFile(path);
+    const auto text = readInput(path, in);
     if (text) return review::reviewPlan(*text, machine);
     return unreadable(fmt::format("It cannot be read: {}.", text.error()),
                       "Name a file that you may read.");

@@ -3,13 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <fstream>
 
 #include "simulation/daemon/SimulatedSystem.h"
 #include "text/Text.h"
-#include "tool/plans/Trace.h"
+#include "tool/plans/PlanFile.h"
+#include "tool/replay/Trace.h"
 
 namespace airflow::tool {
 
@@ -36,11 +35,10 @@ review::Machine machineOfPreset(const std::string& name) {
 }
 
 std::expected<review::Machine, std::string> machineOfTrace(const std::string& path) {
-    errno = 0;
-    std::ifstream file(path, std::ios::binary);
-    if (!file.is_open()) {
+    std::ifstream file;
+    if (const auto reason = openFile(path, file)) {
         return std::unexpected(
-            fmt::format("{}: cannot be read: {}", text::printable(path), std::strerror(errno)));
+            fmt::format("{}: cannot be read: {}", text::printable(path), *reason));
     }
     review::Machine machine{.name = "the machine of the trace", .fans = {}, .sensorIDs = {}};
     TraceReader trace(file, path);

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <istream>
 
@@ -13,34 +14,54 @@
 
 namespace airflow::tool {
 
+namespace {
+
+/// At most one byte more than `limit`.
+std::string readSome(std::istream& input, std::size_t limit) {
+    std::string bytes(limit + 1, '\0');
+    input.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    bytes.resize(static_cast<std::size_t>(input.gcount()));
+    return bytes;
+}
+
+}  // namespace
+
 std::expected<std::string, std::string> readFile(const std::string& path, std::size_t limit) {
+    std::ifstream file;
+    if (auto reason = openFile(path, file)) return std::unexpected(std::move(*reason));
     errno = 0;
-    std::ifstream file(path, std::ios::binary);
-    std::string bytes;
-    if (file.is_open()) {
-        bytes.resize(limit + 1);
-        file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    }
-    if (!file.is_open() || file.bad()) return std::unexpected(std::string(std::strerror(errno)));
-    bytes.resize(static_cast<std::size_t>(file.gcount()));
+    auto bytes = readSome(file, limit);
+    if (file.bad()) return std::unexpected(std::string(std::strerror(errno)));
     return bytes;
 }
 
-std::string readDocument(std::istream& in) {
-    std::string bytes(json::Limits{}.bytes + 1, '\0');
-    in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    bytes.resize(static_cast<std::size_t>(in.gcount()));
-    return bytes;
+std::optional<std::string> openFile(const std::string& path, std::ifstream& file) {
+    std::error_code ignored;
+    if (std::filesystem::is_directory(path, ignored)) return "it is a folder";
+    errno = 0;
+    file.open(path, std::ios::binary);
+    return file.is_open() ? std::nullopt : std::optional<std::string>(std::strerror(errno));
 }
 
-std::expected<plan::FanControlPlan, std::string> readPlan(const std::string& path) {
-    const auto bytes = readFile(path);
+std::expected<std::string, std::string> readInput(const std::string& path, std::istream& in) {
+    if (path == "-") return readSome(in, json::Limits{}.bytes);
+    return readFile(path);
+}
+
+std::string inputName(const std::string& path) {
+    return path == "-" ? "standard input" : path;
+}
+
+std::expected<plan::FanControlPlan, std::string> readPlan(const std::string& path,
+                                                          std::istream& in) {
+    const std::string name = inputName(path);
+    const auto bytes = readInput(path, in);
     if (!bytes) {
         return std::unexpected(
-            fmt::format("{}: cannot be read: {}", text::printable(path), bytes.error()));
+            fmt::format("{}: cannot be read: {}", text::printable(name), bytes.error()));
     }
     auto plan = json::decode<plan::FanControlPlan>(*bytes);
-    if (!plan) return std::unexpected(text::printable(plan.error().describe(path)));
+    if (!plan) return std::unexpected(text::printable(plan.error().describe(name)));
     return std::move(*plan);
 }
 

@@ -3,7 +3,8 @@
 
 #include <cstddef>
 #include <expected>
-#include <iosfwd>
+#include <fstream>
+#include <optional>
 #include <string>
 
 #include "json/Document.h"
@@ -16,10 +17,18 @@ namespace airflow::tool {
 [[nodiscard]] std::expected<std::string, std::string> readFile(
     const std::string& path, std::size_t limit = json::Limits{}.bytes);
 
-/// The same, from a stream that is open.
-[[nodiscard]] std::string readDocument(std::istream& in);
+/// The same; "-" is `in`.
+[[nodiscard]] std::expected<std::string, std::string> readInput(const std::string& path,
+                                                                std::istream& in);
+/// What messages call it: "standard input" for "-".
+[[nodiscard]] std::string inputName(const std::string& path);
 
-/// The plan in the file, or one line that says what is wrong with it, and where.
-[[nodiscard]] std::expected<plan::FanControlPlan, std::string> readPlan(const std::string& path);
+/// Opens a file for reading; the reason when it cannot be, or is a folder.
+[[nodiscard]] std::optional<std::string> openFile(const std::string& path, std::ifstream& file);
+
+/// The plan in the file, of which "-" is `in`, or one line that says what is wrong with it, and
+/// where.
+[[nodiscard]] std::expected<plan::FanControlPlan, std::string> readPlan(const std::string& path,
+                                                                        std::istream& in);
 
 }  // namespace airflow::tool

@@ -42,13 +42,12 @@ struct ModeDescription {
 std::string describe(const plan::FanRule& rule) {
     const std::string fans = rule.fanTarget.fanID ? fmt::format("fan {}", *rule.fanTarget.fanID)
                                                   : std::string("all fans");
-    const double releaseLevel = std::min(rule.thresholdCelsius - 0.5, rule.releaseBelowCelsius);
     return fmt::format(
         "\"{}\"{}: {} to {} % once {} has been above {} °C for {} s, until below {} °C",
         text::printable(rule.name), rule.enabled ? "" : " (disabled)", fans,
         text::plain(rule.targetPercent), sensorName(rule.sensorID),
         text::plain(rule.thresholdCelsius), text::plain(rule.dwellSeconds),
-        text::plain(releaseLevel));
+        text::plain(rule.releaseLevel()));
 }
 
 }  // namespace

@@ -3,12 +3,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
 #include <ranges>
 #include <utility>
-#include <variant>
 
 #include "control/ControlError.h"
+#include "tool/common/ReleaseCause.h"
 
 namespace airflow::tool {
 
@@ -29,24 +28,6 @@ bool isPlan(Call::Method method) {
     return method == Call::Method::setManualRPM || method == Call::Method::setPercent ||
            method == Call::Method::fullBlast || method == Call::Method::applyConfig;
 }
-
-/// What a safety release is counted as; nothing for what releases no fan by itself.
-struct SafetyCause {
-    using Cause = std::optional<std::string>;
-
-    Cause operator()(const control::CeilingExceeded& error) const {
-        return fmt::format("thermal ceiling {:.0f}°C exceeded", std::trunc(error.celsius));
-    }
-    Cause operator()(const control::TemperaturesMissing& error) const {
-        return error.isReleased() ? Cause("temperature data unavailable") : std::nullopt;
-    }
-    Cause operator()(const control::HeartbeatLost&) const { return "no heartbeat for >15s"; }
-    Cause operator()(const control::ChecksOverdue&) const { return "safety checks overdue"; }
-    Cause operator()(const control::FanUnattended&) const { return "a fan was forced unattended"; }
-    Cause operator()(const control::NotRestored&) const { return std::nullopt; }
-    Cause operator()(const control::Reclaimed&) const { return std::nullopt; }
-    Cause operator()(const control::PlanIncomplete&) const { return std::nullopt; }
-};
 
 /// The fan that this is the mode key of, if it is one.
 std::optional<std::size_t> fanOfModeKey(const std::string& key) {
@@ -99,7 +80,7 @@ void ScenarioReleases::published(Duration time, const control::ControlState& sta
     publishedAt = time;
     underWay.reset();
     if (!state.cause) return;
-    const auto safetyCause = std::visit(SafetyCause{}, *state.cause);
+    const auto safetyCause = releaseCause(*state.cause);
     // A fan that refuses is published instead of the check that released the others.
     const bool isHidden = std::holds_alternative<control::NotRestored>(*state.cause);
     for (Release& release : open) {

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "text/Text.h"
+#include "tool/simulation/ScenarioFigures.h"
 
 namespace airflow::tool {
 
@@ -52,6 +53,7 @@ std::string celsiusText(std::optional<double> celsius) {
 }  // namespace
 
 void ScenarioTable::line(Duration time, const std::string& what) {
+    if (plotColumns) return plot.event(concurrency::inSeconds(time), what);
     std::string text =
         fmt::format("{:>10.1f}  {}", concurrency::inSeconds(time), text::printable(what));
     text.erase(text.find_last_not_of(' ') + 1);
@@ -153,9 +155,10 @@ void ScenarioTable::second(Duration time, simulation::SimulatedMac& mac) {
     }
     const auto celsius = mac.hottest();
     hottest = std::max(hottest, celsius);  // nothing is less than anything
+    if (plotColumns) plot.add(sampleOf(time, mac));
     const auto whole = std::chrono::duration_cast<std::chrono::seconds>(time).count();
     if (samples++ == 0 || whole % interval == 0) {
-        line(time, fmt::format("| {}{}", celsiusText(celsius), row));
+        if (!plotColumns) line(time, fmt::format("| {}{}", celsiusText(celsius), row));
     }
 }
 
@@ -190,6 +193,7 @@ void ScenarioTable::disconnected(Duration time, std::string_view client) {
 }
 
 void ScenarioTable::finish(Duration time) {
+    if (plotColumns) plot.write(out, *plotColumns);
     if (controlSince) controlled += time - *controlSince;
     out << fmt::format("\nunder control    {:.1f} of {:.1f} s\n",
                        concurrency::inSeconds(controlled), concurrency::inSeconds(time));

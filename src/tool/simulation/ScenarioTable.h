@@ -9,14 +9,18 @@
 #include <vector>
 
 #include "simulation/scenario/ScenarioObserver.h"
+#include "tool/common/RunPlot.h"
 #include "tool/simulation/ScenarioReleases.h"
 
 namespace airflow::tool {
 
 class ScenarioTable final : public simulation::ScenarioObserver {
 public:
-    /// Fans and temperatures are shown every `interval` seconds, 1 at least.
-    ScenarioTable(std::ostream& out, std::int64_t interval) : out(out), interval(interval) {}
+    /// Fans and temperatures are shown every `interval` seconds, 1 at least. With `plotColumns`,
+    /// all is drawn, this wide, instead of being listed.
+    ScenarioTable(std::ostream& out, std::int64_t interval,
+                  std::optional<std::size_t> plotColumns = {})
+        : out(out), interval(interval), plotColumns(plotColumns) {}
 
     void access(const simulation::SMCAccess& access) override;
     void modeChanged(concurrency::Duration time, std::size_t fan,
@@ -49,6 +53,8 @@ private:
 
     std::ostream& out;
     std::int64_t interval;
+    std::optional<std::size_t> plotColumns;
+    RunPlot plot;
     control::ControlState last = control::ControlState::idle();
     std::map<std::size_t, FanRecord> fans;
     std::string lastRefusal;                            ///< not to be told again and again

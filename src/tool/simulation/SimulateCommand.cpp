@@ -4,12 +4,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
 #include <ostream>
 
 #include "simulation/scenario/ScenarioRun.h"
 #include "text/Text.h"
-#include "tool/plans/PlanFile.h"
+#include "tool/replay/Situation.h"
+#include "tool/simulation/ScenarioFile.h"
 #include "tool/simulation/ScenarioJSONLines.h"
 #include "tool/simulation/ScenarioTable.h"
 
@@ -18,19 +18,6 @@ namespace airflow::tool {
 namespace {
 
 using concurrency::Duration;
-
-std::expected<simulation::Scenario, std::string> readScenario(const std::string& path) {
-    const auto text = readFile(path);
-    if (!text) return std::unexpected(fmt::format("{}: cannot be read: {}", path, text.error()));
-    const auto folder = std::filesystem::path(path).parent_path();
-    auto scenario = simulation::Scenario::parse(*text, [&folder](const std::string& name) {
-        auto file = readFile((folder / name).string());
-        if (!file) file = std::unexpected("cannot be read: " + file.error());
-        return file;
-    });
-    if (!scenario) return std::unexpected(text::printable(scenario.error().describe(path)));
-    return std::move(*scenario);
-}
 
 /// Every 5 seconds; less often where that would be more than some hundred lines.
 std::int64_t sampleInterval(Duration length) {
@@ -47,9 +34,36 @@ void play(const simulation::Scenario& scenario, const SimulateOptions& options, 
         simulation::ScenarioRun(scenario, lines, options.seed).play(length);
         return;
     }
-    ScenarioTable table(out, sampleInterval(length));
+    ScenarioTable table(out, sampleInterval(length), options.plotColumns);
     simulation::ScenarioRun(scenario, table, options.seed).play(length);
     table.finish(length);
+}
+
+/// The last decision that is not after a moment.
+class LastEvaluation final : public simulation::ScenarioObserver {
+public:
+    explicit LastEvaluation(double seconds) : seconds(seconds) {}
+
+    void evaluating(Duration time,
+                    const control::LocalFanController::Evaluation& evaluation) override {
+        if (concurrency::inSeconds(time) <= seconds) situation = Situation::of(evaluation);
+    }
+    std::optional<Situation> situation;
+
+private:
+    const double seconds;
+};
+
+int explainAt(const simulation::Scenario& scenario, const SimulateOptions& options,
+              const FanAtTime& why, Duration length, std::ostream& out, std::ostream& err) {
+    LastEvaluation last(why.seconds);
+    simulation::ScenarioRun(scenario, last, options.seed).play(length);
+    if (!last.situation) {
+        err << fmt::format("{}: nothing was decided by {} s\n", text::printable(options.scenario),
+                           text::plain(why.seconds));
+        return 1;
+    }
+    return explainSituation(*last.situation, why.fan, ExplainFormat::text, out, err);
 }
 
 }  // namespace
@@ -63,6 +77,7 @@ int simulate(const SimulateOptions& options, std::ostream& out, std::ostream& er
     const Duration length =
         options.duration ? Duration(std::llround(*options.duration * 1e9)) : scenario->length();
     try {
+        if (options.why) return explainAt(*scenario, options, *options.why, length, out, err);
         play(*scenario, options, length, out);
     } catch (const simulation::Stuck& stuck) {
         out.flush();

@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 
+#include "tool/replay/ExplainCommand.h"
+
 namespace airflow::tool {
 
 enum class SimulateFormat : std::uint8_t { table, jsonLines };
@@ -16,6 +18,10 @@ struct SimulateOptions {
     std::optional<double> duration;  ///< seconds, instead of the scenario's own
     std::uint64_t seed = 0;
     bool reads = false;  ///< list reads too, in JSON Lines
+    /// Explains this fan at this moment, and shows nothing else.
+    std::optional<FanAtTime> why{};
+    /// Draws the run, this wide, instead of listing it; with the table's summary.
+    std::optional<std::size_t> plotColumns{};
 };
 
 /// Plays the scenario. Returns the exit status: 0, or 1 with a line on `err` for a scenario that

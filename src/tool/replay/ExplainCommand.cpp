@@ -1,0 +1,163 @@
+#include "tool/replay/ExplainCommand.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <fstream>
+#include <ostream>
+
+#include "simulation/machine/MachineDescription.h"
+#include "smc/FanNumbers.h"
+#include "text/Text.h"
+#include "tool/plans/PlanFile.h"
+#include "tool/replay/Explanation.h"
+#include "tool/replay/Replay.h"
+#include "tool/replay/Trace.h"
+
+namespace airflow::tool {
+
+namespace {
+
+template <typename T>
+using Result = std::expected<T, std::string>;
+
+template <typename Number>
+std::optional<Number> parsed(std::string_view text) {
+    Number number{};
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || stop != end) return std::nullopt;
+    return number;
+}
+
+Result<sensors::TempSensor> parseTemperature(const std::string& text) {
+    const auto fail = [&text](std::string_view reason) {
+        return std::unexpected(fmt::format("{}: {}", text::printable(text), reason));
+    };
+    const auto equals = text.rfind('=');
+    const auto hyphen = text.find('-');
+    if (equals == std::string::npos || hyphen == std::string::npos || hyphen > equals)
+        return fail("expected SMC-KEY=°C or HID-LABEL=°C");
+    const auto source = sensors::sourceFromRawValue(text.substr(0, hyphen));
+    const auto celsius = parsed<double>(std::string_view(text).substr(equals + 1));
+    if (!source) return fail("a sensor's name begins with SMC- or HID-");
+    if (!celsius || !std::isfinite(*celsius)) return fail("expected a temperature in °C after =");
+    const auto key = text.substr(hyphen + 1, equals - hyphen - 1);
+    return sensors::TempSensor{.key = key, .name = key, .celsius = *celsius, .source = *source};
+}
+
+Result<Situation> situationAt(const plan::FanControlPlan& plan, const ExplainOptions& options) {
+    const auto machine = simulation::machinePreset(options.machine);
+    if (!machine) return std::unexpected("There is no machine " + options.machine + ".");
+    Situation situation{.memory = {}, .plan = plan, .snapshot = {}, .now = concurrency::Date()};
+    for (std::size_t i = 0; i < machine->fans.size(); ++i) {
+        situation.snapshot.fans.push_back(
+            {.id = static_cast<std::int64_t>(i),
+             .name = fmt::format("Fan {}", i),
+             .minRPM = static_cast<std::int64_t>(machine->fans[i].minRPM),
+             .maxRPM = static_cast<std::int64_t>(machine->fans[i].maxRPM),
+             .mode = {}});
+    }
+    for (const std::string& text : options.temperatures) {
+        auto sensor = parseTemperature(text);
+        if (!sensor) return std::unexpected(sensor.error());
+        situation.snapshot.temps.push_back(std::move(*sensor));
+    }
+    return situation;
+}
+
+/// That of the last line that is not after the moment.
+Result<Situation> situationInTrace(const plan::FanControlPlan& plan, const ExplainOptions& options,
+                                   std::istream& in) {
+    const std::string& path = *options.trace;
+    std::ifstream file;
+    if (path != "-") {
+        if (const auto reason = openFile(path, file))
+            return std::unexpected(
+                fmt::format("{}: cannot be read: {}", text::printable(path), *reason));
+    }
+    TraceReader trace(path == "-" ? in : file, inputName(path));
+    Replay replay(plan);
+    std::optional<ReplayTick> last;
+    for (;;) {
+        auto tick = trace.next();
+        if (!tick) return std::unexpected(tick.error());
+        if (!*tick || (*tick)->time > options.seconds) break;
+        last = replay.step((*tick)->snapshot);
+    }
+    if (!last)
+        return std::unexpected(fmt::format("{}: begins after {} s",
+                                           text::printable(inputName(path)),
+                                           text::plain(options.seconds)));
+    if (last->situation) return std::move(*last->situation);
+    return std::unexpected(fmt::format(
+        "{}: nothing is decided at {} s: {}", text::printable(inputName(path)),
+        text::plain(options.seconds),
+        last->state.lastError.value_or("the plan manages no fan, so the daemon controls none")));
+}
+
+}  // namespace
+
+Result<FanAtTime> FanAtTime::parse(std::string_view text) {
+    const auto at = text.find('@');
+    const bool isWhole = at != std::string_view::npos;
+    const auto fan = isWhole ? parsed<std::int64_t>(text.substr(0, at)) : std::nullopt;
+    const auto seconds = isWhole ? parsed<double>(text.substr(at + 1)) : std::nullopt;
+    if (!fan || !seconds || !std::isfinite(*seconds))
+        return std::unexpected("expected a fan and seconds, such as 0@37.5");
+    if (!smc::isNameable(*fan)) return std::unexpected("fans are numbered from 0 to 9");
+    return FanAtTime{.fan = *fan, .seconds = *seconds};
+}
+
+int explainSituation(const Situation& situation, std::optional<std::int64_t> fan,
+                     ExplainFormat format, std::ostream& out, std::ostream& err) {
+    std::vector<Explanation> explanations;
+    for (const auto& [index, record] : situation.record().fans) {
+        if (fan && *fan != index) continue;
+        if (auto explanation = Explanation::of(situation, index))
+            explanations.push_back(std::move(*explanation));
+    }
+    if (explanations.empty()) {
+        err << (fan ? fmt::format("Nothing is decided for fan {}: the plan does not plan it, or "
+                                  "the machine lacks it.\n",
+                                  *fan)
+                    : std::string("Nothing is decided: the plan plans no fan of the machine.\n"));
+        return 1;
+    }
+    if (format == ExplainFormat::text) {
+        for (const Explanation& explanation : explanations) explanation.write(out);
+        return 0;
+    }
+    json::Writer writer;
+    writer.object([&] { writer.member("fans", explanations); });
+    const auto text = writer.take();
+    if (!text) {
+        err << text.error().description << '\n';
+        return 1;
+    }
+    out << *text << '\n';
+    return 0;
+}
+
+int explain(const ExplainOptions& options, std::istream& in, std::ostream& out, std::ostream& err) {
+    if (options.plan == "-" && options.trace == "-") {
+        err << "Only one of plan and trace can be standard input.\n";
+        return 1;
+    }
+    const auto plan = readPlan(options.plan, in);
+    if (!plan) {
+        err << plan.error() << '\n';
+        return 1;
+    }
+    const auto situation =
+        options.trace ? situationInTrace(*plan, options, in) : situationAt(*plan, options);
+    if (!situation) {
+        err << situation.error() << '\n';
+        return 1;
+    }
+    return explainSituation(*situation, options.fan, options.format, out, err);
+}
+
+}  // namespace airflow::tool
