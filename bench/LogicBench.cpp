@@ -139,11 +139,11 @@ void replayLines(benchmark::State& state) {
         std::istringstream in(trace);
         std::ostringstream out;
         tool::TraceReader reader(in, "trace");
-        tool::ReplayJSONLines output(out);
+        tool::ReplayJSONLines output(out, plan);
         tool::Replay replay(plan);
         for (auto tick = reader.next(); tick && *tick; tick = reader.next()) {
-            const auto result = replay.step((*tick)->snapshot, (*tick)->snapshot.timestamp);
-            if (!output.write(**tick, result, replay.memory())) state.SkipWithError("not written");
+            const auto result = replay.step((*tick)->snapshot);
+            if (!output.write(**tick, result)) state.SkipWithError("not written");
         }
         benchmark::DoNotOptimize(out);
     }

@@ -2,8 +2,8 @@
 // commands does so by way of this file.
 //
 // A new command is a struct here, with its place in `Command` and in `Method`, and an operation of
-// FanHelperService, which its carryOut() calls. Scenarios, the oracle and the protocol of a Mac list
-// commands separately: see CONTRIBUTING.md.
+// FanHelperService, which its carryOut() calls. Scenarios, the oracle and the protocol of a Mac
+// list commands separately: see CONTRIBUTING.md.
 #pragma once
 
 #include <array>
