@@ -41,7 +41,7 @@ struct RuleRecord {
     Phase phase = Phase::disabled;
     bool wasLatched = false;                     ///< before the evaluation
     std::optional<TemperatureRecord> watched{};  ///< absent: disabled, or no such sensor
-    std::optional<concurrency::Date> since{};    ///< above its threshold
+    std::optional<concurrency::Date> since{};    ///< rose above its threshold; kept while latched
 };
 
 /// Each step from what a fan was asked for to its decision. A step that was not taken is absent.

@@ -24,10 +24,10 @@ struct PlanEvaluator {
 
     std::map<std::string, double, std::less<>> emaBySensor;  ///< smoothed °C by sensor id
     std::map<std::int64_t, double> lastTargetByFan;          ///< RPM; absent while stopped
-    std::map<plan::UUID, Date> ruleFiringSince;              ///< above the threshold since
-    std::set<plan::UUID> ruleLatched;                        ///< rules that override now
-    std::map<std::int64_t, Date> zeroSince;                  ///< when the request first was <= 0 %
-    std::map<std::int64_t, Date> resumeSince;  ///< when a stopped fan's request was high enough
+    std::map<plan::UUID, Date> ruleFiringSince;  ///< rose above the threshold; kept while latched
+    std::set<plan::UUID> ruleLatched;            ///< rules that override now
+    std::map<std::int64_t, Date> zeroSince;      ///< when the request first was <= 0 %
+    std::map<std::int64_t, Date> resumeSince;    ///< when a stopped fan's request was high enough
     std::set<std::int64_t> stoppedFans;
 
     bool operator==(const PlanEvaluator&) const = default;

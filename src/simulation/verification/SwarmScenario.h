@@ -20,7 +20,6 @@ inline constexpr concurrency::Duration calm = std::chrono::seconds(120);
 /// none can have.
 enum class SwarmNumbers : std::uint8_t { possible, any };
 
-/// Such numbers stop the daemon, as a bug does, so a soak leaves them out for now.
 inline constexpr SwarmNumbers swarmNumbers = SwarmNumbers::any;
 
 /// A scenario with machine, clients, and faults of every layer. Each kind of fault is either in it

@@ -119,7 +119,7 @@ std::string Explanation::ruleText() const {
                                    text::plain(rule.targetPercent));
     if (state.watched) text += fmt::format("; it watches {}", temperatureText(*state.watched));
     if (state.since)
-        text += fmt::format("; above {} °C for {:.1f} s", text::plain(rule.thresholdCelsius),
+        text += fmt::format("; rose above {} °C {:.1f} s ago", text::plain(rule.thresholdCelsius),
                             (situation.now - *state.since).count());
     return text;
 }

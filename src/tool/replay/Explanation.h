@@ -20,7 +20,7 @@ public:
     [[nodiscard]] static std::optional<Explanation> of(const Situation& situation,
                                                        std::int64_t fan);
 
-    /// What the fan does instead when the rule that won had not latched.
+    /// What the fan would do in this evaluation if the rule that won let go now.
     [[nodiscard]] const std::optional<evaluation::FanDecision>& runnerUp() const {
         return otherwise;
     }

@@ -28,7 +28,8 @@ struct Situation {
     }
 
     [[nodiscard]] evaluation::EvaluationRecord record() const { return recordAfter(memory, plan); }
-    /// The same, had these rules of the plan, by index, never been there.
+    /// The same, if these rules of the plan, by index, were gone from now on. What they did before
+    /// remains: a rate limit counts from their speed.
     [[nodiscard]] evaluation::EvaluationRecord recordWithout(
         const std::vector<std::size_t>& rules) const {
         auto changedMemory = memory;

@@ -81,10 +81,18 @@ TEST_F(ExplainCommand, aRuleThatWonIsToldWithWhatItOverrides) {
     EXPECT_EQ(run.out,
               "fan 0: 6000 RPM\n"
               "  rule        \"Hot\" forces 100 %; it watches TCMz (SMC-TCMz) 70.00 °C, smoothed "
-              "70.00 °C; above 65 °C for 0.0 s\n"
+              "70.00 °C; rose above 65 °C 0.0 s ago\n"
               "  instead of  3600 RPM\n"
               "  range       100.0 % of 1200 to 6000 RPM: 6000 RPM\n"
               "  change      10.0 °C less on TCMz ends rule \"Hot\" (100 %)\n");
+}
+
+TEST_F(ExplainCommand, aLatchedRuleBelowItsThresholdIsNotSaidToBeAboveIt) {
+    const auto run = explainAt(twoPoints, {"75", "65"}, "1.5", rule("Hot", "70", "100", "0", '1'));
+    EXPECT_THAT(run.out, HasSubstr("CPU (SMC-TCMz) 65.00 °C, smoothed 65.00 °C; rose above 70 °C "
+                                   "1.5 s ago\n"));
+    // The curve asks for 3000 RPM, and may fall by 400 from the rule's speed.
+    EXPECT_THAT(run.out, HasSubstr("instead of  5600 RPM\n"));
 }
 
 TEST_F(ExplainCommand, ofTwoLatchedRulesTheSecondIsTheRunnerUp) {
