@@ -41,7 +41,7 @@ private:
 class SimulatedHardware final : public daemon::Hardware {
 public:
     SimulatedHardware(SimulatedRuntime& runtime, SimulatedMac& mac, sensors::LogSink& standardError,
-                      WatchedSensors::Taken snapshotTaken)
+                      WatchedSensors::Taken snapshotTaken = {})
         : connection(runtime, mac.smc()),
           delayed(runtime, connection, mac.smc()),
           gate(delayed.executor(), delayed, delayed),
