@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <utility>
 
@@ -11,6 +12,7 @@
 #include "tool/client/SessionCommand.h"
 #include "tool/client/WatchCommand.h"
 #include "tool/common/RunPlot.h"
+#include "tool/common/UnknownWord.h"
 #include "tool/machine/HelperCommand.h"
 #include "tool/machine/MachineCommand.h"
 #include "tool/machine/MachinesCommand.h"
@@ -254,7 +256,12 @@ int runTool(std::vector<std::string> arguments, Streams streams) {
     try {
         app.parse(std::move(arguments));
     } catch (const CLI::ParseError& error) {
-        const bool isAnswer = app.exit(error, streams.out, streams.err) == 0;
+        const bool isAnswer = error.get_exit_code() == 0;
+        const auto unknown = isAnswer ? std::nullopt : unknownWord(app);
+        if (unknown)
+            streams.err << *unknown << "\nRun with --help for more information.\n";
+        else
+            (void)app.exit(error, streams.out, streams.err);
         if (!isAnswer) return 2;
     }
     streams.out.flush();
