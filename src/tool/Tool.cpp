@@ -1,5 +1,7 @@
 #include "tool/Tool.h"
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
@@ -12,6 +14,7 @@
 #include "tool/client/SessionCommand.h"
 #include "tool/client/WatchCommand.h"
 #include "tool/common/RunPlot.h"
+#include "tool/common/Terminal.h"
 #include "tool/common/UnknownWord.h"
 #include "tool/machine/HelperCommand.h"
 #include "tool/machine/MachineCommand.h"
@@ -228,6 +231,10 @@ void addSimulate(CLI::App& app, Streams streams, int& status) {
         }
         if (*isPlotted) options->simulate.plotColumns = plotColumns();
         if (!why->empty()) options->simulate.why = *FanAtTime::parse(*why);
+        // A timeline on the same terminal is progress enough.
+        const bool isListed = !*isPlotted && why->empty();
+        options->simulate.showsProgress =
+            canDrawInPlace(STDERR_FILENO) && !(isListed && isatty(STDOUT_FILENO) == 1);
         status = simulate(options->simulate, streams.out, streams.err);
     });
 }
