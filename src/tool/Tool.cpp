@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <ostream>
+#include <system_error>
 #include <utility>
 
 #include "daemon/BuildIdentity.h"
@@ -262,6 +263,9 @@ int runTool(std::vector<std::string> arguments, Streams streams) {
     std::ranges::reverse(arguments);  // as the parser wants them
     try {
         app.parse(std::move(arguments));
+    } catch (const std::system_error& error) {
+        streams.err << "the system's limit is reached: " << error.code().message() << '\n';
+        return 1;
     } catch (const CLI::ParseError& error) {
         const bool isAnswer = error.get_exit_code() == 0;
         const auto unknown = isAnswer ? std::nullopt : unknownWord(app);
