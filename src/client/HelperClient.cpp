@@ -196,7 +196,7 @@ Answer HelperClient::awaitAnswer(std::int64_t id, Method method, Instant until) 
         if (!answer) {
             switch (answer.error()) {
                 case Absence::late:
-                    return failure(fmt::format("no answer within {} s",
+                    return failure(fmt::format("no answer within {:.7g} s",
                                                concurrency::inSeconds(until - start)));
                 case Absence::ended: return failure("the connection ended before an answer came");
                 case Absence::notUnderstood: break;

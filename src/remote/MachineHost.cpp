@@ -139,6 +139,13 @@ std::optional<std::string> MachineHost::apply(const MachineChange& change) {
             return fmt::format("{} is no temperature key of this machine", key);
         }
     }
+    for (const auto& [label, celsius] : change.hid) {
+        // A machine that was made without sensors may get some of any name.
+        const auto& own = options.machine.hid;
+        if (own && !own->empty() && !isKnown(*own, label)) {
+            return fmt::format("{} is no HID sensor of this machine", label);
+        }
+    }
     // First what may be refused. Of several keys, those in front of the refused one are changed.
     for (const auto& [key, value] : change.keys) {
         if (key.size() != 4 || !mac.smc().poke(key, value)) {

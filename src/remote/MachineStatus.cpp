@@ -21,8 +21,8 @@ void encodeTemperatures(json::Writer& writer, std::string_view name, const Tempe
     });
 }
 
-std::string counted(std::int64_t count, const std::string& what) {
-    return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
+std::string counted(std::int64_t count, std::string_view noun) {
+    return text::counted(static_cast<std::uint64_t>(count), noun);
 }
 
 void writeFans(std::ostream& out, const std::vector<MachineStatus::Fan>& fans) {

@@ -38,6 +38,10 @@ std::string plain(double number) {
     return fmt::format("{}", number);
 }
 
+std::string counted(std::uint64_t count, std::string_view noun) {
+    return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
+}
+
 std::string roundedRPM(double rpm) {
     const bool isUsual = std::abs(rpm) < 1e5;
     return isUsual ? fmt::format("{:.0f} RPM", rpm) : fmt::format("{:.0e} RPM", rpm);

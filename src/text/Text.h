@@ -11,6 +11,9 @@ namespace airflow::text {
 /// The shortest text of a number: 45, 0.3.
 [[nodiscard]] std::string plain(double number);
 
+/// A number of things by their English name, whose plural ends in s: "1 fan", "2 fans", "0 fans".
+[[nodiscard]] std::string counted(std::uint64_t count, std::string_view noun);
+
 /// A speed without a fraction: "1800 RPM"; with a power of ten from 100000 on.
 [[nodiscard]] std::string roundedRPM(double rpm);
 

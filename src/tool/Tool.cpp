@@ -1,9 +1,13 @@
 #include "tool/Tool.h"
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <ostream>
+#include <system_error>
 #include <utility>
 
 #include "daemon/BuildIdentity.h"
@@ -11,6 +15,8 @@
 #include "tool/client/SessionCommand.h"
 #include "tool/client/WatchCommand.h"
 #include "tool/common/RunPlot.h"
+#include "tool/common/Terminal.h"
+#include "tool/common/UnknownWord.h"
 #include "tool/machine/HelperCommand.h"
 #include "tool/machine/MachineCommand.h"
 #include "tool/machine/MachinesCommand.h"
@@ -226,6 +232,10 @@ void addSimulate(CLI::App& app, Streams streams, int& status) {
         }
         if (*isPlotted) options->simulate.plotColumns = plotColumns();
         if (!why->empty()) options->simulate.why = *FanAtTime::parse(*why);
+        // A timeline on the same terminal is progress enough.
+        const bool isListed = !*isPlotted && why->empty();
+        options->simulate.showsProgress =
+            canDrawInPlace(STDERR_FILENO) && !(isListed && isatty(STDOUT_FILENO) == 1);
         status = simulate(options->simulate, streams.out, streams.err);
     });
 }
@@ -253,8 +263,16 @@ int runTool(std::vector<std::string> arguments, Streams streams) {
     std::ranges::reverse(arguments);  // as the parser wants them
     try {
         app.parse(std::move(arguments));
+    } catch (const std::system_error& error) {
+        streams.err << "the system's limit is reached: " << error.code().message() << '\n';
+        return 1;
     } catch (const CLI::ParseError& error) {
-        const bool isAnswer = app.exit(error, streams.out, streams.err) == 0;
+        const bool isAnswer = error.get_exit_code() == 0;
+        const auto unknown = isAnswer ? std::nullopt : unknownWord(app);
+        if (unknown)
+            streams.err << *unknown << "\nRun with --help for more information.\n";
+        else
+            (void)app.exit(error, streams.out, streams.err);
         if (!isAnswer) return 2;
     }
     streams.out.flush();

@@ -134,6 +134,20 @@ TEST_F(HelperClientTest, aCallIsGivenUpAfterThirtySeconds) {
     EXPECT_EQ(elapsed(), 30s);
 }
 
+TEST_F(HelperClientTest, theTimeThatWasWaitedIsToldInRoundNumbers) {
+    /// Every look at the clock takes a moment.
+    struct Ticking final : Time {
+        explicit Ticking(FakeHelper& clock) : clock(clock) {}
+        concurrency::Instant now() override { return clock.advance(51ns), clock.now(); }
+        void sleepUntil(concurrency::Instant until) override { clock.sleepUntil(until); }
+
+        FakeHelper& clock;
+    } ticking(helper);
+    HelperClient client(helper, ticking);
+    reply("fullBlast", "{\"id\":#,\"code\":0}\n", 31s);
+    EXPECT_EQ(client.call(daemon::commands::FullBlast{}).reason, "no answer within 30 s");
+}
+
 TEST_F(HelperClientTest, anAnswerAtTheLastMomentCounts) {
     reply("fullBlast", "{\"id\":#,\"code\":2}\n", 30s);
     EXPECT_EQ(call(Method::fullBlast).result, ControlResult::timedOut());

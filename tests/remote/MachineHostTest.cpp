@@ -156,10 +156,9 @@ TEST_F(MachineHostTest, aConstantLoadSettles) {
 }
 
 TEST_F(MachineHostTest, temperaturesThatWereSetStay) {
-    EXPECT_EQ(ask(R"({"set":{"hid":{"PMU tdie1":97.5,"new one":20},"smc":{"TB0T":96}}})"), "{}");
+    EXPECT_EQ(ask(R"({"set":{"hid":{"PMU tdie1":97.5},"smc":{"TB0T":96}}})"), "{}");
     now += 600s;
     EXPECT_EQ(celsius("PMU tdie1"), 97.5);
-    EXPECT_EQ(celsius("new one"), 20);
     EXPECT_EQ(status().smc, (simulation::Temperatures{{"TB0T", 96}}));
     EXPECT_GT(status().fans.at(0).currentRPM, 4900) << "the firmware follows what it sees";
 }
@@ -179,16 +178,35 @@ TEST_F(MachineHostTest, temperaturesStandStillWithoutALoad) {
     EXPECT_EQ(celsius("PMU tdie1"), before);
 }
 
-TEST_F(MachineHostTest, sensorsVanishOneByOneOrAllAtOnce) {
-    EXPECT_EQ(ask(R"({"set":{"hid":{"second":50}}})"), "{}");
-    EXPECT_EQ(ask(R"({"set":{"hid":{"PMU tdie1":null,"unknown":null}}})"), "{}");
+TEST_F(MachineHostTest, sensorsVanishOneByOneOrAllAtOnceAndComeBack) {
+    auto machine = smallMachine();
+    machine.hid->emplace_back("second", 50);
+    start({.machine = machine});
+    EXPECT_EQ(ask(R"({"set":{"hid":{"PMU tdie1":null,"second":50}}})"), "{}");
     EXPECT_EQ(status().hid, (simulation::Temperatures{{"second", 50}}));
     EXPECT_EQ(ask(R"({"set":{"hid":null}})"), "{}");
     EXPECT_EQ(status().hid, std::nullopt);
     EXPECT_EQ(ask(R"({"set":{"hid":{"second":null}}})"), "{}");
     EXPECT_EQ(status().hid, std::nullopt);
-    EXPECT_EQ(ask(R"({"set":{"hid":{"back":51}}})"), "{}");
-    EXPECT_EQ(status().hid, (simulation::Temperatures{{"back", 51}}));
+    EXPECT_EQ(ask(R"({"set":{"hid":{"PMU tdie1":51}}})"), "{}");
+    EXPECT_EQ(status().hid, (simulation::Temperatures{{"PMU tdie1", 51}}));
+}
+
+TEST_F(MachineHostTest, aSensorThatTheMachineDoesNotHaveIsNamedAndNothingChanges) {
+    EXPECT_EQ(ask(R"({"set":{"hid":{"PMU tdie1":97,"PMU tdei1":97},"keys":{"F0Md":1}}})"),
+              R"({"error":"PMU tdei1 is no HID sensor of this machine"})");
+    EXPECT_EQ(ask(R"({"set":{"hid":{"PMU tdei1":null}}})"),
+              R"({"error":"PMU tdei1 is no HID sensor of this machine"})");
+    EXPECT_EQ(celsius("PMU tdie1"), 42.1);
+    EXPECT_EQ(status().fans.at(0).mode, 0);
+}
+
+TEST_F(MachineHostTest, aMachineWithoutSensorsMayGetSome) {
+    auto machine = smallMachine();
+    machine.hid.reset();
+    start({.machine = machine});
+    EXPECT_EQ(ask(R"({"set":{"hid":{"new one":20}}})"), "{}");
+    EXPECT_EQ(status().hid, (simulation::Temperatures{{"new one", 20}}));
 }
 
 TEST_F(MachineHostTest, keysAreChangedAsIfByTheMachineItself) {

@@ -34,6 +34,12 @@ TEST(Text, controlCharactersCannotReachATerminal) {
     EXPECT_EQ(printable("\u2014\u2026\u2030\u206A"), "\u2014\u2026\u2030\u206A");
 }
 
+TEST(Text, oneThingIsSingular) {
+    EXPECT_EQ(counted(0, "fan"), "0 fans");
+    EXPECT_EQ(counted(1, "fan"), "1 fan");
+    EXPECT_EQ(counted(2, "fan"), "2 fans");
+}
+
 TEST(Text, paddingCountsCharactersAndNotBytes) {
     EXPECT_EQ(padded("ab", 4), "ab  ");
     EXPECT_EQ(padded("°C", 4), "°C  ");

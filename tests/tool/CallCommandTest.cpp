@@ -128,6 +128,8 @@ TEST(CallCommandLine, badArgumentsAreWrongUsageBeforeAnythingIsConnected) {
                                                {"call", "fly"},
                                                {"call", "setPercent", "0"},
                                                {"call", "setPercent", "x", "5"},
+                                               {"call", "setPercent", "10", "5"},
+                                               {"call", "setPercent", "-1", "5"},
                                                {"call", "fullBlast", "1"},
                                                {"call", "fullBlast", "--timeout", "0"},
                                                {"call", "fullBlast", "--format", "xml"},
@@ -145,7 +147,7 @@ TEST(CallCommandLine, badArgumentsAreWrongUsageBeforeAnythingIsConnected) {
 TEST(CallCommandLine, anUnreachableDaemonIsNamed) {
     const ScratchFolder folder;
     const auto socket = (folder.path / "helper.sock").string();
-    const auto run = runTool({"call", "setPercent", "-1", "5", "--helper-socket", socket});
+    const auto run = runTool({"call", "setPercent", "1", "-5", "--helper-socket", socket});
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.out, "noHelper: " + socket + ": nobody listens there\n");
 }

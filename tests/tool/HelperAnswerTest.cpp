@@ -123,5 +123,16 @@ TEST(HelperAnswer, aReasonThatIsNotUTF8StillGivesJSON) {
               "{\"result\":\"noHelper\"}\n");
 }
 
+TEST(HelperAnswer, anErrorThatOnlyRepeatsTheResultIsLeftOut) {
+    ControlState state;
+    state.lastError = "applyPlan: " + ControlResult::timedOut().description();
+    CallOutcome outcome{.method = Method::applyConfig,
+                        .answer = {.result = ControlResult::timedOut()},
+                        .after = state};
+    EXPECT_EQ(answerText(outcome), "timedOut\n");
+    outcome.after->lastError = "applyPlan: rejected(\"F0Md=1\")";
+    EXPECT_EQ(answerText(outcome), "timedOut: applyPlan: rejected(\"F0Md=1\")\n");
+}
+
 }  // namespace
 }  // namespace airflow::tool

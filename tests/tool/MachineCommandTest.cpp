@@ -12,6 +12,7 @@
 #include "remote/RemoteMachine.h"
 #include "smc/SMCRequests.h"
 #include "tool/machine/MachineCommand.h"
+#include "tool/machine/MachineQuestion.h"
 
 namespace airflow::tool {
 namespace {
@@ -109,6 +110,20 @@ TEST_F(MachineCommandTest, endsWhileSomebodyIsConnectedAndAnAnswerIsHeldBack) {
     stuck.join();
     EXPECT_EQ(requests.writeUInt8("F0Md", 0).error(),
               smc::SMCError::ioReturn("IOConnectCallStructMethod", 0xE00002C0));
+}
+
+TEST_F(MachineCommandTest, aMachineThatHangsIsNotWaitedForForEver) {
+    ToolProcess machine = start();
+    EXPECT_TRUE(machine.readLine());
+    machine.signal(SIGSTOP);
+    const auto answerNow = [this] {
+        return askMachine(socket(), R"({"status":{}})", std::chrono::milliseconds(10));
+    };
+    auto answer = answerNow();
+    while (answer) answer = answerNow();  // until the signal has stopped its last thread
+    EXPECT_EQ(answer.error(), socket() + ": the machine did not answer within 0.01 s");
+    machine.signal(SIGCONT);
+    EXPECT_EQ(status().machine, "laptop");
 }
 
 TEST_F(MachineCommandTest, timeRunsAsFastAsToldTo) {

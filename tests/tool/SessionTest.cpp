@@ -77,10 +77,12 @@ TEST_F(SessionTest, answersComeInTheOrderOfTheCommandsOverOneConnection) {
     EXPECT_EQ(helper.openConnections, 0);
 }
 
-TEST_F(SessionTest, waitingSendsHeartbeats) {
+TEST_F(SessionTest, waitingSendsHeartbeatsAndLooksAtWhatIsHeld) {
+    answer("readState", "\"state\":" + std::string(heldState));
     EXPECT_EQ(run({"fullBlast", "wait 12.5"}).status, 0);
     EXPECT_THAT(helper.methods(),
-                ElementsAre("helperVersion", "fullBlast", "heartbeat", "heartbeat", "readState"));
+                ElementsAre("helperVersion", "fullBlast", "readState", "heartbeat", "readState",
+                            "heartbeat", "readState", "readState"));
     EXPECT_EQ(helper.now().time_since_epoch(), 12500ms);
 }
 
@@ -148,6 +150,54 @@ TEST_F(SessionTest, endingWhileFansAreHeldIsSaid) {
     EXPECT_EQ(session.err, "Disconnected: all fans return to Auto.\n");
 }
 
+/// Held at first, and after a while no longer.
+std::function<FakeHelper::Replies(const std::string&, const std::string&)> heldUntil(
+    FakeHelper& helper, std::chrono::seconds end, std::string after) {
+    return [&helper, end, after](const std::string& method, const std::string& id) {
+        FakeHelper::Replies replies;
+        if (method != "readState") return replies;
+        const bool isHeld = helper.now().time_since_epoch() < end;
+        replies = {
+            {"{\"id\":" + id + ",\"state\":" + (isHeld ? std::string(heldState) : after) + "}\n"}};
+        return replies;
+    };
+}
+
+TEST_F(SessionTest, fansThatWereGivenBackAreReportedWithTheReasonAtTheNextHeartbeat) {
+    helper.answers = heldUntil(
+        helper, 7s,
+        R"({"perFanMode":{},"targets":{},"isHolding":false,"lastError":"97°C exceeded"})");
+    const auto session =
+        run({"setManualRPM 0 3000", "wait 9", "helperVersion", "wait 2", "wait 60"});
+    EXPECT_EQ(session.status, 1);
+    EXPECT_EQ(session.err, "The daemon gave the fans back: 97°C exceeded\n");
+    EXPECT_EQ(helper.countOf("readState"), 4u) << "nothing is held that could be lost any more";
+}
+
+TEST_F(SessionTest, fansThatAnotherClientGaveBackAreReported) {
+    helper.answers = heldUntil(helper, 7s, R"({"perFanMode":{},"targets":{},"isHolding":false})");
+    const auto session = run({"fullBlast", "wait 11"}, Session::Kind::conversation);
+    EXPECT_EQ(session.status, 0);
+    EXPECT_EQ(session.err,
+              "\nThe fans are back in Auto: another client gave a command or ended.\n");
+}
+
+TEST_F(SessionTest, fansThatItsOwnCommandGaveBackAreNotReported) {
+    helper.answers = heldUntil(helper, 7s, R"({"perFanMode":{},"targets":{},"isHolding":false})");
+    const auto session = run({"fullBlast", "wait 7", "automatic", "wait 20"});
+    EXPECT_EQ(session.status, 0);
+    EXPECT_EQ(session.err, "");
+}
+
+TEST_F(SessionTest, aNewErrorIsReportedWhileFansAreHeld) {
+    helper.answers = heldUntil(
+        helper, 7s,
+        R"({"perFanMode":{"0":{"manual":{}}},"targets":{},"isHolding":true,"lastError":"fan 1"})");
+    const auto session = run({"fullBlast", "wait 21"});
+    EXPECT_EQ(session.status, 0);
+    EXPECT_EQ(session.err, "The daemon reports: fan 1\nDisconnected: all fans return to Auto.\n");
+}
+
 TEST_F(SessionTest, withoutADaemonItEndsAtOnce) {
     helper.refusals = 1;
     const auto session = run({"fullBlast"});
@@ -177,7 +227,7 @@ TEST_F(SessionTest, anInterruptionEndsIt) {
     const auto session = run({"fullBlast", "^C"});
     EXPECT_EQ(session.status, 130);
     EXPECT_EQ(session.err, "Interrupted: all fans return to Auto.\n");
-    EXPECT_THAT(helper.methods(), ElementsAre("helperVersion", "fullBlast"));
+    EXPECT_THAT(helper.methods(), ElementsAre("helperVersion", "fullBlast", "readState"));
 }
 
 }  // namespace

@@ -189,7 +189,7 @@ TEST_F(SoakCommand, failsWhenAnyOfTheResultsHasAViolation) {
                  file("b.json", 11, 30,
                       {{.seed = 12, .property = "stateIsTrue", .message = "a \x1b[31m lie"}})});
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.out, "30 seeds, 2.0 simulated hours, 1 violations\n");
+    EXPECT_EQ(run.out, "30 seeds, 2.0 simulated hours, 1 violation\n");
     EXPECT_EQ(run.err, "seed 12: stateIsTrue: a \uFFFD[31m lie\n");
 }
 

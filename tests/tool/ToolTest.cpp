@@ -55,6 +55,52 @@ TEST(Tool, outputThatCannotBeWrittenIsAnError) {
     EXPECT_EQ(err.str(), "the output cannot be written\n");
 }
 
+TEST(Tool, aCommandThatDoesNotExistIsNamedWithTheOneThatMayHaveBeenMeant) {
+    const auto errorOf = [](std::vector<std::string> arguments) {
+        const auto run = runTool(std::move(arguments));
+        EXPECT_EQ(run.status, 2);
+        EXPECT_EQ(run.out, "");
+        return run.err;
+    };
+    const std::string hint = "\nRun with --help for more information.\n";
+    EXPECT_EQ(errorOf({"chek"}), "airflow has no command \"chek\"; did you mean \"check\"?" + hint);
+    EXPECT_EQ(errorOf({"chek", "a.json", "--strict"}),
+              "airflow has no command \"chek\"; did you mean \"check\"?" + hint);
+    EXPECT_EQ(errorOf({"melt\x1b[m"}), "airflow has no command \"melt\uFFFD[m\"" + hint);
+    EXPECT_EQ(errorOf({"machine", "stauts"}),
+              "airflow machine has no command \"stauts\"; did you mean \"status\"?" + hint);
+    EXPECT_EQ(errorOf({"call", "setPercnt", "0", "50"}),
+              "METHOD: there is no method \"setPercnt\"; did you mean \"setPercent\"?" + hint);
+}
+
+TEST(Tool, anOptionThatDoesNotExistIsNamedWithTheOneThatMayHaveBeenMeant) {
+    const auto errorOf = [](std::vector<std::string> arguments) {
+        const auto run = runTool(std::move(arguments));
+        EXPECT_EQ(run.status, 2);
+        return run.err.substr(0, run.err.find('\n'));
+    };
+    EXPECT_EQ(errorOf({"check", "--strcit"}),
+              "airflow check has no option \"--strcit\"; did you mean \"--strict\"?");
+    EXPECT_EQ(errorOf({"check", "--strcit", "a.json"}),
+              "airflow check has no option \"--strcit\"; did you mean \"--strict\"?");
+    EXPECT_EQ(errorOf({"soak", "--seed=5"}),
+              "airflow soak has no option \"--seed\"; did you mean \"--seeds\"?");
+    EXPECT_EQ(errorOf({"machine", "status", "--fromat", "json"}),
+              "airflow machine status has no option \"--fromat\"; did you mean \"--format\"?");
+    EXPECT_EQ(errorOf({"--verison"}),
+              "airflow has no option \"--verison\"; did you mean \"--version\"?");
+    EXPECT_EQ(errorOf({"sensors", "--frobnicate"}),
+              "airflow sensors has no option \"--frobnicate\"");
+}
+
+TEST(Tool, anArgumentThatNobodyTakesIsNamed) {
+    const auto run = runTool({"replay", "a.json", "b.json", "--trace", "t.jsonl"});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_THAT(run.err, testing::StartsWith("airflow replay takes no further argument, such as "
+                                             "\"b.json\"\n"));
+    EXPECT_THAT(runTool({"sensors", "laptop"}).err, HasSubstr("\"laptop\""));
+}
+
 TEST(Tool, wrongUsageIsStatusTwoAndExplained) {
     const std::vector<std::vector<std::string>> wrong{
         {},

@@ -39,8 +39,8 @@ TEST(TypedCommand, theHelpNamesEveryCommand) {
 }
 
 TEST(TypedCommand, whetherNumbersMakeSenseIsForTheDaemonToSay) {
-    EXPECT_EQ(parseCommand({"setPercent", "-7", "-1e3"})->command,
-              daemon::Command(commands::SetPercent{.fan = -7, .percent = -1000}));
+    EXPECT_EQ(parseCommand({"setPercent", "9", "-1e3"})->command,
+              daemon::Command(commands::SetPercent{.fan = 9, .percent = -1000}));
     EXPECT_EQ(parseCommand({"setManualRPM", "0", "9223372036854775807"})->command,
               daemon::Command(commands::SetManualRPM{.fan = 0, .rpm = 9223372036854775807}));
 }
@@ -64,6 +64,20 @@ TEST(TypedCommand, whatIsNoCommandIsRefusedWithAReason) {
         EXPECT_EQ(why({"setPercent", "0", number}),
                   "PERCENT has to be a number, not \"" + number + "\"");
     }
+}
+
+TEST(TypedCommand, aFanThatNoMachineCanHaveIsRefused) {
+    for (const std::string fan : {"-1", "10", "9223372036854775807"}) {
+        EXPECT_EQ(parseCommand({"setPercent", fan, "50"}).error(), "FAN has to be from 0 to 9");
+        EXPECT_EQ(parseCommand({"setManualRPM", fan, "3000"}).error(), "FAN has to be from 0 to 9");
+    }
+    EXPECT_TRUE(parseCommand({"setManualRPM", "0", "3000"}));
+    EXPECT_TRUE(parseCommand({"setManualRPM", "9", "10"}));
+}
+
+TEST(TypedCommand, aMethodThatIsMistypedIsNamedWithTheOneThatMayHaveBeenMeant) {
+    EXPECT_EQ(parseCommand({"fulblast"}).error(),
+              "there is no method \"fulblast\"; did you mean \"fullBlast\"?");
 }
 
 TEST(TypedCommand, blanksPartWordsAndQuotesKeepThem) {

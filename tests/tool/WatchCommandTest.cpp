@@ -22,7 +22,9 @@ protected:
                 .pause =
                     [this](concurrency::Instant until) {
                         helper.sleepUntil(until);
-                        return ++pauses != interruptedAt;
+                        const bool isInterrupted = ++pauses == interruptedAt;
+                        return isInterrupted ? WatchPlan::Pause::isInterrupted
+                                             : WatchPlan::Pause::isOver;
                     }};
     }
     ToolRun watch(const WatchPlan& plan) {
@@ -112,7 +114,7 @@ TEST_F(WatchCommand, ofTheMachineOnlyDoesNotConnect) {
 
 TEST_F(WatchCommand, aScreenIsRedrawnInPlace) {
     auto onScreen = plan(2);
-    onScreen.screen = WatchPlan::Screen{.columns = 80, .rows = 23};
+    onScreen.screen = [] { return WatchPlan::Screen{.columns = 80, .rows = 23}; };
     onScreen.lookAtMachine = [this] {
         const bool isFirst = helper.countOf("readState") == 1;
         return MachineSight{.fans = {{.id = 0, .rpm = isFirst ? 0.0 : 6000, .mode = "forced"}}};
@@ -121,6 +123,29 @@ TEST_F(WatchCommand, aScreenIsRedrawnInPlace) {
               "0.0 s  not held\x1B[K\nfan 0  forced          0 RPM\x1B[K\n\x1B[J"
               "\x1B[2A\r"
               "1.0 s  not held\x1B[K\nfan 0  forced       6000 RPM\x1B[K\n\x1B[J");
+}
+
+TEST_F(WatchCommand, aTerminalThatChangesItsSizeIsDrawnAnewWithoutAnotherLook) {
+    auto onScreen = plan(2);
+    std::size_t columns = 80;
+    onScreen.screen = [&columns] { return WatchPlan::Screen{.columns = columns, .rows = 23}; };
+    onScreen.pause = [&](concurrency::Instant until) {
+        if (std::exchange(columns, 8) == 80) return WatchPlan::Pause::screenChanged;
+        helper.sleepUntil(until);
+        return WatchPlan::Pause::isOver;
+    };
+    EXPECT_EQ(watch(onScreen).out,
+              "0.0 s  not held\x1B[K\n\x1B[J"
+              "\x1B[2J\x1B[H0.0 s  …\x1B[K\n\x1B[J"
+              "\x1B[1A\r1.0 s  …\x1B[K\n\x1B[J");
+    EXPECT_EQ(helper.countOf("readState"), 2u);
+}
+
+TEST_F(WatchCommand, leavesALineOfItsOwnToThePromptWhenInterrupted) {
+    interruptedAt = 1;
+    auto onScreen = plan(std::nullopt);
+    onScreen.screen = [] { return WatchPlan::Screen{}; };
+    EXPECT_EQ(watch(onScreen).out, "0.0 s  not held\x1B[K\n\x1B[J\n");
 }
 
 TEST_F(WatchCommand, endsWhenNobodyReadsItsOutput) {

@@ -10,11 +10,13 @@
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include "platform/linux/BootTime.h"
+#include "platform/linux/LocalSocket.h"
 
 namespace airflow::platform {
 namespace {
@@ -37,8 +39,16 @@ public:
 
     explicit Pool(std::size_t threadCount) {
         require(threadCount > 0, "a pool has a thread");
-        for (std::size_t i = 0; i < threadCount; ++i) threads.emplace_back([this] { work(); });
+        try {
+            for (std::size_t i = 0; i < threadCount; ++i) threads.emplace_back([this] { work(); });
+        } catch (...) {
+            stop();
+            throw;
+        }
     }
+    Pool(const Pool&) = delete;
+    Pool& operator=(const Pool&) = delete;
+    ~Pool() { stop(); }
 
     /// Waits for the jobs that run now; no other will. May be called again.
     void stop() {
@@ -107,10 +117,9 @@ void Pool::work() {
 /// variable, because the latter cannot wait by CLOCK_BOOTTIME.
 class Timer {
 public:
-    Timer() { require(descriptor >= 0, "the system has timer descriptors"); }
+    Timer() = default;
     Timer(const Timer&) = delete;
     Timer& operator=(const Timer&) = delete;
-    ~Timer() { close(descriptor); }
 
     TimerQueue::Key add(Instant deadline, Suspended sleeper) {
         const std::lock_guard lock(mutex);
@@ -141,7 +150,7 @@ private:
     void run() {
         for (;;) {
             std::uint64_t expirations = 0;
-            const ssize_t count = read(descriptor, &expirations, sizeof expirations);
+            const ssize_t count = read(descriptor.get(), &expirations, sizeof expirations);
             require(count > 0 || errno == EINTR, "a timer descriptor can be read");
             const std::lock_guard lock(mutex);
             if (isStopping) return;
@@ -157,10 +166,16 @@ private:
         const auto seconds = std::chrono::floor<std::chrono::seconds>(since);
         itimerspec alarm{};
         alarm.it_value = {.tv_sec = seconds.count(), .tv_nsec = (since - seconds).count()};
-        timerfd_settime(descriptor, TFD_TIMER_ABSTIME, &alarm, nullptr);
+        timerfd_settime(descriptor.get(), TFD_TIMER_ABSTIME, &alarm, nullptr);
     }
 
-    const int descriptor = timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC);
+    static FileDescriptor makeDescriptor() {
+        FileDescriptor made(timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC));
+        if (!made) throw std::system_error(errno, std::generic_category());
+        return made;
+    }
+
+    const FileDescriptor descriptor = makeDescriptor();
     std::mutex mutex;
     TimerQueue sleepers;
     bool isStopping = false;

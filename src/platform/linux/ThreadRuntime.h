@@ -15,7 +15,8 @@ namespace airflow::platform {
 /// the machine is suspended: a watchdog of 15 seconds would then trust for hours in a client that
 /// was last heard before. Sleeps that ended meanwhile wake as soon as the machine does.
 ///
-/// Destroying it waits for the jobs that run at that moment, and abandons what is pending.
+/// Destroying it waits for the jobs that run at that moment, and abandons what is pending. Throws
+/// std::system_error when the system gives the process no more threads or descriptors.
 [[nodiscard]] std::unique_ptr<concurrency::Runtime> makeThreadRuntime(std::size_t threads = 4);
 
 }  // namespace airflow::platform

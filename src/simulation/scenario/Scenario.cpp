@@ -27,9 +27,18 @@ void sortByTime(std::vector<T>& changes) {
     }
 }
 
-TemperatureChange::Values decodeValues(const Decoder& decoder) {
+bool isKnown(const Temperatures& known, std::string_view name) {
+    return std::ranges::find(known, name, &Temperatures::value_type::first) != known.end();
+}
+
+/// Of sensors that the machine has. One that is made without any may get some of any name.
+TemperatureChange::Values decodeValues(const Decoder& decoder, const MachineDescription& machine) {
     TemperatureChange::Values values;
-    decoder.forEachMember([&values](std::string_view name, const Decoder& value) {
+    if (!machine.hasHIDSymbols) decoder.fail("This machine has no HID functions.");
+    decoder.forEachMember([&](std::string_view name, const Decoder& value) {
+        if (machine.hid && !machine.hid->empty() && !isKnown(*machine.hid, name)) {
+            value.fail("This machine has no HID sensor of this name.");
+        }
         values.emplace_back(name, value.isNull() ? std::nullopt : std::optional(anyNumber(value)));
     });
     return values;
@@ -38,9 +47,7 @@ TemperatureChange::Values decodeValues(const Decoder& decoder) {
 /// Temperatures of keys that the machine has: changing any other would change nothing.
 Temperatures decodeKnownKeys(const Decoder& decoder, const Temperatures& known) {
     decoder.forEachMember([&known](std::string_view name, const Decoder& member) {
-        if (std::ranges::find(known, name, &Temperatures::value_type::first) == known.end()) {
-            member.fail("This machine has no such temperature key.");
-        }
+        if (!isKnown(known, name)) member.fail("This machine has no such temperature key.");
     });
     return decodeTemperatures(decoder);
 }
@@ -52,7 +59,7 @@ TemperatureChange decodeChange(const Decoder& decoder, const MachineDescription&
         if (name == "hid" && member.isNull())
             change.hidesHID = true;
         else if (name == "hid")
-            change.hid = decodeValues(member);
+            change.hid = decodeValues(member, machine);
         if (name == "smc") change.smc = decodeKnownKeys(member, machine.smc);
     });
     return change;

@@ -22,8 +22,11 @@ using daemon::Method;
 std::string reasonOf(const CallOutcome& outcome) {
     if (!outcome.answer.reason.empty()) return outcome.answer.reason;
     if (!outcome.ownReason.empty()) return outcome.ownReason;
-    if (outcome.after && outcome.after->lastError) return *outcome.after->lastError;
-    return {};
+    if (!outcome.after || !outcome.after->lastError) return {};
+    const std::string& error = *outcome.after->lastError;
+    // "applyPlan: timedOut" says no more than the result does.
+    const bool isResultOnly = error.ends_with(": " + outcome.answer.result.description());
+    return isResultOnly ? std::string() : error;
 }
 
 bool isStopped(const ControlState& state, std::int64_t fan) {

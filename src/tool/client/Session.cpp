@@ -2,10 +2,13 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 #include <ostream>
 #include <sstream>
+#include <utility>
 
+#include "text/Text.h"
 #include "tool/client/HelperAnswer.h"
 
 namespace airflow::tool {
@@ -13,6 +16,12 @@ namespace airflow::tool {
 namespace {
 
 using concurrency::Instant;
+
+bool changesFans(daemon::Method method) {
+    using daemon::Method;
+    return method != Method::helperVersion && method != Method::readState &&
+           method != Method::heartbeat;
+}
 
 constexpr std::string_view ownCommands =
     "  state                    The same as readState\n"
@@ -76,6 +85,10 @@ void Session::give(const std::vector<std::string>& words) {
     if (const auto read = readPlan(*typed, nothing); !read) return refuse(read.error());
     CallOutcome outcome{.method = daemon::methodOf(typed->command),
                         .answer = client.call(typed->command)};
+    if (changesFans(outcome.method)) {
+        seen.reset();
+        nextLook = time.now();
+    }
     if (!outcome.answer.result.isApplied()) {
         hasFailed = true;
         outcome.ownReason = whyNoPlan(*typed);
@@ -112,15 +125,48 @@ void Session::sayGoodbye() {
 
 Instant Session::attend() {
     const bool wasConnected = client.isConnected();
-    const Instant due = client.attend();
+    const Instant heartbeat = client.attend();
+    const Instant due = std::min(heartbeat, lookAtFans());
     if (wasConnected && !client.isConnected() && !input.isInterrupted()) {
         hasFailed = true;
+        nextLook.reset();
         err << (kind == Kind::conversation ? "\n" : "")
             << "The connection to the daemon was lost: all fans return to Auto. The next command "
                "reconnects.\n"
             << std::flush;
     }
     return due;
+}
+
+/// Returns when the next look is due.
+Instant Session::lookAtFans() {
+    if (!nextLook || !client.isConnected()) return Instant::max();
+    if (time.now() < *nextLook) return *nextLook;
+    nextLook = time.now() + client::heartbeatInterval;
+    auto state = client.call(daemon::commands::ReadState{}).state;
+    if (!state) return *nextLook;
+    if (seen) tellWhatChanged(*seen, *state);
+    seen = std::move(state);
+    if (seen->isHolding) return *nextLook;
+    nextLook.reset();
+    return Instant::max();
+}
+
+void Session::tellWhatChanged(const control::ControlState& before,
+                              const control::ControlState& now) {
+    const bool isReleased = before.isHolding && !now.isHolding;
+    const bool hasNewError = now.lastError && now.lastError != before.lastError;
+    if (!isReleased && !hasNewError) return;
+    hasFailed |= isReleased;
+    const std::string error = hasNewError ? text::printable(*now.lastError) : "";
+    err << (kind == Kind::conversation ? "\n" : "");
+    if (!isReleased)
+        err << "The daemon reports: " << error;
+    else if (hasNewError)
+        err << "The daemon gave the fans back: " << error;
+    else
+        err << "The fans are back in Auto: another client gave a command or ended.";
+    err << '\n' << std::flush;
 }
 
 }  // namespace airflow::tool

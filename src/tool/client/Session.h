@@ -53,6 +53,8 @@ private:
     void refuse(const std::string& reason);
     void sayGoodbye();
     concurrency::Instant attend();
+    concurrency::Instant lookAtFans();
+    void tellWhatChanged(const control::ControlState& before, const control::ControlState& now);
 
     client::HelperClient& client;
     client::Time& time;
@@ -62,6 +64,9 @@ private:
     const Kind kind;
     std::size_t lineNumber = 0;
     bool hasFailed = false;
+    /// The daemon tells nobody what changes, so it is asked; nothing while nothing is held.
+    std::optional<concurrency::Instant> nextLook;
+    std::optional<control::ControlState> seen;  ///< since the last command
 };
 
 }  // namespace airflow::tool

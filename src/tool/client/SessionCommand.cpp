@@ -8,12 +8,14 @@
 #include <ostream>
 
 #include "client/HelperClient.h"
-#include "platform/linux/StopSignals.h"
+#include "platform/linux/SignalDescriptor.h"
 #include "text/Text.h"
 #include "tool/client/HelperSocket.h"
 #include "tool/client/Session.h"
 #include "tool/client/SessionInputs.h"
 #include "tool/client/TypedCommand.h"
+#include "tool/common/SystemLimit.h"
+#include "tool/common/Terminal.h"
 
 namespace airflow::tool {
 
@@ -30,7 +32,11 @@ int runSession(const SessionOptions& options, Streams streams) {
         streams.err << text::printable(path.error()) << '\n';
         return 1;
     }
-    const platform::StopSignals stop;
+    const platform::SignalDescriptor stop(platform::stopSignals);
+    if (!stop.descriptor()) {
+        streams.err << noDescriptorLeft << '\n';
+        return 1;
+    }
     SystemTime time;
     HelperSocket transport(*path, time, stop.descriptor().get());
     const auto timeout = concurrency::fromSeconds(options.timeout);
@@ -41,10 +47,10 @@ int runSession(const SessionOptions& options, Streams streams) {
                              .time = time};
     const bool isTyped = isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1;
     std::unique_ptr<SessionInput> input;
-    if (isTyped)
+    if (isTyped && mayUseEscapes())
         input = std::make_unique<EditedLines>(waits);
     else
-        input = std::make_unique<PlainLines>(waits);
+        input = std::make_unique<PlainLines>(waits, isTyped ? "airflow> " : "");
     Session session(helper, time, *input, streams.out, streams.err,
                     isTyped ? Session::Kind::conversation : Session::Kind::script);
     return session.run();

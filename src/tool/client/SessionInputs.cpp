@@ -43,12 +43,21 @@ SessionWaits::Woken SessionWaits::wait(bool forInput, Instant until, const Atten
 }
 
 std::optional<std::string> PlainLines::nextLine(const Attend& attend) {
+    const auto show = [](const std::string& text) {
+        std::fputs(text.c_str(), stdout);
+        std::fflush(stdout);
+    };
+    show(prompt);
     for (;;) {
         if (auto line = takeLine()) return line;
-        if (isAtEnd) return std::nullopt;
-        interrupted =
-            waits.wait(true, Instant::max(), attend) == SessionWaits::Woken::byInterruption;
-        if (interrupted) return std::nullopt;
+        if (!isAtEnd) {
+            interrupted =
+                waits.wait(true, Instant::max(), attend) == SessionWaits::Woken::byInterruption;
+        }
+        if (isAtEnd || interrupted) {
+            if (!prompt.empty()) show("\n");
+            return std::nullopt;
+        }
         const std::string more = readSome(waits.input, 64UL * 1024);
         isAtEnd = more.empty();
         read += more;

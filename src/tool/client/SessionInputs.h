@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "tool/client/HelperSocket.h"
 #include "tool/client/Session.h"
@@ -26,10 +27,11 @@ struct SessionWaits {
     [[nodiscard]] Woken wait(bool forInput, concurrency::Instant until, const Attend& attend) const;
 };
 
-/// Lines as they are.
+/// Lines as they are; with a prompt for each on standard output, unless it is empty.
 class PlainLines final : public SessionInput {
 public:
-    explicit PlainLines(SessionWaits given) : waits(given) {}
+    explicit PlainLines(SessionWaits given, std::string shown = {})
+        : waits(given), prompt(std::move(shown)) {}
 
     std::optional<std::string> nextLine(const Attend& attend) override;
     void pause(concurrency::Instant until, const Attend& attend) override;
@@ -39,6 +41,7 @@ private:
     std::optional<std::string> takeLine();
 
     const SessionWaits waits;
+    const std::string prompt;
     std::string read;  ///< and not yet given out
     bool isAtEnd = false;
     bool interrupted = false;

@@ -17,6 +17,7 @@
 #include "json/Document.h"
 #include "plan/FanControlPlan.h"
 #include "text/Text.h"
+#include "tool/common/UnknownWord.h"
 #include "tool/plans/PlanFile.h"
 
 namespace airflow::tool {
@@ -64,7 +65,12 @@ class Arguments {
 public:
     explicit Arguments(const std::vector<std::string>& typed) : words(typed) {}
 
-    void operator()(std::string_view name, std::int64_t& value) { take(name, value, &parseWhole); }
+    void operator()(std::string_view name, std::int64_t& value) {
+        take(name, value, &parseWhole);
+        // A fan's keys have room for one digit.
+        const bool isPossible = name != "fan" || (value >= 0 && value <= 9);
+        if (!isPossible && error.empty()) error = "FAN has to be from 0 to 9";
+    }
     void operator()(std::string_view name, double& value) { take(name, value, &parseNumber); }
     /// A plan's words are the path to it.
     void operator()(std::string_view, std::string&) { path = words.at(next++); }
@@ -106,8 +112,13 @@ std::expected<TypedCommand, std::string> parseCommand(const std::vector<std::str
     if (words.empty()) return std::unexpected("a method is missing");
     auto command = daemon::commandNamed(words.front());
     if (!command) {
-        return std::unexpected(
-            fmt::format("there is no method \"{}\"", text::printable(words.front())));
+        std::vector<std::string> names;
+        for (const auto& description : daemon::commandDescriptions) {
+            names.emplace_back(description.name);
+        }
+        return std::unexpected(fmt::format("there is no method \"{}\"{}",
+                                           text::printable(words.front()),
+                                           suggestion(words.front(), names)));
     }
     std::size_t count = 0;
     daemon::forEachArgument(*command, [&count](std::string_view, auto&) { ++count; });

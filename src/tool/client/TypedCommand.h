@@ -19,8 +19,8 @@ struct TypedCommand {
 /// One line for each command, its arguments and what it does; without a heading.
 [[nodiscard]] std::string commandsHelp();
 
-/// The command that the words say, its name first; or what is wrong with them. Whether a fan exists
-/// or a speed makes sense is for the daemon to say.
+/// The command that the words say, its name first; or what is wrong with them. Fans are
+/// 0 to 9; whether the machine has that one, or a speed makes sense, is for the daemon to say.
 [[nodiscard]] std::expected<TypedCommand, std::string> parseCommand(
     const std::vector<std::string>& words);
 

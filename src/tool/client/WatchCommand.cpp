@@ -1,6 +1,7 @@
 #include "tool/client/WatchCommand.h"
 
 #include <fmt/format.h>
+#include <signal.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -9,15 +10,17 @@
 #include <memory>
 #include <ostream>
 
-#include "platform/linux/StopSignals.h"
+#include "platform/linux/SignalDescriptor.h"
 #include "platform/linux/Waiting.h"
 #include "remote/MachineStatus.h"
-#include "remote/RemoteMachine.h"
 #include "simulation/machine/MachineDescription.h"
 #include "text/Text.h"
 #include "tool/client/HelperAnswer.h"
 #include "tool/client/HelperSocket.h"
+#include "tool/common/SystemLimit.h"
+#include "tool/common/Terminal.h"
 #include "tool/machine/MachineCommand.h"
+#include "tool/machine/MachineQuestion.h"
 
 namespace airflow::tool {
 
@@ -41,12 +44,27 @@ Sight look(const WatchPlan& plan, double seconds) {
     return sight;
 }
 
-/// Draws over the `drawn` lines above the cursor.
-void redraw(std::ostream& out, const std::vector<std::string>& lines, std::size_t drawn) {
-    if (drawn > 0) out << fmt::format("\x1B[{}A\r", drawn);
-    for (const std::string& line : lines) out << line << "\x1B[K\n";
-    out << "\x1B[J" << std::flush;
-}
+/// The lines at the bottom of a terminal, which are drawn over themselves.
+class Screen {
+public:
+    explicit Screen(std::ostream& out) : out(out) {}
+
+    void draw(const std::vector<std::string>& lines) {
+        if (drawn > 0) out << fmt::format("\x1B[{}A\r", drawn);
+        for (const std::string& line : lines) out << line << "\x1B[K\n";
+        out << "\x1B[J" << std::flush;
+        drawn = lines.size();
+    }
+    /// A terminal of another size has broken the lines anew: nobody knows where they are.
+    void clear() {
+        out << "\x1B[2J\x1B[H";
+        drawn = 0;
+    }
+
+private:
+    std::ostream& out;
+    std::size_t drawn = 0;
+};
 
 MachineSight sightOf(const remote::MachineStatus& status) {
     MachineSight sight;
@@ -66,25 +84,21 @@ MachineSight sightOf(const remote::MachineStatus& status) {
     return sight;
 }
 
-/// What the machine process says of itself; nothing while there is none.
-std::optional<MachineSight> askMachine(const std::string& path) {
-    auto connection = platform::connectTo(path);
-    if (!connection) return std::nullopt;
-    remote::MachineLink link(std::move(*connection));
-    const auto text = link.ask<std::string>({}, remote::MachineOperation::control,
-                                            std::string_view(R"({"status":{}})"));
-    const auto status = json::decode<remote::MachineStatus>(text);
+/// What the machine process says of itself; nothing while there is none, or it hangs.
+std::optional<MachineSight> sightOfMachine(const std::string& path, int interruption) {
+    const auto text = askMachine(path, R"({"status":{}})", std::chrono::seconds(1), interruption);
+    if (!text) return std::nullopt;
+    const auto status = json::decode<remote::MachineStatus>(*text);
     if (!status) return std::nullopt;
     return sightOf(*status);
 }
 
-std::optional<WatchPlan::Screen> ownScreen() {
+WatchPlan::Screen ownScreen() {
     winsize size{};
-    if (isatty(STDOUT_FILENO) != 1) return std::nullopt;
     if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row < 2) {
-        return WatchPlan::Screen{};
+        return {};
     }
-    return WatchPlan::Screen{.columns = size.ws_col, .rows = size.ws_row - 1U};
+    return {.columns = size.ws_col, .rows = size.ws_row - 1U};
 }
 
 struct WatchOptions {
@@ -102,51 +116,71 @@ int runWatch(const WatchOptions& options, Streams streams) {
         streams.err << text::printable((helperPath ? machinePath : helperPath).error()) << '\n';
         return 1;
     }
-    const platform::StopSignals stop;
+    const platform::SignalDescriptor stop(platform::stopSignals);
+    if (!stop.descriptor()) {
+        streams.err << noDescriptorLeft << '\n';
+        return 1;
+    }
     const int interruption = stop.descriptor().get();
     SystemTime time;
     HelperSocket transport(*helperPath, time, interruption);
     // A daemon of another build is left alone.
     client::HelperClient helper(transport, time,
                                 {.sendsHeartbeats = false, .maxUpgradeAttempts = 0});
+    platform::SignalDescriptor resized({SIGWINCH});
     const auto pause = [&](Instant until) {
         for (;;) {
             (void)helper.attend();  // nothing is ever due
-            const auto woken = platform::waitForAny({interruption, transport.descriptor()}, until,
-                                                    [&time] { return time.now(); });
-            if (!woken || *woken == 0) return !woken;
+            const auto woken = platform::waitForAny(
+                {interruption, resized.descriptor().get(), transport.descriptor()}, until,
+                [&time] { return time.now(); });
+            if (!woken) return WatchPlan::Pause::isOver;
+            if (*woken == 0) return WatchPlan::Pause::isInterrupted;
+            if (*woken == 1 && resized.take()) return WatchPlan::Pause::screenChanged;
         }
     };
-    return watchHelper({.helper = options.isMachineOnly ? nullptr : &helper,
-                        .lookAtMachine = [&] { return askMachine(*machinePath); },
-                        .count = options.count,
-                        .interval = concurrency::fromSeconds(options.interval),
-                        .pause = pause,
-                        .screen = ownScreen()},
-                       time, streams.out, streams.err);
+    WatchPlan plan{.helper = options.isMachineOnly ? nullptr : &helper,
+                   .lookAtMachine = [&] { return sightOfMachine(*machinePath, interruption); },
+                   .count = options.count,
+                   .interval = concurrency::fromSeconds(options.interval),
+                   .pause = pause};
+    if (canDrawInPlace(STDOUT_FILENO)) plan.screen = ownScreen;
+    return watchHelper(plan, time, streams.out, streams.err);
 }
 
 }  // namespace
 
 int watchHelper(const WatchPlan& plan, client::Time& time, std::ostream& out, std::ostream& err) {
+    using Pause = WatchPlan::Pause;
     WatchView view;
-    Sight sight;
-    std::size_t drawn = 0;
-    const Instant start = time.now();
-    for (std::int64_t looks = 1; out; ++looks) {
-        const std::chrono::duration<double> since = time.now() - start;
-        sight = look(plan, since.count());
-        view.add(sight);
+    Screen screen(out);
+    const auto show = [&] {
         if (plan.screen) {
-            const auto lines = view.frame(plan.screen->columns, plan.screen->rows);
-            redraw(out, lines, drawn);
-            drawn = lines.size();
+            const auto [columns, rows] = plan.screen();
+            screen.draw(view.frame(columns, rows));
         } else {
             out << view.line() << '\n' << std::flush;
         }
+    };
+    Sight sight;
+    const Instant start = time.now();
+    Pause pause = Pause::isOver;
+    for (std::int64_t looks = 1; out && pause != Pause::isInterrupted; ++looks) {
+        const std::chrono::duration<double> since = time.now() - start;
+        sight = look(plan, since.count());
+        view.add(sight);
+        show();
         if (plan.count && looks >= *plan.count) break;
-        if (!plan.pause(start + looks * plan.interval)) break;
+        for (;;) {
+            pause = plan.pause(start + looks * plan.interval);
+            if (pause != Pause::screenChanged) break;
+            if (!plan.screen) continue;
+            screen.clear();
+            show();
+        }
     }
+    // The terminal has shown "^C" where the prompt would come.
+    if (plan.screen && pause == Pause::isInterrupted) out << '\n' << std::flush;
     if (sight.state && sight.state->isHolding) {
         err << "Disconnected: all fans return to Auto.\n";
     }

@@ -22,14 +22,16 @@ struct WatchPlan {
     std::function<std::optional<MachineSight>()> lookAtMachine;
     std::optional<std::int64_t> count{};  ///< of looks; nothing: until the user interrupts
     concurrency::Duration interval = std::chrono::seconds(1);
-    /// Waits; false when the user interrupts.
-    std::function<bool(concurrency::Instant until)> pause;
-    /// Of the terminal on which the view is redrawn in place; nothing: a line for each look.
+    enum class Pause : std::uint8_t { isOver, isInterrupted, screenChanged };
+    /// Waits until then, or until the user interrupts or changes the size of the terminal.
+    std::function<Pause(concurrency::Instant until)> pause;
+    /// Of the terminal on which the view is redrawn in place.
     struct Screen {
         std::size_t columns = 80;
         std::size_t rows = 24;
     };
-    std::optional<Screen> screen{};
+    /// The screen as it is now; empty: a line for each look.
+    std::function<Screen()> screen{};
 };
 
 /// Looks again and again over one connection, without heartbeats. A daemon that is not there, or

@@ -89,9 +89,12 @@ int runHelper(const HelperOptions& options, Streams streams) {
     auto process = platform::makeLocalProcess();
     if (!process) return fail("no signals can be handled: " + process.error());
     // Never destroyed: exit handlers and tasks use it until the process is gone.
-    auto& local = *new LocalDaemon(*machine, std::move(*listening), std::move(*clients),
-                                   std::move(*process), options.effectiveUserID);
-    local.runtime->detach("start-up", local.daemon.startUp());
+    const auto local = platform::valueOrReason([&] {
+        return new LocalDaemon(*machine, std::move(*listening), std::move(*clients),
+                               std::move(*process), options.effectiveUserID);
+    });
+    if (!local) return fail("no daemon can be started: " + local.error());
+    (*local)->runtime->detach("start-up", (*local)->daemon.startUp());
     for (;;) pause();
 }
 

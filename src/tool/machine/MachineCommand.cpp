@@ -11,14 +11,15 @@
 #include "json/Decoder.h"
 #include "platform/linux/BootTime.h"
 #include "platform/linux/EventLoop.h"
-#include "platform/linux/StopSignals.h"
+#include "platform/linux/SignalDescriptor.h"
 #include "platform/linux/Waiting.h"
 #include "remote/MachineHost.h"
 #include "remote/MachineServer.h"
 #include "remote/MachineStatus.h"
-#include "remote/RemoteMachine.h"
 #include "simulation/machine/MachineDescription.h"
 #include "text/Text.h"
+#include "tool/common/SystemLimit.h"
+#include "tool/machine/MachineQuestion.h"
 #include "tool/machine/MachinesCommand.h"
 
 namespace airflow::tool {
@@ -37,7 +38,7 @@ struct MachineOptions {
 
 std::string fanCount(std::size_t fans) {
     if (fans == 0) return "no fans";
-    return fmt::format("{} {}", fans, fans == 1 ? "fan" : "fans");
+    return text::counted(fans, "fan");
 }
 
 int fail(Streams streams, const std::string& reason) {
@@ -49,7 +50,8 @@ int fail(Streams streams, const std::string& reason) {
 int runMachine(const MachineOptions& options, Streams streams) {
     const auto path = machineSocket(options.socket);
     if (!path) return fail(streams, path.error());
-    const platform::StopSignals stop;
+    const platform::SignalDescriptor stop(platform::stopSignals);
+    if (!stop.descriptor()) return fail(streams, noDescriptorLeft);
     auto listening = platform::listenOn(*path);
     if (!listening) return fail(streams, listening.error());
     auto loop = platform::EventLoop::start();
@@ -80,13 +82,12 @@ template <typename Answer>
 std::expected<Answer, std::string> ask(const MachineOptions& options, const std::string& request) {
     const auto path = machineSocket(options.socket);
     if (!path) return std::unexpected(path.error());
-    auto connection = platform::connectTo(*path);
-    if (!connection) {
-        return std::unexpected(connection.error() + "; `airflow machine` starts a machine");
+    const auto text = askMachine(*path, request);
+    if (!text) {
+        const bool isThere = platform::connectTo(*path).has_value();
+        return std::unexpected(text.error() +
+                               (isThere ? "" : "; `airflow machine` starts a machine"));
     }
-    remote::MachineLink link(std::move(*connection));
-    const auto text =
-        link.ask<std::string>({}, remote::MachineOperation::control, std::string_view(request));
     struct Problem {
         std::optional<std::string> reason;
         static Problem decode(const json::Decoder& decoder) {
@@ -94,10 +95,10 @@ std::expected<Answer, std::string> ask(const MachineOptions& options, const std:
         }
     };
     const auto unread = [&] { return std::unexpected(*path + ": no machine answers there"); };
-    const auto problem = json::decode<Problem>(text);
+    const auto problem = json::decode<Problem>(*text);
     if (!problem) return unread();
     if (problem->reason) return std::unexpected(*problem->reason);
-    auto answer = json::decode<Answer>(text);
+    auto answer = json::decode<Answer>(*text);
     if (!answer) return unread();
     return *answer;
 }

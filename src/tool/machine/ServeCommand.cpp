@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 #include <signal.h>
 #include <sys/prctl.h>
-#include <sys/signalfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,11 +15,12 @@
 #include <vector>
 
 #include "platform/linux/LocalSocket.h"
-#include "platform/linux/StopSignals.h"
+#include "platform/linux/SignalDescriptor.h"
 #include "platform/linux/Waiting.h"
 #include "simulation/machine/MachineDescription.h"
 #include "text/Text.h"
 #include "tool/client/HelperSocket.h"
+#include "tool/common/SystemLimit.h"
 #include "tool/machine/MachineCommand.h"
 #include "tool/machine/MachinesCommand.h"
 
@@ -92,14 +92,12 @@ bool isListening(const std::string& path, pid_t child) {
 }
 
 /// The signal that ends us, or nothing when one of the children has ended by itself.
-std::optional<int> waitForEnd(const platform::StopSignals& signals, pid_t machine, pid_t helper) {
+std::optional<int> waitForEnd(platform::SignalDescriptor& signals, pid_t machine, pid_t helper) {
     while (!hasEnded(machine) && !hasEnded(helper)) {
         const int arrived = signals.descriptor().get();
         const auto nextLook = platform::bootTime() + std::chrono::milliseconds(200);
         if (!platform::waitForAny({arrived}, nextLook)) continue;
-        signalfd_siginfo signal{};
-        const ssize_t size = read(arrived, &signal, sizeof signal);
-        if (size == sizeof signal) return static_cast<int>(signal.ssi_signo);
+        if (const auto signal = signals.take()) return signal;
     }
     return std::nullopt;
 }
@@ -112,7 +110,11 @@ int serve(const ServeOptions& options, Streams streams) {
                     << '\n';
         return 1;
     }
-    const platform::StopSignals signals;
+    platform::SignalDescriptor signals(platform::stopSignals);
+    if (!signals.descriptor()) {
+        streams.err << noDescriptorLeft << '\n';
+        return 1;
+    }
     const auto machine =
         spawn({"machine", "--machine", options.machine, "--machine-socket", *machinePath});
     if (!machine || !isListening(*machinePath, *machine)) {

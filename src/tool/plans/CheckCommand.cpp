@@ -47,10 +47,6 @@ struct Counts {
     }
 };
 
-std::string counted(std::size_t count, const char* noun) {
-    return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
-}
-
 review::PlanReview unreadable(std::string reason, std::string advice) {
     return {.plan = {},
             .findings = {{.subject = review::Subject::unreadableFile,
@@ -83,8 +79,8 @@ void writeText(const CheckedFile& file, std::ostream& out, std::ostream& err) {
         writeFinding(file.name, finding, finding.severity() == Severity::error ? err : out);
     }
     if (const auto& plan = file.review.plan) {
-        out << text::printable(file.name) << ": " << counted(plan->fans.size(), "fan") << ", "
-            << counted(plan->rules.size(), "rule") << '\n'
+        out << text::printable(file.name) << ": " << text::counted(plan->fans.size(), "fan") << ", "
+            << text::counted(plan->rules.size(), "rule") << '\n'
             << summarise(*plan);
     }
 }

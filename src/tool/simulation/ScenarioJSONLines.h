@@ -8,7 +8,7 @@
 
 namespace airflow::tool {
 
-class ScenarioJSONLines final : public simulation::ScenarioObserver {
+class ScenarioJSONLines : public simulation::ScenarioObserver {
 public:
     /// `showsReads`: list what was read from the SMC, too.
     ScenarioJSONLines(std::ostream& out, bool showsReads) : out(out), showsReads(showsReads) {}

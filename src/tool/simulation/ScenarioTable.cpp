@@ -24,8 +24,8 @@ std::string describe(const Call& call) {
             return fmt::format("{} fan {} at {} %", name, call.fan, text::plain(call.percent));
         case Call::Method::applyConfig:
             if (call.document) return fmt::format("{} ({} bytes)", name, call.document->size());
-            return fmt::format("{} ({} fans, {} rules)", name, call.plan.fans.size(),
-                               call.plan.rules.size());
+            return fmt::format("{} ({}, {})", name, text::counted(call.plan.fans.size(), "fan"),
+                               text::counted(call.plan.rules.size(), "rule"));
         default: return std::string(name);
     }
 }

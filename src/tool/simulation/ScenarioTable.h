@@ -14,7 +14,7 @@
 
 namespace airflow::tool {
 
-class ScenarioTable final : public simulation::ScenarioObserver {
+class ScenarioTable : public simulation::ScenarioObserver {
 public:
     /// Fans and temperatures are shown every `interval` seconds, 1 at least. With `plotColumns`,
     /// all is drawn, this wide, instead of being listed.

@@ -5,9 +5,11 @@
 #include <algorithm>
 #include <cmath>
 #include <ostream>
+#include <utility>
 
 #include "simulation/scenario/ScenarioRun.h"
 #include "text/Text.h"
+#include "tool/common/Progress.h"
 #include "tool/replay/Situation.h"
 #include "tool/simulation/ScenarioFile.h"
 #include "tool/simulation/ScenarioJSONLines.h"
@@ -27,20 +29,42 @@ std::int64_t sampleInterval(Duration length) {
     return std::max(usual, seconds / lines / usual * usual);
 }
 
+/// Also tells a person how far the run has come.
+template <typename Observer>
+class WithProgress final : public Observer {
+public:
+    template <typename... Arguments>
+    explicit WithProgress(Progress& progress, Duration length, Arguments&&... arguments)
+        : Observer(std::forward<Arguments>(arguments)...), progress(progress), length(length) {}
+
+    void second(Duration time, simulation::SimulatedMac& mac) override {
+        Observer::second(time, mac);
+        if (!progress.isDue()) return;
+        progress.tell(concurrency::inSeconds(time) / concurrency::inSeconds(length),
+                      fmt::format("{} of {}", roughly(time), roughly(length)));
+    }
+
+private:
+    Progress& progress;
+    const Duration length;
+};
+
 void play(const simulation::Scenario& scenario, const SimulateOptions& options, Duration length,
-          std::ostream& out) {
+          Progress& progress, std::ostream& out) {
     if (options.format == SimulateFormat::jsonLines) {
-        ScenarioJSONLines lines(out, options.reads);
+        WithProgress<ScenarioJSONLines> lines(progress, length, out, options.reads);
         simulation::ScenarioRun(scenario, lines, options.seed).play(length);
         return;
     }
-    ScenarioTable table(out, sampleInterval(length), options.plotColumns);
+    WithProgress<ScenarioTable> table(progress, length, out, sampleInterval(length),
+                                      options.plotColumns);
     simulation::ScenarioRun(scenario, table, options.seed).play(length);
+    progress.hide();
     table.finish(length);
 }
 
 /// The last decision that is not after a moment.
-class LastEvaluation final : public simulation::ScenarioObserver {
+class LastEvaluation : public simulation::ScenarioObserver {
 public:
     explicit LastEvaluation(double seconds) : seconds(seconds) {}
 
@@ -55,9 +79,11 @@ private:
 };
 
 int explainAt(const simulation::Scenario& scenario, const SimulateOptions& options,
-              const FanAtTime& why, Duration length, std::ostream& out, std::ostream& err) {
-    LastEvaluation last(why.seconds);
+              const FanAtTime& why, Duration length, Progress& progress, std::ostream& out,
+              std::ostream& err) {
+    WithProgress<LastEvaluation> last(progress, length, why.seconds);
     simulation::ScenarioRun(scenario, last, options.seed).play(length);
+    progress.hide();
     if (!last.situation) {
         err << fmt::format("{}: nothing was decided by {} s\n", text::printable(options.scenario),
                            text::plain(why.seconds));
@@ -76,10 +102,13 @@ int simulate(const SimulateOptions& options, std::ostream& out, std::ostream& er
     }
     const Duration length =
         options.duration ? Duration(std::llround(*options.duration * 1e9)) : scenario->length();
+    Progress progress(err, options.showsProgress);
     try {
-        if (options.why) return explainAt(*scenario, options, *options.why, length, out, err);
-        play(*scenario, options, length, out);
+        if (options.why)
+            return explainAt(*scenario, options, *options.why, length, progress, out, err);
+        play(*scenario, options, length, progress, out);
     } catch (const simulation::Stuck& stuck) {
+        progress.hide();
         out.flush();
         err << options.scenario << ": " << stuck.what() << '\n';
         return 1;

@@ -22,6 +22,7 @@ struct SimulateOptions {
     std::optional<FanAtTime> why{};
     /// Draws the run, this wide, instead of listing it; with the table's summary.
     std::optional<std::size_t> plotColumns{};
+    bool showsProgress = false;  ///< on `err`, which is a terminal
 };
 
 /// Plays the scenario. Returns the exit status: 0, or 1 with a line on `err` for a scenario that

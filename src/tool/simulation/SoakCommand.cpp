@@ -1,16 +1,19 @@
 #include "tool/simulation/SoakCommand.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <mutex>
 #include <ostream>
 #include <string_view>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -18,8 +21,11 @@
 #include "json/Writer.h"
 #include "simulation/runtime/SimulatedRuntime.h"
 #include "simulation/verification/SwarmScenario.h"
+#include "text/Text.h"
 #include "tool/Tool.h"
 #include "tool/common/Interruption.h"
+#include "tool/common/Progress.h"
+#include "tool/common/Terminal.h"
 #include "tool/simulation/SoakMerge.h"
 
 namespace airflow::tool {
@@ -37,28 +43,45 @@ using Clock = std::chrono::steady_clock;
 class Soak {
 public:
     Soak(const SoakOptions& chosen, std::ostream& out, std::ostream& err)
-        : options(chosen), out(out), err(err) {
+        : options(chosen), out(out), err(err), progress(err, chosen.showsProgress) {
         result.build = daemon::BuildIdentity::text;
         result.asked = {options.seeds};
     }
 
     int run() {
-        std::vector<std::thread> threads;
-        for (unsigned i = 1; i < options.jobs; ++i) threads.emplace_back([this] { work(); });
-        work();
-        for (std::thread& thread : threads) thread.join();
+        if (const auto limit = workInThreads()) {
+            err << fmt::format("no more threads can be started: {}\n", *limit);
+            return 1;
+        }
+        progress.hide();
         if (taken > 0) {
             const std::int64_t first = options.seeds.first;
             result.done = {{.first = first, .last = first + (taken - 1)}};
         }
         std::ranges::sort(result.violations, {}, &SeedViolation::seed);
-        if (options.report.format == SoakFormat::text) tellProgress();
+        if (options.report.format == SoakFormat::text) tellResult();
         const int status = report(result, options.report, out, err);
         if (!result.violations.empty() || interruption.signal() == 0) return status;
         return 128 + interruption.signal();
     }
 
 private:
+    /// Why not all of the threads could be started; nothing has been tried then but what those that
+    /// were had begun.
+    std::optional<std::string> workInThreads() {
+        std::vector<std::thread> threads;
+        std::optional<std::string> limit;
+        try {
+            for (unsigned i = 1; i < options.jobs; ++i) threads.emplace_back([this] { work(); });
+        } catch (const std::system_error& error) {
+            limit = error.code().message();
+            isGivenUp = true;
+        }
+        work();
+        for (std::thread& thread : threads) thread.join();
+        return limit;
+    }
+
     [[nodiscard]] double seconds() const {
         return std::chrono::duration<double>(Clock::now() - start).count();
     }
@@ -72,7 +95,8 @@ private:
         const std::lock_guard lock(mutex);
         const bool isLate = options.minutes && seconds() > *options.minutes * 60;
         const bool isOver = isLate || result.violations.size() >= 10 || interruption.signal() != 0;
-        if (isOver || taken > options.seeds.last - options.seeds.first) return std::nullopt;
+        if (isOver || isGivenUp || taken > options.seeds.last - options.seeds.first)
+            return std::nullopt;
         return options.seeds.first + taken++;
     }
 
@@ -86,6 +110,7 @@ private:
         } catch (const simulation::Stuck& stuck) {
             const std::lock_guard lock(mutex);
             noteViolation(seed, SeedViolation::stuck, stuck.what());
+            progress.hide();
             err << fmt::format("seed {}: {}\n", seed, stuck.what());
         }
         noteTried(scenario);
@@ -96,7 +121,9 @@ private:
         for (std::size_t i = 0; i < result.counts.size(); ++i) {
             result.counts.at(i) += verdict.counts.at(i);
         }
-        if (options.printsHashes) out << fmt::format("{} {:016x}\n", seed, verdict.hash);
+        if (!options.printsHashes) return;
+        progress.hide();
+        out << fmt::format("{} {:016x}\n", seed, verdict.hash);
     }
 
     void noteTried(const Scenario& scenario) {
@@ -104,10 +131,18 @@ private:
         ++tried;
         result.simulated +=
             std::chrono::duration_cast<std::chrono::milliseconds>(scenario.length());
-        const bool isTold = !options.printsHashes && options.report.format == SoakFormat::text;
-        if (!isTold || seconds() < told + 10) return;
-        told = seconds();
-        tellProgress();
+        if (progress.isDue()) tellProgress();
+    }
+
+    void tellProgress() {
+        // What ends first: the seeds or the minutes.
+        const double all = static_cast<double>(options.seeds.last - options.seeds.first) + 1;
+        const double ofSeeds = static_cast<double>(tried) / all;
+        const double ofTime = options.minutes ? seconds() / (*options.minutes * 60) : 0;
+        progress.tell(std::max(ofSeeds, ofTime),
+                      fmt::format("{}, {:.1f} a second, {}", text::counted(count(tried), "seed"),
+                                  static_cast<double>(tried) / seconds(),
+                                  text::counted(result.violations.size(), "violation")));
     }
 
     void noteViolation(std::uint64_t seed, std::string_view property, std::string message) {
@@ -127,6 +162,7 @@ private:
         const bool isKept = text && (std::ofstream(path) << *text << '\n').flush();
         const std::lock_guard lock(mutex);
         noteViolation(seed, property.name, violation.what);
+        progress.hide();
         if (!isKept) err << fmt::format("{} cannot be written\n", path);
         err << fmt::format("seed {}: {}: {}\n  {}\n", seed, property.name,
                            again.violation ? again.violation->what : violation.what,
@@ -134,15 +170,17 @@ private:
         err << fmt::format("  airflow simulate {} --seed {}\n", path, seed);
     }
 
-    void tellProgress() {
+    void tellResult() {
         const double hours =
             std::chrono::duration<double, std::ratio<3600>>(result.simulated).count();
-        out << fmt::format(
-            "{} seeds, {:.1f} simulated hours in {:.1f} s ({:.0f} hours per hour), "
-            "{} violations\n",
-            tried, hours, seconds(), hours * 3600 / seconds(), result.violations.size());
+        out << fmt::format("{}, {:.1f} simulated hours in {:.1f} s ({:.0f} hours per hour), {}\n",
+                           text::counted(count(tried), "seed"), hours, seconds(),
+                           hours * 3600 / seconds(),
+                           text::counted(result.violations.size(), "violation"));
         out.flush();
     }
+
+    static std::uint64_t count(std::int64_t number) { return static_cast<std::uint64_t>(number); }
 
     const SoakOptions& options;
     const Interruption interruption;
@@ -152,8 +190,9 @@ private:
     std::ostream& err;
     std::int64_t taken = 0;
     std::int64_t tried = 0;
-    double told = 0;
+    bool isGivenUp = false;
     SoakResult result;
+    Progress progress;
 };
 
 /// A whole number from 0 to the last seed, and nothing else.
@@ -166,14 +205,29 @@ std::optional<std::int64_t> parseSeed(std::string_view text) {
 }
 
 /// "5" or "1..1000".
-std::string parseSeeds(const std::string& text, SeedRange& seeds) {
-    const auto dots = text.find("..");
-    const auto first = parseSeed(std::string_view(text).substr(0, dots));
+std::string parseSeeds(const std::string& range, SeedRange& seeds) {
+    const auto dots = range.find("..");
+    const auto first = parseSeed(std::string_view(range).substr(0, dots));
     const auto last =
-        dots == std::string::npos ? first : parseSeed(std::string_view(text).substr(dots + 2));
-    if (!first || !last) return "expected a seed, or two of them as in 1..1000";
+        dots == std::string::npos ? first : parseSeed(std::string_view(range).substr(dots + 2));
+    if (!first || !last) {
+        return fmt::format("expected a seed from 0 to {}, or two of them as in 1..1000, not \"{}\"",
+                           SoakResult::lastSeed, text::printable(range));
+    }
     seeds = {.first = *first, .last = *last};
-    return *first <= *last ? "" : "the first seed comes before the last";
+    return *first <= *last ? "" : fmt::format("{} ends before it begins", range);
+}
+
+/// Why scenarios cannot be kept there, which should be known before hours have passed.
+std::string whyNoFolder(const std::string& path) {
+    std::error_code error;
+    const auto status = std::filesystem::status(path, error);
+    const auto refuse = [&path](std::string_view reason) {
+        return fmt::format("{}: {}", text::printable(path), reason);
+    };
+    if (!std::filesystem::exists(status)) return refuse("there is no such folder");
+    if (!std::filesystem::is_directory(status)) return refuse("it is not a folder");
+    return access(path.c_str(), W_OK | X_OK) == 0 ? "" : refuse("nothing can be written there");
 }
 
 struct CommandLine {
@@ -194,7 +248,8 @@ void addRunOptions(CLI::App& command, CommandLine& line) {
     command.add_option("--minutes", line.options.minutes, "Stop after so many minutes")
         ->check(CLI::PositiveNumber);
     command.add_option("--jobs", line.options.jobs, "Threads (1)")->check(CLI::Range(1, 256));
-    command.add_option("--failures", line.options.failures, "Folder for scenarios that fail (.)");
+    command.add_option("--failures", line.options.failures, "Folder for scenarios that fail (.)")
+        ->check(CLI::Validator(whyNoFolder, "", "folder"));
     command.add_flag("--hashes", line.options.printsHashes,
                      "Print the hash of each seed's trace, to compare builds");
 }
@@ -211,6 +266,7 @@ int run(const CLI::App& command, CommandLine& line, Streams streams) {
     (void)parseSeeds(line.seeds, options.seeds);  // checked before
     const bool isEndless = options.minutes && command.count("--seeds") == 0;
     if (isEndless) options.seeds.last = SoakResult::lastSeed;
+    options.showsProgress = canDrawInPlace(STDERR_FILENO);
     return soak(options, streams.out, streams.err);
 }
 

@@ -23,6 +23,7 @@ struct SoakOptions {
     unsigned jobs = 1;              ///< threads
     std::string failures = ".";     ///< the folder for scenarios that failed
     bool printsHashes = false;      ///< one line for each seed
+    bool showsProgress = false;     ///< on `err`, which is a terminal
     SoakReportOptions report;
     simulation::Judge judge = simulation::judge;
 };

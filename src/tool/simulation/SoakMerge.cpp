@@ -69,8 +69,8 @@ std::expected<std::vector<Part>, std::string> readParts(const std::vector<std::s
 
 void tell(const SoakResult& sum, std::ostream& out) {
     const double hours = std::chrono::duration<double, std::ratio<3600>>(sum.simulated).count();
-    out << fmt::format("{} seeds, {:.1f} simulated hours, {} violations\n", sum.seeds(), hours,
-                       sum.violations.size());
+    out << fmt::format("{}, {:.1f} simulated hours, {}\n", text::counted(sum.seeds(), "seed"),
+                       hours, text::counted(sum.violations.size(), "violation"));
 }
 
 }  // namespace

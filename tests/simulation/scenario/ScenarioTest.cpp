@@ -242,5 +242,20 @@ TEST(Scenario, aWrongValueIsAnErrorAtItsPlace) {
               "events[0].plan: p.json: there is no file");
 }
 
+TEST(Scenario, aSensorThatTheMachineDoesNotHaveIsNamed) {
+    EXPECT_EQ(errorIn(R"("temperatures":[{"at":1,"hid":{"PMU tdei1":97}}])"),
+              "temperatures[0].hid.PMU tdei1: This machine has no HID sensor of this name.");
+    EXPECT_EQ(errorIn(R"("temperatures":[{"at":1,"hid":{"PMU tdei1":null}}])"),
+              "temperatures[0].hid.PMU tdei1: This machine has no HID sensor of this name.");
+    const auto errorOfMachine = [](const std::string& machine) {
+        return tests::errorOf(parsedScenario(R"({"machine":)" + machine +
+                                             R"(,"temperatures":[{"at":1,"hid":{"new":50}}]})"));
+    };
+    EXPECT_EQ(errorOfMachine(R"("no-hid-symbols")"),
+              "temperatures[0].hid: This machine has no HID functions.");
+    EXPECT_TRUE(
+        parsedScenario(R"({"machine":{"hid":null},"temperatures":[{"at":1,"hid":{"new":50}}]})"));
+}
+
 }  // namespace
 }  // namespace airflow::simulation

@@ -9,6 +9,7 @@
 
 #include "json/Writer.h"
 #include "simulation/verification/DrawnScenarios.h"
+#include "simulation/verification/Soak.h"
 
 namespace airflow::simulation {
 namespace {
@@ -40,12 +41,21 @@ bool hasSlowWriteAt(const Scenario& scenario, Duration at) {
     });
 }
 
-TEST(SwarmScenario, canBeSavedAsAFileAndPlayedAgain) {
-    for (std::uint64_t seed = 1; seed <= 600; ++seed) {
-        const std::string text = textOf(swarmScenario(seed, SwarmNumbers::any));
+TEST(SwarmScenario, canBeSavedAsAFileAndReadAgain) {
+    for (std::uint64_t seed = 1; seed <= drawn().size(); ++seed) {
+        const std::string text = textOf(drawn().at(seed - 1));
         const auto again = Scenario::parse(text, {});
-        ASSERT_TRUE(again) << seed << again.error().describe("scenario");
+        ASSERT_TRUE(again) << seed << ": " << again.error().describe("scenario");
         ASSERT_EQ(textOf(*again), text) << seed;
+    }
+}
+
+TEST(SwarmScenario, playsTheSameWhenItWasSavedAndRead) {
+    for (std::uint64_t seed = 38; seed <= drawn().size(); seed += 100) {
+        const Scenario& scenario = drawn().at(seed - 1);
+        const auto again = Scenario::parse(textOf(scenario), {});
+        ASSERT_TRUE(again) << seed << ": " << again.error().describe("scenario");
+        EXPECT_EQ(judge(*again, seed).hash, judge(scenario, seed).hash) << seed;
     }
 }
 
