@@ -174,7 +174,7 @@ void addSensors(CLI::App& app, Streams streams, int& status) {
         ->check(CLI::Validator(whyNoMachine, "", "machine"));
     command
         ->add_option("--format", options->format,
-                     "table (for people, the default) or json (one object)")
+                     "table (for people, the default) or json (one line of a trace)")
         ->check(CLI::IsMember({"table", "json"}));
     command->callback([=, &status] {
         const bool isTable = options->format == "table";
