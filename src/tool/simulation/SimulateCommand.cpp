@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <expected>
 #include <ostream>
 
 #include "simulation/scenario/ScenarioRun.h"
@@ -11,7 +12,9 @@
 #include "tool/replay/Situation.h"
 #include "tool/simulation/ScenarioFile.h"
 #include "tool/simulation/ScenarioJSONLines.h"
+#include "tool/simulation/ScenarioSamples.h"
 #include "tool/simulation/ScenarioTable.h"
+#include "tool/simulation/TraceTemperatures.h"
 
 namespace airflow::tool {
 
@@ -27,16 +30,31 @@ std::int64_t sampleInterval(Duration length) {
     return std::max(usual, seconds / lines / usual * usual);
 }
 
-void play(const simulation::Scenario& scenario, const SimulateOptions& options, Duration length,
-          std::ostream& out) {
+std::expected<void, std::string> play(const simulation::Scenario& scenario,
+                                      const SimulateOptions& options, Duration length,
+                                      std::ostream& out) {
+    if (options.format == SimulateFormat::samples) {
+        ScenarioSamples samples(out);
+        simulation::ScenarioRun(scenario, samples, options.seed).play(length);
+        return samples.finish();
+    }
     if (options.format == SimulateFormat::jsonLines) {
         ScenarioJSONLines lines(out, options.reads);
         simulation::ScenarioRun(scenario, lines, options.seed).play(length);
-        return;
+        return {};
     }
     ScenarioTable table(out, sampleInterval(length), options.plotColumns);
     simulation::ScenarioRun(scenario, table, options.seed).play(length);
     table.finish(length);
+    return {};
+}
+
+std::expected<simulation::Scenario, std::string> readSituation(const SimulateOptions& options) {
+    auto scenario = readScenario(options.scenario);
+    if (!scenario || !options.trace) return scenario;
+    if (const auto followed = followTrace(*scenario, *options.trace); !followed)
+        return std::unexpected(followed.error());
+    return scenario;
 }
 
 /// The last decision that is not after a moment.
@@ -69,7 +87,7 @@ int explainAt(const simulation::Scenario& scenario, const SimulateOptions& optio
 }  // namespace
 
 int simulate(const SimulateOptions& options, std::ostream& out, std::ostream& err) {
-    const auto scenario = readScenario(options.scenario);
+    const auto scenario = readSituation(options);
     if (!scenario) {
         err << scenario.error() << '\n';
         return 1;
@@ -78,13 +96,15 @@ int simulate(const SimulateOptions& options, std::ostream& out, std::ostream& er
         options.duration ? Duration(std::llround(*options.duration * 1e9)) : scenario->length();
     try {
         if (options.why) return explainAt(*scenario, options, *options.why, length, out, err);
-        play(*scenario, options, length, out);
+        const auto played = play(*scenario, options, length, out);
+        if (played) return 0;
+        out.flush();
+        err << text::printable(options.scenario) << ": " << played.error() << '\n';
     } catch (const simulation::Stuck& stuck) {
         out.flush();
         err << options.scenario << ": " << stuck.what() << '\n';
-        return 1;
     }
-    return 0;
+    return 1;
 }
 
 }  // namespace airflow::tool
