@@ -14,6 +14,7 @@
 #include "tool/machine/HelperCommand.h"
 #include "tool/machine/MachineCommand.h"
 #include "tool/machine/MachinesCommand.h"
+#include "tool/machine/RecordCommand.h"
 #include "tool/machine/SensorsCommand.h"
 #include "tool/plans/CheckCommand.h"
 #include "tool/replay/CompareCommand.h"
@@ -254,6 +255,7 @@ int runTool(std::vector<std::string> arguments, Streams streams) {
     addSensors(app, streams, status);
     addMachines(app, streams);
     addMachine(app, streams, status);
+    addRecord(app, streams, status);
     addSimulate(app, streams, status);
     addSoak(app, streams, status);
     addHelper(app, streams, status);
