@@ -20,6 +20,7 @@
 #include "tool/machine/HelperCommand.h"
 #include "tool/machine/MachineCommand.h"
 #include "tool/machine/MachinesCommand.h"
+#include "tool/machine/RecordCommand.h"
 #include "tool/machine/SensorsCommand.h"
 #include "tool/plans/CheckCommand.h"
 #include "tool/replay/CompareCommand.h"
@@ -180,7 +181,7 @@ void addSensors(CLI::App& app, Streams streams, int& status) {
         ->check(CLI::Validator(whyNoMachine, "", "machine"));
     command
         ->add_option("--format", options->format,
-                     "table (for people, the default) or json (one object)")
+                     "table (for people, the default) or json (one line of a trace)")
         ->check(CLI::IsMember({"table", "json"}));
     command->callback([=, &status] {
         const bool isTable = options->format == "table";
@@ -217,19 +218,29 @@ void addSimulate(CLI::App& app, Streams streams, int& status) {
     command->add_option("--seed", simulated.seed,
                         "Another legal order of what happens at the same time (0: in turns)");
     command->add_flag("--reads", simulated.reads, "With jsonl: list reads of the SMC, too");
+    command->add_option("--trace", simulated.trace,
+                        "Temperatures from this trace (JSON Lines) instead of the scenario's own");
     auto isPlotted = std::make_shared<bool>(false);
-    command->add_flag("--plot", *isPlotted, "Draw the run instead of listing it");
+    CLI::Option* const plot =
+        command->add_flag("--plot", *isPlotted, "Draw the run instead of listing it");
     auto why = std::make_shared<std::string>();
+    CLI::Option* const asksWhy = command->add_option(
+        "--why", *why, "Explain a fan at a moment, such as 0@37.5, instead of the timeline");
+    asksWhy->check(CLI::Validator(whyNoFanAtTime, "", "fan at a time"));
+    auto isSampled = std::make_shared<bool>(false);
     command
-        ->add_option("--why", *why,
-                     "Explain a fan at a moment, such as 0@37.5, instead of the timeline")
-        ->check(CLI::Validator(whyNoFanAtTime, "", "fan at a time"));
+        ->add_flag("--samples", *isSampled,
+                   "Write what the daemon read instead: a trace, a line for each look")
+        ->excludes(plot)
+        ->excludes(asksWhy)
+        ->excludes(command->get_option("--format"));
     command->callback([=, &status] {
         options->simulate.format =
             options->format == "table" ? SimulateFormat::table : SimulateFormat::jsonLines;
         if (options->simulate.reads && options->simulate.format == SimulateFormat::table) {
             throw CLI::ValidationError("--reads", "needs --format jsonl");
         }
+        if (*isSampled) options->simulate.format = SimulateFormat::samples;
         if (*isPlotted) options->simulate.plotColumns = plotColumns();
         if (!why->empty()) options->simulate.why = *FanAtTime::parse(*why);
         // A timeline on the same terminal is progress enough.
@@ -254,6 +265,7 @@ int runTool(std::vector<std::string> arguments, Streams streams) {
     addSensors(app, streams, status);
     addMachines(app, streams);
     addMachine(app, streams, status);
+    addRecord(app, streams, status);
     addSimulate(app, streams, status);
     addSoak(app, streams, status);
     addHelper(app, streams, status);

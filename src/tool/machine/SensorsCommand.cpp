@@ -5,11 +5,11 @@
 #include <optional>
 #include <ostream>
 
-#include "json/Writer.h"
 #include "sensors/SensorSnapshot.h"
 #include "simulation/daemon/SimulatedSystem.h"
 #include "text/Table.h"
 #include "text/Text.h"
+#include "tool/replay/Trace.h"
 
 namespace airflow::tool {
 
@@ -53,49 +53,6 @@ void writeTemperatures(std::ostream& out, const std::vector<TempSensor>& temps) 
     table.write(out);
 }
 
-/// Gives a fan the form that it has in a trace.
-struct EncodedFan {
-    const Fan& fan;
-
-    void encode(json::Writer& writer) const {
-        writer.object([&] {
-            writer.member("id", fan.id);
-            writer.member("minRPM", fan.minRPM);
-            writer.member("maxRPM", fan.maxRPM);
-            writer.member("currentRPM", fan.currentRPM);
-            writer.member("mode", fan.mode);
-            writer.member("name", fan.name);
-        });
-    }
-};
-
-/// Gives a temperature the form that it has in a trace.
-struct EncodedTemperature {
-    const TempSensor& temp;
-
-    void encode(json::Writer& writer) const {
-        writer.object([&] {
-            writer.member("key", temp.key);
-            writer.member("source", rawValue(temp.source));
-            writer.member("celsius", temp.celsius);
-            writer.member("name", temp.name);
-            writer.member("category", rawValue(temp.category));
-        });
-    }
-};
-
-std::expected<std::string, json::EncodingError> encoded(const SensorSnapshot& snapshot) {
-    const std::vector<EncodedFan> fans(snapshot.fans.begin(), snapshot.fans.end());
-    const std::vector<EncodedTemperature> temps(snapshot.temps.begin(), snapshot.temps.end());
-    json::Writer writer;
-    writer.object([&] {
-        writer.member("timestamp", snapshot.timestamp.time_since_epoch().count());
-        writer.member("fans", fans);
-        writer.member("temps", temps);
-    });
-    return writer.take();
-}
-
 }  // namespace
 
 int showSensors(const std::string& machine, SensorsFormat format, std::ostream& out,
@@ -108,9 +65,9 @@ int showSensors(const std::string& machine, SensorsFormat format, std::ostream& 
         out << '\n';
         writeTemperatures(out, snapshot.temps);
     } else {
-        const auto text = encoded(snapshot);
+        const auto text = traceLine({.time = 0, .snapshot = snapshot});
         if (!text) {
-            err << fmt::format("{}: {}\n", text.error().codingPath, text.error().description);
+            err << text.error() << '\n';
             return 1;
         }
         out << *text << '\n';

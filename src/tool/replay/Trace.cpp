@@ -53,6 +53,35 @@ sensors::TempSensor decodeTemp(const json::Decoder& decoder) {
     return temp;
 }
 
+struct EncodedFan {
+    const sensors::Fan& fan;
+
+    void encode(json::Writer& writer) const {
+        writer.object([&] {
+            writer.member("id", fan.id);
+            writer.member("minRPM", fan.minRPM);
+            writer.member("maxRPM", fan.maxRPM);
+            writer.member("currentRPM", fan.currentRPM);
+            writer.member("mode", fan.mode);
+            writer.member("name", fan.name);
+        });
+    }
+};
+
+struct EncodedTemp {
+    const sensors::TempSensor& temp;
+
+    void encode(json::Writer& writer) const {
+        writer.object([&] {
+            writer.member("key", temp.key);
+            writer.member("source", rawValue(temp.source));
+            writer.member("celsius", temp.celsius);
+            writer.member("name", temp.name);
+            writer.member("category", rawValue(temp.category));
+        });
+    }
+};
+
 }  // namespace
 
 TraceTick TraceTick::decode(const json::Decoder& decoder) {
@@ -69,6 +98,23 @@ TraceTick TraceTick::decode(const json::Decoder& decoder) {
         });
     });
     return tick;
+}
+
+void TraceTick::encode(json::Writer& writer) const {
+    const std::vector<EncodedFan> fans(snapshot.fans.begin(), snapshot.fans.end());
+    const std::vector<EncodedTemp> temps(snapshot.temps.begin(), snapshot.temps.end());
+    writer.object([&] {
+        writer.member("time", time);
+        writer.member("fans", fans);
+        writer.member("temps", temps);
+    });
+}
+
+std::expected<std::string, std::string> traceLine(const TraceTick& tick) {
+    auto text = json::encode(tick);
+    if (text) return std::move(*text);
+    return std::unexpected(
+        fmt::format("{}: {}", text.error().codingPath, text.error().description));
 }
 
 TraceReader::TraceReader(std::istream& input, std::string name)

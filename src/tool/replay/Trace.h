@@ -10,6 +10,7 @@
 
 #include "json/Decoder.h"
 #include "json/Document.h"
+#include "json/Writer.h"
 #include "sensors/SensorSnapshot.h"
 
 namespace airflow::tool {
@@ -20,7 +21,13 @@ struct TraceTick {
     sensors::SensorSnapshot snapshot;
 
     static TraceTick decode(const json::Decoder& decoder);
+    /// With every member, but for a mode that is absent.
+    void encode(json::Writer& writer) const;
 };
+
+/// The line without its end, or why it has none: a number that is not finite, a text that is not
+/// UTF-8.
+[[nodiscard]] std::expected<std::string, std::string> traceLine(const TraceTick& tick);
 
 /// Reads a trace line by line, in memory that does not grow with the trace.
 class TraceReader {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <expected>
 #include <ostream>
 #include <utility>
 
@@ -13,7 +14,9 @@
 #include "tool/replay/Situation.h"
 #include "tool/simulation/ScenarioFile.h"
 #include "tool/simulation/ScenarioJSONLines.h"
+#include "tool/simulation/ScenarioSamples.h"
 #include "tool/simulation/ScenarioTable.h"
+#include "tool/simulation/TraceTemperatures.h"
 
 namespace airflow::tool {
 
@@ -49,18 +52,33 @@ private:
     const Duration length;
 };
 
-void play(const simulation::Scenario& scenario, const SimulateOptions& options, Duration length,
-          Progress& progress, std::ostream& out) {
+std::expected<void, std::string> play(const simulation::Scenario& scenario,
+                                      const SimulateOptions& options, Duration length,
+                                      std::ostream& out) {
+    if (options.format == SimulateFormat::samples) {
+        ScenarioSamples samples(out);
+        simulation::ScenarioRun(scenario, samples, options.seed).play(length);
+        return samples.finish();
+    }
     if (options.format == SimulateFormat::jsonLines) {
         WithProgress<ScenarioJSONLines> lines(progress, length, out, options.reads);
         simulation::ScenarioRun(scenario, lines, options.seed).play(length);
-        return;
+        return {};
     }
     WithProgress<ScenarioTable> table(progress, length, out, sampleInterval(length),
                                       options.plotColumns);
     simulation::ScenarioRun(scenario, table, options.seed).play(length);
     progress.hide();
     table.finish(length);
+    return {};
+}
+
+std::expected<simulation::Scenario, std::string> readSituation(const SimulateOptions& options) {
+    auto scenario = readScenario(options.scenario);
+    if (!scenario || !options.trace) return scenario;
+    if (const auto followed = followTrace(*scenario, *options.trace); !followed)
+        return std::unexpected(followed.error());
+    return scenario;
 }
 
 /// The last decision that is not after a moment.
@@ -95,7 +113,7 @@ int explainAt(const simulation::Scenario& scenario, const SimulateOptions& optio
 }  // namespace
 
 int simulate(const SimulateOptions& options, std::ostream& out, std::ostream& err) {
-    const auto scenario = readScenario(options.scenario);
+    const auto scenario = readSituation(options);
     if (!scenario) {
         err << scenario.error() << '\n';
         return 1;
@@ -106,14 +124,16 @@ int simulate(const SimulateOptions& options, std::ostream& out, std::ostream& er
     try {
         if (options.why)
             return explainAt(*scenario, options, *options.why, length, progress, out, err);
-        play(*scenario, options, length, progress, out);
+        const auto played = play(*scenario, options, length, progress, out);
+        if (played) return 0;
+        out.flush();
+        err << text::printable(options.scenario) << ": " << played.error() << '\n';
     } catch (const simulation::Stuck& stuck) {
         progress.hide();
         out.flush();
         err << options.scenario << ": " << stuck.what() << '\n';
-        return 1;
     }
-    return 0;
+    return 1;
 }
 
 }  // namespace airflow::tool

@@ -10,14 +10,16 @@
 
 namespace airflow::tool {
 
-enum class SimulateFormat : std::uint8_t { table, jsonLines };
+/// `samples`: what the daemon read, as a trace.
+enum class SimulateFormat : std::uint8_t { table, jsonLines, samples };
 
 struct SimulateOptions {
     std::string scenario;  ///< path
     SimulateFormat format = SimulateFormat::table;
     std::optional<double> duration;  ///< seconds, instead of the scenario's own
     std::uint64_t seed = 0;
-    bool reads = false;  ///< list reads too, in JSON Lines
+    std::optional<std::string> trace{};  ///< path; temperatures, instead of the scenario's own
+    bool reads = false;                  ///< list reads too, in JSON Lines
     /// Explains this fan at this moment, and shows nothing else.
     std::optional<FanAtTime> why{};
     /// Draws the run, this wide, instead of listing it; with the table's summary.
@@ -25,8 +27,8 @@ struct SimulateOptions {
     bool showsProgress = false;  ///< on `err`, which is a terminal
 };
 
-/// Plays the scenario. Returns the exit status: 0, or 1 with a line on `err` for a scenario that
-/// cannot be read or played.
+/// Plays the scenario. Returns the exit status: 0, or 1 with a line on `err` for a scenario or
+/// trace that cannot be read or played.
 [[nodiscard]] int simulate(const SimulateOptions& options, std::ostream& out, std::ostream& err);
 
 }  // namespace airflow::tool

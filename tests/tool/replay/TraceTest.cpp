@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <cmath>
 #include <sstream>
 
 #include "tool/replay/Trace.h"
@@ -16,6 +17,28 @@ std::expected<std::optional<TraceTick>, std::string> read(const std::string& tex
 std::string errorOf(const std::string& text) {
     auto tick = read(text);
     return tick ? "no error" : tick.error();
+}
+
+TEST(Trace, aLineThatIsWrittenReadsBackAsItWas) {
+    TraceTick tick{.time = 1.1, .snapshot = {}};
+    tick.snapshot.fans = {{.id = 1, .name = "L\"eft", .minRPM = 1, .maxRPM = 2, .mode = 3},
+                          {.id = 0, .name = "", .currentRPM = 7, .mode = {}}};
+    tick.snapshot.temps = {{.key = "SoC", .name = "CPU", .celsius = 1.0 / 3}};
+    tick.snapshot.timestamp = concurrency::Date(concurrency::Seconds(1.1));
+    const auto text = traceLine(tick);
+    ASSERT_TRUE(text);
+    const auto again = read(*text);
+    ASSERT_TRUE(again && *again);
+    EXPECT_EQ((*again)->time, 1.1);
+    EXPECT_EQ((*again)->snapshot, tick.snapshot);
+}
+
+TEST(Trace, whatHasNoJSONFormMakesNoLine) {
+    TraceTick tick;
+    tick.snapshot.temps = {{.key = "SoC", .name = "CPU", .celsius = std::nan("")}};
+    const auto text = traceLine(tick);
+    ASSERT_FALSE(text);
+    EXPECT_THAT(text.error(), testing::StartsWith("temps[0].celsius: "));
 }
 
 TEST(Trace, readsEveryField) {
