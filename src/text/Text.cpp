@@ -15,7 +15,8 @@ bool startsCodePoint(char byte) {
 
 /// How many bytes the control character has that stands at the beginning of `text`; 0 for anything
 /// else. Controls are C0, DEL, C1 (C2 80 to C2 9F in UTF-8), the line and paragraph separators, and
-/// the marks that turn the direction of writing (E2 80 8E to 8F and A8 to AE, E2 81 A6 to A9).
+/// the marks that turn the direction of writing (D8 9C, E2 80 8E to 8F and A8 to AE, E2 81 A6 to
+/// A9).
 std::size_t controlLength(std::string_view text) {
     const auto byte = [text](std::size_t at) {
         return at < text.size() ? static_cast<unsigned char>(text[at]) : 0U;
@@ -25,6 +26,7 @@ std::size_t controlLength(std::string_view text) {
     };
     if (byte(0) < 0x20 || byte(0) == 0x7F) return 1;
     if (byte(0) == 0xC2 && isWithin(byte(1), 0x80, 0x9F)) return 2;
+    if (byte(0) == 0xD8 && byte(1) == 0x9C) return 2;
     if (byte(0) != 0xE2) return 0;
     const bool turns =
         (byte(1) == 0x80 && (isWithin(byte(2), 0x8E, 0x8F) || isWithin(byte(2), 0xA8, 0xAE))) ||

@@ -4,6 +4,8 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
+#include <cmath>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -68,6 +70,14 @@ void addCheck(CLI::App& app, Streams streams, int& status) {
     });
 }
 
+/// A range lets pass what is not a number.
+std::string whyNotFinite(const std::string& text) {
+    double number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const bool isNumber = error == std::errc() && end == text.data() + text.size();
+    return isNumber && std::isfinite(number) ? std::string() : "expected a number of seconds";
+}
+
 std::string whyNoFanAtTime(const std::string& text) {
     const auto parsed = FanAtTime::parse(text);
     return parsed ? std::string() : parsed.error();
@@ -120,7 +130,8 @@ void addExplain(CLI::App& app, Streams streams, int& status) {
         ->required();
     auto* const trace =
         command->add_option("--trace", options->trace, "Trace (JSON Lines); - is standard input");
-    trace->needs(command->add_option("--at", options->seconds, "Seconds, in the trace's own time"));
+    trace->needs(command->add_option("--at", options->seconds, "Seconds, in the trace's own time")
+                     ->check(CLI::Validator(whyNotFinite, "", "seconds")));
     auto* const temperatures =
         command->add_option("--temperature", options->temperatures,
                             "SMC-KEY=°C or HID-LABEL=°C, once for each sensor, instead of a trace");
@@ -214,7 +225,7 @@ void addSimulate(CLI::App& app, Streams streams, int& status) {
         ->check(CLI::IsMember({"table", "jsonl"}));
     command
         ->add_option("--duration", simulated.duration, "Seconds to play, instead of the scenario's")
-        ->check(CLI::Range(0.0, 1e8));
+        ->check(CLI::Validator(whyNotFinite, "", "seconds") & CLI::Range(0.0, 1e8));
     command->add_option("--seed", simulated.seed,
                         "Another legal order of what happens at the same time (0: in turns)");
     command->add_flag("--reads", simulated.reads, "With jsonl: list reads of the SMC, too");

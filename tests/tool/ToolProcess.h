@@ -53,7 +53,7 @@ public:
         for (;;) {
             pollfd asked{.fd = output.get(), .events = POLLIN, .revents = 0};
             char byte = 0;
-            if (poll(&asked, 1, 10'000) <= 0 || read(output.get(), &byte, 1) != 1) {
+            if (poll(&asked, 1, 10'000) <= 0 || ::read(output.get(), &byte, 1) != 1) {
                 return std::nullopt;
             }
             if (byte == '\n') return line;

@@ -35,6 +35,27 @@ double dotRowOf(double value, const RunPlot::Range& range, std::size_t dots) {
     return (value - range.low) / (range.high - range.low) * static_cast<double>(dots - 1);
 }
 
+/// What no sensor and no fan shows is left out.
+void addTo(TimeSeries& series, double time, std::optional<double> value) {
+    constexpr double mostThatIsDrawn = 99'999;
+    const bool isDrawn = value && std::abs(*value) <= mostThatIsDrawn;
+    if (isDrawn)
+        series.add(time, *value);
+    else
+        series.interrupt();
+}
+
+std::string shortened(const std::string& line, std::size_t columns) {
+    return text::columnsOf(line) > columns ? text::padded(line, columns) : line;
+}
+
+/// As an axis shows it, in twelve characters at most.
+std::string secondsText(double seconds) {
+    constexpr double longest = 1e8;
+    return std::abs(seconds) < longest ? fmt::format("{:.1f} s", seconds)
+                                       : fmt::format("{:.1e} s", seconds);
+}
+
 std::string rowLabel(std::size_t row, const RunPlot::Range& range) {
     const double steps = static_cast<double>(panelRows - 1);
     const double value = range.high - (range.high - range.low) * static_cast<double>(row) / steps;
@@ -46,14 +67,20 @@ std::string rowLabel(std::size_t row, const RunPlot::Range& range) {
 }  // namespace
 
 void RunPlot::add(const RunFigures::Sample& sample) {
-    if (isEmpty) begin = sample.time;
+    if (isEmpty) begin = end = sample.time;
     isEmpty = false;
     end = std::max(end, sample.time);
-    if (sample.celsius && std::isfinite(*sample.celsius)) celsius.add(sample.time, *sample.celsius);
+    addTo(celsius, sample.time, sample.celsius);
+    for (auto& [index, series] : fans) {
+        if (sample.fans.contains(index)) continue;
+        series.speed.interrupt();
+        series.target.interrupt();
+    }
     for (const auto& [index, fan] : sample.fans) {
         FanSeries& series = fans[index];
-        series.speed.add(sample.time, fan.rpm);
-        if (fan.isForced) series.target.add(sample.time, fan.targetRPM);
+        addTo(series.speed, sample.time, fan.rpm);
+        addTo(series.target, sample.time,
+              fan.isForced ? std::optional(fan.targetRPM) : std::nullopt);
     }
 }
 
@@ -78,7 +105,8 @@ void RunPlot::draw(const TimeSeries& series, const Range& range, text::BraillePl
     const auto lineTo = [&](double time, double value) {
         const Dot dot{.column = dotColumnAt(time, plot.dotColumns()),
                       .row = dotRowOf(value, range, plot.dotRows())};
-        const Dot from = last.value_or(dot);
+        const bool isBackwards = last && dot.column < last->column;  // in a trace that is lenient
+        const Dot from = isBackwards ? dot : last.value_or(dot);
         const double columns = std::max(1.0, static_cast<double>(dot.column - from.column));
         double before = from.row;
         for (std::size_t column = from.column; column <= dot.column; ++column) {
@@ -92,6 +120,7 @@ void RunPlot::draw(const TimeSeries& series, const Range& range, text::BraillePl
         last = dot;
     };
     for (const TimeSeries::Span& span : series.all()) {
+        if (span.isApart) last.reset();
         lineTo(span.from, span.low);
         if (span.high != span.low) lineTo(span.to, span.high);
     }
@@ -117,14 +146,16 @@ void RunPlot::writeEvents(std::ostream& out, std::size_t columns) const {
     }
     for (const bool mark : isMarked) axis += mark ? "▲" : "─";
     out << std::string(labelColumns - 1, ' ') << "└" << axis << '\n';
-    const auto last = fmt::format("{:.1f} s", end);
-    const auto first = fmt::format("{:.1f} s", begin);
+    const auto last = secondsText(end);
+    const auto first = secondsText(begin);
     out << std::string(labelColumns, ' ')
         << fmt::format("{}{:>{}}", first, last,
                        columns > first.size() ? columns - first.size() : last.size())
         << '\n';
     for (const Event& event : events) {
-        out << fmt::format("  {:>10.1f}  {}\n", event.time, text::printable(event.text));
+        const auto line =
+            fmt::format("  {:>12}  {}", secondsText(event.time), text::printable(event.text));
+        out << shortened(line, columns + labelColumns) << '\n';
     }
     if (eventCount > events.size())
         out << fmt::format("              and {} more\n", eventCount - events.size());

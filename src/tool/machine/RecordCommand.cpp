@@ -21,7 +21,7 @@
 #include "daemon/Hardware.h"
 #include "platform/linux/BootTime.h"
 #include "platform/linux/LocalSocket.h"
-#include "platform/linux/StopSignals.h"
+#include "platform/linux/SignalDescriptor.h"
 #include "platform/linux/ThreadRuntime.h"
 #include "platform/linux/Waiting.h"
 #include "platform/posix/StandardError.h"
@@ -171,7 +171,7 @@ Result<void> watch(Watched& machine, const RecordOptions& options, const std::st
 Result<void> record(const RecordOptions& options, Streams streams) {
     const auto path = machineSocket(options.socket);
     if (!path) return std::unexpected(path.error());
-    const platform::StopSignals stop;  // before there is another thread
+    const platform::SignalDescriptor stop(platform::stopSignals);  // before there is another thread
     auto smc = lineTo(*path);
     if (!smc) return std::unexpected(smc.error());
     auto hid = lineTo(*path);

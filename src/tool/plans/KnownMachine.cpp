@@ -45,6 +45,8 @@ std::expected<review::Machine, std::string> machineOfTrace(const std::string& pa
     for (;;) {
         auto tick = trace.next();
         if (!tick) return std::unexpected(std::move(tick.error()));
+        if (!*tick && machine.fans.empty() && machine.sensorIDs.empty())
+            return std::unexpected(trace.place() + ": the trace shows no fan and no sensor");
         if (!*tick) return machine;
         addTo(machine, (*tick)->snapshot);
     }

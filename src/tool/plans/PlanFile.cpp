@@ -44,7 +44,11 @@ std::optional<std::string> openFile(const std::string& path, std::ifstream& file
 }
 
 std::expected<std::string, std::string> readInput(const std::string& path, std::istream& in) {
-    if (path == "-") return readSome(in, json::Limits{}.bytes);
+    if (path == "-") {
+        auto bytes = readSome(in, json::Limits{}.bytes);
+        if (in.bad()) return std::unexpected("the input failed");
+        return bytes;
+    }
     return readFile(path);
 }
 

@@ -32,6 +32,13 @@ struct Played {
     std::string name;
     RunFigures figures;
     RunPlot plot;
+
+    void encode(json::Writer& writer) const {
+        writer.object([&] {
+            writer.member("plan", name);
+            writer.member("figures", figures);
+        });
+    }
 };
 
 Result<Played> replayed(const std::string& name, const plan::FanControlPlan& plan,
@@ -72,6 +79,9 @@ Result<Played> simulated(const std::string& name, const plan::FanControlPlan& pl
     ScenarioFigures observer;
     Played played{.name = name, .figures = {}, .plot = {}};
     observer.sampled = [&played](const RunFigures::Sample& sample) { played.plot.add(sample); };
+    observer.noted = [&played](double seconds, const std::string& event) {
+        played.plot.event(seconds, event);
+    };
     try {
         simulation::ScenarioRun(*scenario, observer, 0).play(scenario->length());
     } catch (const simulation::Stuck& stuck) {
@@ -156,11 +166,7 @@ void writeTable(const std::vector<Played>& all, std::ostream& out) {
 
 int writeJSON(const std::vector<Played>& all, std::ostream& out, std::ostream& err) {
     json::Writer writer;
-    writer.object([&] {
-        writer.objectMember("plans", [&] {
-            for (const Played& each : all) writer.member(each.name, each.figures);
-        });
-    });
+    writer.object([&] { writer.member("plans", all); });
     const auto text = writer.take();
     if (!text) {
         err << text.error().description << '\n';
@@ -175,6 +181,10 @@ int writeJSON(const std::vector<Played>& all, std::ostream& out, std::ostream& e
 int compare(const CompareOptions& options, std::ostream& out, std::ostream& err) {
     std::vector<Played> all;
     std::istringstream nothing;
+    if (options.trace == "-" || options.scenario == "-") {
+        err << "Trace or scenario to compare plans in are files, not standard input.\n";
+        return 1;
+    }
     for (const std::string& path : options.plans) {
         const auto plan =
             path == "-"

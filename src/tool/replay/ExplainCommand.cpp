@@ -13,8 +13,7 @@
 #include "text/Text.h"
 #include "tool/plans/PlanFile.h"
 #include "tool/replay/Explanation.h"
-#include "tool/replay/Replay.h"
-#include "tool/replay/Trace.h"
+#include "tool/replay/ReplayRun.h"
 
 namespace airflow::tool {
 
@@ -45,6 +44,7 @@ Result<sensors::TempSensor> parseTemperature(const std::string& text) {
     if (!source) return fail("a sensor's name begins with SMC- or HID-");
     if (!celsius || !std::isfinite(*celsius)) return fail("expected a temperature in °C after =");
     const auto key = text.substr(hyphen + 1, equals - hyphen - 1);
+    if (key.empty()) return fail("the sensor has no name");
     return sensors::TempSensor{.key = key, .name = key, .celsius = *celsius, .source = *source};
 }
 
@@ -63,6 +63,9 @@ Result<Situation> situationAt(const plan::FanControlPlan& plan, const ExplainOpt
     for (const std::string& text : options.temperatures) {
         auto sensor = parseTemperature(text);
         if (!sensor) return std::unexpected(sensor.error());
+        const auto& temps = situation.snapshot.temps;
+        if (std::ranges::find(temps, sensor->id(), &sensors::TempSensor::id) != temps.end())
+            return std::unexpected("There are two sensors " + text::printable(sensor->id()) + ".");
         situation.snapshot.temps.push_back(std::move(*sensor));
     }
     return situation;
@@ -79,14 +82,17 @@ Result<Situation> situationInTrace(const plan::FanControlPlan& plan, const Expla
                 fmt::format("{}: cannot be read: {}", text::printable(path), *reason));
     }
     TraceReader trace(path == "-" ? in : file, inputName(path));
-    Replay replay(plan);
+    ReplayRun run(plan, trace);
     std::optional<ReplayTick> last;
-    for (;;) {
-        auto tick = trace.next();
-        if (!tick) return std::unexpected(tick.error());
-        if (!*tick || (*tick)->time > options.seconds) break;
-        last = replay.step((*tick)->snapshot);
-    }
+    bool isPast = false;
+    run.shown = [&](const TraceTick& tick, const ReplayTick& result) -> Result<void> {
+        isPast = tick.time > options.seconds;
+        if (isPast) return std::unexpected(std::string());
+        last = result;
+        return {};
+    };
+    const auto played = run.play();
+    if (!played && !isPast) return std::unexpected(played.error());
     if (!last)
         return std::unexpected(fmt::format("{}: begins after {} s",
                                            text::printable(inputName(path)),

@@ -52,6 +52,7 @@ std::optional<double> secondsToSpeed(const Situation& situation, std::int64_t fa
         const auto then = situation.now + concurrency::Seconds(tickSeconds * tick);
         (void)still.memory.evaluate(still.plan, still.snapshot, then, &record);
         const FanRecord& made = record.fans.at(fan);
+        if (!made.limitedRPM) return std::nullopt;  // the fan stops before
         if (made.limitedRPM == made.wantedRPM) return tickSeconds * tick;
     }
     return std::nullopt;

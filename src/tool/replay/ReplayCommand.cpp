@@ -33,6 +33,7 @@ std::expected<void, std::string> play(const ReplayOptions& options,
     ReplayRun run(plan, trace);
     run.shown = [&](const TraceTick& tick, const ReplayTick& result) {
         auto written = output->write(tick, result);
+        if (written && !out) written = std::unexpected("The output cannot be written.");
         if (!trace.hasMoreAtHand()) out.flush();  // a live trace: show what is known by now
         return written;
     };

@@ -123,7 +123,8 @@ TraceReader::TraceReader(std::istream& input, std::string name)
 std::expected<std::optional<TraceTick>, std::string> TraceReader::next() {
     input.getline(buffer.data(), static_cast<std::streamsize>(buffer.size()));
     const auto count = static_cast<std::size_t>(input.gcount());
-    if (input.bad()) return std::unexpected(fmt::format("{}: cannot be read", name));
+    if (input.bad())
+        return std::unexpected(fmt::format("{}: cannot be read", text::printable(name)));
     if (input.eof() && count == 0) return std::optional<TraceTick>{};
     ++line;
     // The end of the line is counted, unless the line ended with the input or filled the buffer.

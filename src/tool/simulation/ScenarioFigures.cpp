@@ -1,5 +1,7 @@
 #include "tool/simulation/ScenarioFigures.h"
 
+#include <fmt/format.h>
+
 #include <utility>
 
 namespace airflow::tool {
@@ -19,6 +21,15 @@ RunFigures::Sample sampleOf(Duration time, simulation::SimulatedMac& mac) {
             .targetRPM = state.target};
     }
     return sample;
+}
+
+void ScenarioFigures::modeChanged(Duration time, std::size_t fan, simulation::FanMode mode) {
+    releases.modeChanged(time, fan, mode);
+    if (!noted) return;
+    const char* const what = mode == simulation::FanMode::forced      ? "forced"
+                             : mode == simulation::FanMode::reclaimed ? "taken back by the firmware"
+                                                                      : "back to Auto";
+    noted(concurrency::inSeconds(time), fmt::format("fan {} {}", fan, what));
 }
 
 void ScenarioFigures::signalled(Duration time, daemon::Signal signal) {

@@ -19,12 +19,12 @@ class ScenarioFigures final : public simulation::ScenarioObserver {
 public:
     /// Told of every sample, if anybody wants to be.
     std::function<void(const RunFigures::Sample&)> sampled;
+    /// Told of every fan that changes hands, in words.
+    std::function<void(double seconds, const std::string& event)> noted;
 
     void access(const simulation::SMCAccess& access) override { releases.access(access); }
     void modeChanged(concurrency::Duration time, std::size_t fan,
-                     simulation::FanMode mode) override {
-        releases.modeChanged(time, fan, mode);
-    }
+                     simulation::FanMode mode) override;
     void published(concurrency::Duration time, const control::ControlState& state) override {
         releases.published(time, state);
     }

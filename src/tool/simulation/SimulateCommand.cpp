@@ -54,7 +54,7 @@ private:
 
 std::expected<void, std::string> play(const simulation::Scenario& scenario,
                                       const SimulateOptions& options, Duration length,
-                                      std::ostream& out) {
+                                      Progress& progress, std::ostream& out) {
     if (options.format == SimulateFormat::samples) {
         ScenarioSamples samples(out);
         simulation::ScenarioRun(scenario, samples, options.seed).play(length);
@@ -81,19 +81,47 @@ std::expected<simulation::Scenario, std::string> readSituation(const SimulateOpt
     return scenario;
 }
 
-/// The last decision that is not after a moment.
+/// The last decision that is not after a moment, as long as it holds.
 class LastEvaluation : public simulation::ScenarioObserver {
 public:
     explicit LastEvaluation(double seconds) : seconds(seconds) {}
 
     void evaluating(Duration time,
                     const control::LocalFanController::Evaluation& evaluation) override {
-        if (concurrency::inSeconds(time) <= seconds) situation = Situation::of(evaluation);
+        if (!isInTime(time)) return;
+        situation = Situation::of(evaluation);
+        decidedAt = concurrency::inSeconds(time);
     }
-    std::optional<Situation> situation;
+    void published(Duration time, const control::ControlState& state) override {
+        if (!isInTime(time)) return;
+        lastError = state.lastError;
+        const bool isReleased = state.cause && control::isSafetyRelease(*state.cause);
+        if (isReleased || state == control::ControlState::idle()) situation.reset();
+    }
+    void ended(const simulation::ProcessEnd& end) override {
+        if (!isInTime(end.time)) return;
+        situation.reset();
+        lastError = "the daemon has ended";
+    }
+
+    /// Nothing also where the hold loop has not decided for so long that it has ended.
+    [[nodiscard]] std::optional<Situation> holding() const {
+        constexpr double longestPause = 5;  // seconds; a tick takes about 1.6 s
+        return decidedAt && seconds - *decidedAt <= longestPause ? situation : std::nullopt;
+    }
+    [[nodiscard]] std::string reason() const {
+        return lastError.value_or("no plan is in force, so the daemon controls no fan");
+    }
 
 private:
+    [[nodiscard]] bool isInTime(Duration time) const {
+        return concurrency::inSeconds(time) <= seconds;
+    }
+
     const double seconds;
+    std::optional<Situation> situation;
+    std::optional<double> decidedAt;
+    std::optional<std::string> lastError;
 };
 
 int explainAt(const simulation::Scenario& scenario, const SimulateOptions& options,
@@ -102,12 +130,14 @@ int explainAt(const simulation::Scenario& scenario, const SimulateOptions& optio
     WithProgress<LastEvaluation> last(progress, length, why.seconds);
     simulation::ScenarioRun(scenario, last, options.seed).play(length);
     progress.hide();
-    if (!last.situation) {
-        err << fmt::format("{}: nothing was decided by {} s\n", text::printable(options.scenario),
-                           text::plain(why.seconds));
+    const auto situation = last.holding();
+    if (!situation) {
+        err << fmt::format("{}: nothing is decided at {} s: {}\n",
+                           text::printable(options.scenario), text::plain(why.seconds),
+                           last.reason());
         return 1;
     }
-    return explainSituation(*last.situation, why.fan, ExplainFormat::text, out, err);
+    return explainSituation(*situation, why.fan, ExplainFormat::text, out, err);
 }
 
 }  // namespace
@@ -131,7 +161,7 @@ int simulate(const SimulateOptions& options, std::ostream& out, std::ostream& er
     } catch (const simulation::Stuck& stuck) {
         progress.hide();
         out.flush();
-        err << options.scenario << ": " << stuck.what() << '\n';
+        err << text::printable(options.scenario) << ": " << stuck.what() << '\n';
     }
     return 1;
 }

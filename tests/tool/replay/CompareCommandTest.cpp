@@ -23,7 +23,7 @@ TEST(CompareCommand, theFiguresOfATraceAreThoseOfItsReplay) {
         const auto replay = runTool({"replay", plan(name), "--trace", burst, "--format", "jsonl"});
         const auto begin = replay.out.rfind("{\"summary\":") + std::string("{\"summary\":").size();
         const auto figures = replay.out.substr(begin, replay.out.size() - begin - 2);
-        EXPECT_THAT(run.out, HasSubstr("\"" + plan(name) + "\":" + figures));
+        EXPECT_THAT(run.out, HasSubstr("{\"plan\":\"" + plan(name) + "\",\"figures\":" + figures));
     }
 }
 

@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <tuple>
+
 #include "ToolRun.h"
 #include "simulation/runtime/Random.h"
 #include "tool/replay/ExplainCommand.h"
@@ -167,6 +169,49 @@ TEST_F(ExplainCommand, whereControlHasEndedItSaysWhy) {
     const auto run = explainAt(twoPoints, {"50", "96", "50"}, "3");
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(run.err, HasSubstr("nothing is decided at 3 s: thermal ceiling 96°C exceeded"));
+}
+
+TEST_F(ExplainCommand, aRateLimitTellsNoTimeWhenTheFanStopsBefore) {
+    const auto run = explainAt(twoPoints, {"90", "40", "40"}, "3");
+    EXPECT_THAT(run.out, HasSubstr("limit       at most 400 RPM"));
+    EXPECT_THAT(run.out, Not(HasSubstr("reached in")));
+}
+
+TEST_F(ExplainCommand, aTraceThatCannotHaveHappenedIsRefused) {
+    std::string line = R"({"time":0,"fans":[{"id":0,"minRPM":1200,"maxRPM":6000},)"
+                       R"({"id":0,"minRPM":1200,"maxRPM":6000}],"temps":[]})";
+    const auto run = runTool(
+        {"explain", planWith(twoPoints), "--trace", folder.write("two.jsonl", line), "--at", "0"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.err, HasSubstr("fans[1].id: there are two fans 0."));
+}
+
+TEST_F(ExplainCommand, aMomentHasToBeANumber) {
+    for (const char* wrong : {"nan", "inf", "1e400", "0x10", "soon"}) {
+        const auto run =
+            runTool({"explain", planWith(twoPoints), "--trace", trace({"50"}), "--at", wrong});
+        EXPECT_EQ(run.status, 2) << wrong;
+    }
+}
+
+TEST_F(ExplainCommand, aSensorIsGivenOnce) {
+    const auto run = runTool(
+        {"explain", planWith(twoPoints), "--temperature", "SMC-A=50", "--temperature", "SMC-A=90"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "There are two sensors SMC-A.\n");
+}
+
+TEST_F(ExplainCommand, simulateExplainsNoDecisionThatDoesNotHoldAnyMore) {
+    for (const auto& [scenario, why, reason] :
+         {std::tuple{"thermal-ceiling", "0@40", "thermal ceiling"},
+          std::tuple{"lost-heartbeat", "0@1000000000", "no heartbeat"},
+          std::tuple{"terminated", "0@1000000000", "the daemon has ended"}}) {
+        const auto run = runTool(
+            {"simulate", example("scenarios/" + std::string(scenario) + ".json"), "--why", why});
+        EXPECT_EQ(run.status, 1) << scenario;
+        EXPECT_THAT(run.err, HasSubstr("nothing is decided at"));
+        EXPECT_THAT(run.err, HasSubstr(reason));
+    }
 }
 
 TEST_F(ExplainCommand, wrongArgumentsAreNamed) {

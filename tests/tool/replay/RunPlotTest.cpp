@@ -62,9 +62,40 @@ TEST(RunPlot, eventsAreMarkedAndTheFirstOnesListed) {
     std::ostringstream out;
     plot.write(out, 80);
     EXPECT_THAT(out.str(), HasSubstr("└────────────────────────────────────▲──────"));
-    EXPECT_THAT(out.str(), HasSubstr("        50.0  event 11\n"));
+    EXPECT_THAT(out.str(), HasSubstr("50.0 s  event 11\n"));
     EXPECT_THAT(out.str(), HasSubstr("and 3 more\n"));
     EXPECT_THAT(out.str(), Not(HasSubstr("event 12")));
+}
+
+TEST(RunPlot, theAxisBeginsAndEndsWithTheRunBeforeZero) {
+    RunPlot plot;
+    plot.add(sampleAt(-100, 50, 2000));
+    plot.add(sampleAt(-71.5, 60, 2000));
+    EXPECT_THAT(linesOf(plot, 60).back(), testing::EndsWith("-71.5 s"));
+}
+
+TEST(RunPlot, aGapIsLeftEmpty) {
+    RunPlot plot;
+    plot.add(sampleAt(0, 50, 2000));
+    plot.add({.time = 1});
+    plot.add(sampleAt(40, 60, 2000));
+    const auto lines = linesOf(plot, 40);
+    EXPECT_EQ(lines.at(5), "    50│⡀");
+    EXPECT_EQ(text::columnsOf(lines.at(1)), 40U);
+    EXPECT_EQ(lines.at(3), "    55│");
+}
+
+TEST(RunPlot, whatNoSensorShowsIsNotDrawn) {
+    RunPlot plot;
+    plot.add(sampleAt(0, 1e308, 9e18));
+    plot.add(sampleAt(1, -1e308, 2000));
+    plot.add(sampleAt(1e300, 50, 2000));
+    plot.event(1e300, std::string(300, 'x'));
+    for (const std::string& line : linesOf(plot, 80)) {
+        EXPECT_LE(text::columnsOf(line), 80U) << line;
+        EXPECT_THAT(line, Not(HasSubstr("nan")));
+        EXPECT_THAT(line, Not(HasSubstr("inf")));
+    }
 }
 
 TEST(RunPlot, anEmptyRunDrawsNothing) {
