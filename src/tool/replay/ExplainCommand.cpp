@@ -73,7 +73,7 @@ Result<Situation> situationAt(const plan::FanControlPlan& plan, const ExplainOpt
 
 /// That of the last line that is not after the moment.
 Result<Situation> situationInTrace(const plan::FanControlPlan& plan, const ExplainOptions& options,
-                                   std::istream& in) {
+                                   std::istream& in, std::ostream& err) {
     const std::string& path = *options.trace;
     std::ifstream file;
     if (path != "-") {
@@ -91,6 +91,8 @@ Result<Situation> situationInTrace(const plan::FanControlPlan& plan, const Expla
         last = result;
         return {};
     };
+    if (options.isLenient)
+        run.tolerated = [&err](const std::string& problem) { err << problem << '\n'; };
     const auto played = run.play();
     if (!played && !isPast) return std::unexpected(played.error());
     if (!last)
@@ -158,7 +160,7 @@ int explain(const ExplainOptions& options, std::istream& in, std::ostream& out, 
         return 1;
     }
     const auto situation =
-        options.trace ? situationInTrace(*plan, options, in) : situationAt(*plan, options);
+        options.trace ? situationInTrace(*plan, options, in, err) : situationAt(*plan, options);
     if (!situation) {
         err << situation.error() << '\n';
         return 1;

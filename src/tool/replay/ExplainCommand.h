@@ -33,6 +33,7 @@ struct ExplainOptions {
     std::string plan;                         ///< "-" is standard input
     std::optional<std::string> trace{};       ///< and the moment in it
     double seconds = 0;                       ///< of the trace's own time
+    bool isLenient = false;                   ///< goes on where the trace cannot have happened so
     std::vector<std::string> temperatures{};  ///< instead: "ID=°C", of `machine`'s fans
     std::string machine = "laptop";
     std::optional<std::int64_t> fan{};  ///< nothing: each

@@ -2,13 +2,16 @@
 
 #include <fmt/format.h>
 
+#include <chrono>
 #include <expected>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <ostream>
 #include <utility>
 
 #include "text/Text.h"
+#include "tool/common/Progress.h"
 #include "tool/plans/PlanFile.h"
 #include "tool/replay/ReplayOutput.h"
 #include "tool/replay/ReplayRun.h"
@@ -25,13 +28,42 @@ std::unique_ptr<ReplayOutput> outputOf(const ReplayOptions& options,
     return std::make_unique<ReplayJSONLines>(out, plan);
 }
 
+/// Tells how much of a file has been read; nothing of a stream, whose length nobody knows.
+class ReadingProgress {
+public:
+    ReadingProgress(const ReplayOptions& options, std::istream& trace, std::ostream& err)
+        : input(trace), progress(err, options.showsProgress) {
+        std::error_code unknown;
+        const auto bytes = std::filesystem::file_size(options.trace, unknown);
+        if (!unknown) size = static_cast<double>(bytes);
+    }
+
+    void tell(std::size_t lines) {
+        if (size <= 0 || !progress.isDue()) return;
+        const auto seconds = std::chrono::duration<double>(Progress::Clock::now() - start).count();
+        progress.tell(
+            static_cast<double>(input.tellg()) / size,
+            fmt::format("{} lines, {:.0f} a second", lines, static_cast<double>(lines) / seconds));
+    }
+    void hide() { progress.hide(); }
+
+private:
+    std::istream& input;
+    const Progress::Clock::time_point start = Progress::Clock::now();
+    double size = 0;
+    Progress progress;
+};
+
 /// Up to the end of the trace or its first bad line, and then the summary.
 std::expected<void, std::string> play(const ReplayOptions& options,
-                                      const plan::FanControlPlan& plan, TraceReader& trace,
+                                      const plan::FanControlPlan& plan, std::istream& input,
                                       std::ostream& out, std::ostream& err) {
+    TraceReader trace(input, inputName(options.trace));
+    ReadingProgress progress(options, input, err);
     const auto output = outputOf(options, plan, out);
     ReplayRun run(plan, trace);
     run.shown = [&](const TraceTick& tick, const ReplayTick& result) {
+        progress.tell(run.lines());
         auto written = output->write(tick, result);
         if (written && !out) written = std::unexpected("The output cannot be written.");
         if (!trace.hasMoreAtHand()) out.flush();  // a live trace: show what is known by now
@@ -40,6 +72,7 @@ std::expected<void, std::string> play(const ReplayOptions& options,
     if (options.isLenient)
         run.tolerated = [&err](const std::string& problem) { err << problem << '\n'; };
     auto played = run.play();
+    progress.hide();
     if (run.lines() == 0) return played;
     const auto written = output->finish(run.figures());
     return played ? written : played;
@@ -66,8 +99,7 @@ int replay(const ReplayOptions& options, std::istream& in, std::ostream& out, st
             return 1;
         }
     }
-    TraceReader trace(isStandardInput ? in : file, inputName(options.trace));
-    const auto played = play(options, *plan, trace, out, err);
+    const auto played = play(options, *plan, isStandardInput ? in : file, out, err);
     if (!played) err << played.error() << '\n';
     return played ? 0 : 1;
 }

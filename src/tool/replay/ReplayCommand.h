@@ -17,6 +17,7 @@ struct ReplayOptions {
     bool isLenient = false;  ///< goes on where the trace cannot have happened so
     /// Draws the replay, this wide, instead of listing it.
     std::optional<std::size_t> plotColumns{};
+    bool showsProgress = false;  ///< on `err`, which is a terminal; of a trace that is a file
 };
 
 /// Writes a line for each line of the trace, and a summary. Returns the exit status: 0, or 1 with a

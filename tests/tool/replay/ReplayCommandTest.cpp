@@ -193,6 +193,32 @@ TEST_F(ReplayCommand, anEmptyTraceIsAnErrorEvenWhenLenient) {
     EXPECT_EQ(run.err, "standard input: the trace is empty\n");
 }
 
+TEST_F(ReplayCommand, optionsThatContradictEachOtherAreRefused) {
+    const auto trace = folder.write("trace.jsonl", tick("0", "50"));
+    const auto scenario = example("scenarios/working-day.json");
+    for (const auto& arguments :
+         {std::vector<std::string>{"replay", plan, "--trace", trace, "--plot", "--format", "jsonl"},
+          {"replay", plan, "--trace", trace, "--why", "0@0", "--plot"},
+          {"replay", plan, "--trace", trace, "--why", "0@0", "--format", "jsonl"},
+          {"simulate", scenario, "--plot", "--format", "jsonl"},
+          {"simulate", scenario, "--plot", "--why", "0@1"},
+          {"compare", plan, "--trace", trace, "--plot", "--format", "json"}}) {
+        const auto run = runTool(arguments);
+        EXPECT_EQ(run.status, 2);
+        EXPECT_NE(run.err, "");
+        EXPECT_EQ(run.out, "");
+    }
+}
+
+TEST_F(ReplayCommand, anExplanationIsLenientToo) {
+    const auto trace =
+        folder.write("trace.jsonl", tick("0", "50") + tick("0", "60") + tick("1.5", "60"));
+    EXPECT_EQ(runTool({"replay", plan, "--trace", trace, "--why", "0@1.5"}).status, 1);
+    const auto run = runTool({"replay", plan, "--trace", trace, "--why", "0@1.5", "--lenient"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_THAT(run.err, HasSubstr("is the time of the line before"));
+}
+
 TEST_F(ReplayCommand, thePlanMayComeFromStandardInputButNotBoth) {
     std::ifstream file(plan);
     const std::string document(std::istreambuf_iterator<char>(file), {});
