@@ -69,4 +69,12 @@ std::expected<plan::FanControlPlan, std::string> readPlan(const std::string& pat
     return std::move(*plan);
 }
 
+std::expected<plan::FanControlPlan, std::string> readPlanBeside(const std::string& path,
+                                                                const std::string& trace,
+                                                                std::istream& in) {
+    if (path == "-" && trace == "-")
+        return std::unexpected("Only one of plan and trace can be standard input.");
+    return readPlan(path, in);
+}
+
 }  // namespace airflow::tool

@@ -31,4 +31,8 @@ namespace airflow::tool {
 [[nodiscard]] std::expected<plan::FanControlPlan, std::string> readPlan(const std::string& path,
                                                                         std::istream& in);
 
+/// The same for a plan that is played over a trace; not both can be standard input.
+[[nodiscard]] std::expected<plan::FanControlPlan, std::string> readPlanBeside(
+    const std::string& path, const std::string& trace, std::istream& in);
+
 }  // namespace airflow::tool

@@ -13,6 +13,7 @@
 #include "simulation/scenario/ScenarioRun.h"
 #include "text/Table.h"
 #include "text/Text.h"
+#include "tool/common/JSONLine.h"
 #include "tool/common/RunFigures.h"
 #include "tool/common/RunPlot.h"
 #include "tool/plans/PlanFile.h"
@@ -164,18 +165,6 @@ void writeTable(const std::vector<Played>& all, std::ostream& out) {
     }
 }
 
-int writeJSON(const std::vector<Played>& all, std::ostream& out, std::ostream& err) {
-    json::Writer writer;
-    writer.object([&] { writer.member("plans", all); });
-    const auto text = writer.take();
-    if (!text) {
-        err << text.error().description << '\n';
-        return 1;
-    }
-    out << *text << '\n';
-    return 0;
-}
-
 }  // namespace
 
 int compare(const CompareOptions& options, std::ostream& out, std::ostream& err) {
@@ -199,7 +188,9 @@ int compare(const CompareOptions& options, std::ostream& out, std::ostream& err)
         }
         all.push_back(std::move(*played));
     }
-    if (options.isJSON) return writeJSON(all, out, err);
+    if (options.isJSON)
+        return writeJSONLine([&all](json::Writer& writer) { writer.member("plans", all); }, out,
+                             err);
     if (options.isPlotted) {
         for (const Played& each : all) {
             out << text::printable(each.name) << '\n';

@@ -11,6 +11,7 @@
 #include "simulation/machine/MachineDescription.h"
 #include "smc/FanNumbers.h"
 #include "text/Text.h"
+#include "tool/common/JSONLine.h"
 #include "tool/plans/PlanFile.h"
 #include "tool/replay/Explanation.h"
 #include "tool/replay/ReplayRun.h"
@@ -138,23 +139,12 @@ int explainSituation(const Situation& situation, std::optional<std::int64_t> fan
         for (const Explanation& explanation : explanations) explanation.write(out);
         return 0;
     }
-    json::Writer writer;
-    writer.object([&] { writer.member("fans", explanations); });
-    const auto text = writer.take();
-    if (!text) {
-        err << text.error().description << '\n';
-        return 1;
-    }
-    out << *text << '\n';
-    return 0;
+    return writeJSONLine([&](json::Writer& writer) { writer.member("fans", explanations); }, out,
+                         err);
 }
 
 int explain(const ExplainOptions& options, std::istream& in, std::ostream& out, std::ostream& err) {
-    if (options.plan == "-" && options.trace == "-") {
-        err << "Only one of plan and trace can be standard input.\n";
-        return 1;
-    }
-    const auto plan = readPlan(options.plan, in);
+    const auto plan = readPlanBeside(options.plan, options.trace.value_or(""), in);
     if (!plan) {
         err << plan.error() << '\n';
         return 1;

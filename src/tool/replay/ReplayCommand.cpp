@@ -82,11 +82,7 @@ std::expected<void, std::string> play(const ReplayOptions& options,
 
 int replay(const ReplayOptions& options, std::istream& in, std::ostream& out, std::ostream& err) {
     const bool isStandardInput = options.trace == "-";
-    if (isStandardInput && options.plan == "-") {
-        err << "Only one of plan and trace can be standard input.\n";
-        return 1;
-    }
-    const auto plan = readPlan(options.plan, in);
+    const auto plan = readPlanBeside(options.plan, options.trace, in);
     if (!plan) {
         err << plan.error() << '\n';
         return 1;
