@@ -76,12 +76,12 @@ TEST_F(Samples, aReplayOfAWorkingDaysSamplesComesToTheStatesThatItsDaemonPublish
     EXPECT_GT(changes, 100U);
 }
 
-constexpr const char* held = R"(,"events":[{"at":0,"call":"setManualRPM","fan":0,"rpm":3000},
+constexpr const char* heldPlan = R"(,"events":[{"at":0,"call":"setManualRPM","fan":0,"rpm":3000},
     {"at":1,"heartbeatEvery":5,"until":60}]})";
 
 TEST_F(Samples, fansAreAsTheDaemonReadThem) {
     const auto run =
-        simulate(std::string(R"({"machine":"laptop","duration":20)") + held, {"--samples"});
+        simulate(std::string(R"({"machine":"laptop","duration":20)") + heldPlan, {"--samples"});
     EXPECT_EQ(run.status, 0) << run.err;
     const auto lines = linesOf(run.out);
     ASSERT_GT(lines.size(), 5U);
@@ -131,7 +131,7 @@ std::optional<double> readBefore(const std::string& samples, double time, const 
 TEST_F(Samples, temperaturesFollowATraceFromItsFirstLineOn) {
     const auto run = followed(
         std::string(R"({"machine":{"preset":"no-hid"},"thermal":{"load":[{"at":0,"watts":50}]})") +
-            held,
+            heldPlan,
         line("1000", temp("SMC-TCMz", "50")) + line("1010", temp("SMC-TCMz", "60")) +
             line("1020", "") + line("1030", temp("SMC-TCMz", "70")));
     ASSERT_EQ(run.status, 0) << run.err;
@@ -144,7 +144,7 @@ TEST_F(Samples, temperaturesFollowATraceFromItsFirstLineOn) {
 
 TEST_F(Samples, aReadingOfSeveralServicesIsSetForEachOfThem) {
     const auto run =
-        followed(std::string(R"({"machine":"laptop")") + held,
+        followed(std::string(R"({"machine":"laptop")") + heldPlan,
                  line("0", temp("HID-SoC", "60") + "," + temp("HID-NAND CH0 temp", "50")) +
                      line("10", temp("HID-SoC", "80")));
     ASSERT_EQ(run.status, 0) << run.err;
