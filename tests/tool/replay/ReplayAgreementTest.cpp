@@ -56,7 +56,7 @@ private:
     std::vector<ReplayTick::Fan> fans;
 };
 
-constexpr const char* sensor = "PMU tdie1";
+constexpr const char* firstSensor = "PMU tdie1";
 constexpr const char* otherSensor = "PMU tdie2";
 
 double celsius(Random& random) {
@@ -99,7 +99,7 @@ plan::FanControlPlan randomPlan(Random& random, std::size_t fans) {
         rule.enabled = random.chance(75);
         rule.id.bytes[0] = static_cast<std::uint8_t>(i);
         if (random.chance(50)) rule.fanTarget.fanID = random.below(2);
-        if (random.chance(50)) rule.sensorID = std::string("HID-") + sensor;
+        if (random.chance(50)) rule.sensorID = std::string("HID-") + firstSensor;
         plan.rules.push_back(rule);
     }
     plan.tuning.emaAlpha = 0.2 + static_cast<double>(random.below(9)) / 10;
@@ -112,7 +112,7 @@ plan::FanControlPlan randomPlan(Random& random, std::size_t fans) {
 simulation::Scenario randomScenario(Random& random) {
     simulation::Scenario scenario;
     scenario.machine = *simulation::machinePreset("laptop");
-    scenario.machine.hid = simulation::Temperatures{{sensor, 45.0}, {otherSensor, 40.0}};
+    scenario.machine.hid = simulation::Temperatures{{firstSensor, 45.0}, {otherSensor, 40.0}};
     scenario.machine.smc = {};
     for (auto& fan : scenario.machine.fans) fan.maxRPM += static_cast<double>(random.below(2000));
     simulation::Call apply{.at = 1s, .method = simulation::Call::Method::applyConfig};
@@ -122,7 +122,7 @@ simulation::Scenario randomScenario(Random& random) {
     for (auto at = Duration(2s); at < Duration(40s);) {
         simulation::TemperatureChange change{.at = at};
         const bool hasVanished = random.chance(15);
-        change.hid = {{random.chance(50) ? sensor : otherSensor,
+        change.hid = {{random.chance(50) ? firstSensor : otherSensor,
                        hasVanished ? std::nullopt : std::optional(celsius(random))}};
         scenario.temperatures.push_back(change);
         at += std::chrono::milliseconds(300 + random.below(6000));
