@@ -14,13 +14,13 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto patience = 2s;
+constexpr auto delay = 2s;
 constexpr auto interval = 1s;
 
 }  // namespace
 
 Progress::Progress(std::ostream& to, bool isShown, std::function<Clock::time_point()> clock)
-    : terminal(to), isShown(isShown), now(std::move(clock)), start(now()), next(start + patience) {}
+    : terminal(to), isShown(isShown), now(std::move(clock)), start(now()), next(start + delay) {}
 
 Progress::~Progress() {
     hide();
