@@ -3,11 +3,10 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <charconv>
-#include <cmath>
 #include <memory>
 #include <vector>
 
+#include "json/Decoder.h"
 #include "tool/common/RunPlot.h"
 #include "tool/common/Terminal.h"
 #include "tool/machine/MachinesCommand.h"
@@ -164,10 +163,7 @@ void addCompare(CLI::App& app, Streams streams, int& status) {
 
 /// A range lets pass what is not a number.
 std::string whyNotFinite(const std::string& text) {
-    double number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    const bool isNumber = error == std::errc() && end == text.data() + text.size();
-    return isNumber && std::isfinite(number) ? std::string() : "expected a number of seconds";
+    return json::decode<double>(text) ? std::string() : "expected a number of seconds";
 }
 
 std::string whyNoFanAtTime(const std::string& text) {

@@ -3,11 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
-#include <cmath>
 #include <fstream>
 #include <ostream>
 
+#include "json/Decoder.h"
 #include "simulation/machine/MachineDescription.h"
 #include "smc/FanNumbers.h"
 #include "text/Text.h"
@@ -23,13 +22,11 @@ namespace {
 template <typename T>
 using Result = std::expected<T, std::string>;
 
+/// A finite number, as JSON has it.
 template <typename Number>
 std::optional<Number> parsed(std::string_view text) {
-    Number number{};
-    const char* const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, number);
-    if (error != std::errc() || stop != end) return std::nullopt;
-    return number;
+    const auto number = json::decode<Number>(text);
+    return number ? std::optional(*number) : std::nullopt;
 }
 
 Result<sensors::TempSensor> parseTemperature(const std::string& text) {
@@ -43,7 +40,7 @@ Result<sensors::TempSensor> parseTemperature(const std::string& text) {
     const auto source = sensors::sourceFromRawValue(text.substr(0, hyphen));
     const auto celsius = parsed<double>(std::string_view(text).substr(equals + 1));
     if (!source) return fail("a sensor's name begins with SMC- or HID-");
-    if (!celsius || !std::isfinite(*celsius)) return fail("expected a temperature in °C after =");
+    if (!celsius) return fail("expected a temperature in °C after =");
     const auto key = text.substr(hyphen + 1, equals - hyphen - 1);
     if (key.empty()) return fail("the sensor has no name");
     return sensors::TempSensor{.key = key, .name = key, .celsius = *celsius, .source = *source};
@@ -114,8 +111,7 @@ Result<FanAtTime> FanAtTime::parse(std::string_view text) {
     const bool isWhole = at != std::string_view::npos;
     const auto fan = isWhole ? parsed<std::int64_t>(text.substr(0, at)) : std::nullopt;
     const auto seconds = isWhole ? parsed<double>(text.substr(at + 1)) : std::nullopt;
-    if (!fan || !seconds || !std::isfinite(*seconds))
-        return std::unexpected("expected a fan and seconds, such as 0@37.5");
+    if (!fan || !seconds) return std::unexpected("expected a fan and seconds, such as 0@37.5");
     if (!smc::isNameable(*fan)) return std::unexpected("fans are numbered from 0 to 9");
     return FanAtTime{.fan = *fan, .seconds = *seconds};
 }
